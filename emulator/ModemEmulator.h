@@ -1,0 +1,158 @@
+#ifndef EMULATOR_MODEMEMULATOR_H
+#define EMULATOR_MODEMEMULATOR_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "wds_v01.h"
+
+#if defined(__GNUC__)
+#define KIV_EMULATOR_API __attribute__((visibility("default")))
+#else
+#define KIV_EMULATOR_API
+#endif
+
+namespace kiv::emulator {
+
+/// One profile of the emulated modem, as its table holds it.
+struct Profile {
+    wds_profile_type_enum_v01 type = WDS_PROFILE_TYPE_3GPP_V01;
+    uint8_t index = 0;  ///< the modem's profile index
+    bool persistent = false;
+    wds_profile_settings_type_v01 settings{};
+};
+
+/// One request that a client sent, with what became of it.
+struct Request {
+    uint64_t number = 0;     ///< counts all requests since the last factoryReset, from 1
+    unsigned messageId = 0;  ///< RAV_WDS_*_V01
+    std::vector<std::byte> bytes;
+    int transportResult = RAV_CLIENT_OK;  ///< what rav_client_send_msg_sync returned
+    uint32_t result = WDS_RESULT_SUCCESS_V01;
+    uint32_t error = WDS_ERR_NONE_V01;
+};
+
+/// What to do to one request of a kind. Members that are not set change nothing.
+struct Fault {
+    unsigned messageId = 0;  ///< the kind of request: RAV_WDS_*_V01
+    unsigned nth = 1;        ///< which of them, counted from 1 from when the fault was added
+    std::chrono::milliseconds delay{0};  ///< answered so much later; may outlast the time-out
+    std::optional<int> transportResult;  ///< fails in transport, before the modem sees it
+    std::optional<uint32_t> error;       ///< refused by the modem with this error code
+    /// Rewrites the modem's answer in place, right before it goes out; may be empty. Runs on an
+    /// emulator thread, with no lock of the emulator held.
+    std::function<void(void* response, size_t length)> rewrite;
+};
+
+/// The modem of a development machine: it implements everything in platform/, and this interface
+/// lets tests and tools play the modem and its other users.
+///
+/// Threads: every operation may be called on any thread, also from an observer or a rewrite, but
+/// for those that say that they block. Notify, error and indication callbacks are made on threads
+/// of the emulator, never on a thread that called into it, in the order of their causes for each
+/// client, with no lock of the emulator held.
+/// Ownership: one instance for the process, as a phone has one modem. It is never destroyed, so
+/// that clients may still be released while the process ends.
+/// Blocking: operations do not wait for clients, unless they say so.
+class KIV_EMULATOR_API ModemEmulator {
+public:
+    /// The modem of this process; powered off, with empty tables, at first.
+    static ModemEmulator& getInstance();
+
+    ModemEmulator(const ModemEmulator&) = delete;
+    ModemEmulator& operator=(const ModemEmulator&) = delete;
+
+    /// Powers the modem on: the service appears, and waiting notifiers are told. No effect if it
+    /// is on.
+    void start();
+
+    /// Powers the modem off: the service disappears, clients get their error callback, requests
+    /// in progress fail with RAV_CLIENT_ERR_SERVICE_GONE. Profiles that are not persistent are
+    /// dropped. No effect if it is off.
+    void stop();
+
+    /// stop() and start(), as when the modem's own software restarts.
+    void restart();
+
+    bool isRunning() const;
+
+    /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
+    /// requests and the observer. The power stays as it is.
+    void factoryReset();
+
+    /// Fills empty tables with a few persistent profiles, such as a modem is shipped with. Tells
+    /// no one.
+    void installFactoryProfiles();
+
+    /// How many profiles a table can hold: 0 to 255, 255 at first. Profiles that it already holds
+    /// stay. Returns false, and changes nothing, for any other number or an unknown type.
+    bool setCapacity(wds_profile_type_enum_v01 type, unsigned capacity);
+
+    /// The profiles of one table, ordered by index; none for an unknown type.
+    std::vector<Profile> profiles(wds_profile_type_enum_v01 type) const;
+    std::optional<Profile> profile(wds_profile_type_enum_v01 type, uint8_t index) const;
+
+    /// Changes by another party (the network, another processor): as a client's request would,
+    /// with indications to every client that registered for them. False or no value for a full
+    /// table, an unknown profile or an unknown type.
+    std::optional<uint8_t> createProfile(wds_profile_type_enum_v01 type,
+                                         const wds_profile_settings_type_v01& settings,
+                                         bool persistent);
+    bool modifyProfile(wds_profile_type_enum_v01 type, uint8_t index,
+                       const wds_profile_settings_type_v01& settings);
+    bool deleteProfile(wds_profile_type_enum_v01 type, uint8_t index);
+
+    /// Sends a profile-changed indication to every client that registered for them, whatever the
+    /// tables hold.
+    void sendProfileChanged(const wds_profile_changed_ind_type_v01& change);
+
+    /// Sends any bytes as an indication to every client that registered for them.
+    void sendIndication(unsigned messageId, const std::vector<std::byte>& bytes);
+
+    /// The encoded form of a profile-changed indication, as rav_client_message_decode takes it.
+    static std::vector<std::byte> encodeProfileChanged(
+        const wds_profile_changed_ind_type_v01& change);
+
+    /// Arms a fault; several may be armed at once. Each strikes once.
+    void addFault(Fault fault);
+    void clearFaults();
+
+    /// Every request since the last factoryReset, in the order in which the modem took them.
+    std::vector<Request> requests() const;
+
+    /// Is called after each request was answered, on the thread that answers it. An empty
+    /// function ends it. Blocks until a running observer has returned, unless called from it.
+    void setRequestObserver(std::function<void(const Request&)> observer);
+
+    /// Blocks until a client has bound, registered for indications and configured its profile
+    /// events on the running modem. False after the time-out.
+    bool waitForRegisteredClient(std::chrono::milliseconds timeout) const;
+
+    /// Blocks until every callback caused so far has been made. False after the time-out.
+    bool waitForDeliveries(std::chrono::milliseconds timeout) const;
+
+    /// Open clients and notifiers; 0 when everyone has cleaned up.
+    size_t openClients() const;
+
+    /// The lines that were written to the diagnostic log since the last call, with the mask that
+    /// each went out with, and how many users it has (Diag_LSM_Init less Diag_LSM_DeInit).
+    struct DiagLine {
+        uint32_t mask = 0;
+        std::string text;
+    };
+    std::vector<DiagLine> takeDiagLines();
+    int diagUsers() const;
+
+private:
+    ModemEmulator();
+    ~ModemEmulator() = delete;
+};
+
+}  // namespace kiv::emulator
+
+#endif

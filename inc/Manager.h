@@ -1,0 +1,89 @@
+#ifndef KIVR_MANAGER_H
+#define KIVR_MANAGER_H
+
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "AddProfileParams.h"
+#include "FilterProfileParams.h"
+#include "IProfileKey.h"
+#include "KivApi.h"
+#include "ModifyProfileParams.h"
+#include "ProfileParams.h"
+#include "ProfileTypes.h"
+
+namespace kiv {
+
+class ClientRequestManager;
+
+/// The library's face: creates, changes, deletes, reads and finds the modem's data-connection
+/// profiles.
+///
+/// Threads: every operation may be called on any thread at any time, also beside init.
+/// Ownership: one instance for the process, from getInstance; it ends with the process.
+/// Blocking: the profile operations wait until the worker thread has answered. Each request to
+/// the modem that this takes lasts at most 1000 ms. dump does not wait for the modem.
+/// Re-entrancy: on the worker thread, that is inside an expiration listener, the operations
+/// return the empty result at once and log an error.
+///
+/// Nothing is thrown but by init. A failure shows as the empty result (no key, false, no keys, no
+/// value); its reason is in the log.
+class KIV_API Manager {
+public:
+    static Manager& getInstance();
+
+    Manager();
+    ~Manager();
+    Manager(const Manager&) = delete;
+    Manager& operator=(const Manager&) = delete;
+
+    /// Chooses the log (the Android log if useAdbLog, else the diagnostic log) and starts the
+    /// library. bindValue names the subscription to the modem's data service. The cache stays
+    /// empty until the first refresh. A second call starts anew and then ends what ran before;
+    /// keys of before then only name profiles that are gone.
+    /// Throws std::system_error if the worker thread can't be started; what ran before goes on.
+    void init(int bindValue, bool useAdbLog);
+
+    /// Creates a new profile in the modem, also when a like one exists. Empty on failure.
+    std::shared_ptr<IProfileKey> addProfile(const AddProfileParams& params);
+
+    /// Changes the profile. False if the key's profile is gone; true does not promise that the
+    /// modem accepted the change, getProfile tells.
+    bool modifyProfile(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key);
+
+    /// Deletes the profile from the modem, whoever created it and whoever else holds a key.
+    bool deleteProfile(std::shared_ptr<IProfileKey> key);
+
+    /// A new key for each cached profile that matches, in no particular order.
+    std::list<std::shared_ptr<IProfileKey>> filter(const FilterProfileParams& params);
+
+    /// The settings of the profile; no value if it is gone.
+    std::optional<ProfileParams> getProfile(std::shared_ptr<IProfileKey> key);
+
+    /// Whether the profile matches; false if it is gone.
+    bool match(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key);
+
+    /// Brackets a refresh of the modem's stored configuration. From Start to Complete all
+    /// operations fail; Complete reads every profile from the modem again.
+    void refresh(PDCRefreshStatus status);
+
+    /// The cache and the recent notable log lines, for a bug report. Passwords are included.
+    std::vector<std::string> dump();
+
+private:
+    template <class Response, class Request>
+    std::shared_ptr<Response> process(const char* operation, const char* failure,
+                                      std::shared_ptr<Request> request);
+
+    /// Guards the pointer only; never held while a request is processed.
+    std::mutex engineMutex;
+    std::unique_ptr<ClientRequestManager> clientRequestManager;
+};
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,40 @@
+#ifndef KIVR_SRC_LOCALLOGBUFFER_H
+#define KIVR_SRC_LOCALLOGBUFFER_H
+
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ThreadSafety.h"
+
+namespace kiv {
+
+/// Keeps the most recent notable log lines in memory, for bug reports.
+///
+/// Threads: any, at any time; the singleton also during static destruction.
+/// Ownership: the singleton is never destroyed. Nothing blocks but for the short lock.
+class LocalLogBuffer {
+public:
+    static LocalLogBuffer& getInstance();
+
+    LocalLogBuffer(std::string name, int capacity);
+
+    /// Keeps msg behind the local time, in milliseconds, and the buffer's name.
+    void addLogWithTimestamp(std::string msg) KIV_EXCLUDES(mutex);
+    /// The kept lines, oldest first; at most capacity + 1.
+    std::vector<std::string> getLogs() KIV_EXCLUDES(mutex);
+    /// Removes every line.
+    void flush() KIV_EXCLUDES(mutex);
+    std::string getName() { return name; }
+
+private:
+    std::mutex mutex;
+    std::deque<std::string> logs KIV_GUARDED_BY(mutex);
+    const std::string name;
+    const int capacity;
+};
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,118 @@
+#include "LogWrapper.h"
+
+#include <android/log.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <utility>
+
+#include "LocalLogBuffer.h"
+#include "NeverDestroyed.h"
+#include "diag_log.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr size_t kMessageLimit = 512;  // with the terminating zero
+
+constexpr uint32_t kDiagMaskLow = 1;
+constexpr uint32_t kDiagMaskHigh = 4;
+constexpr uint32_t kDiagMaskFatal = 16;
+constexpr uint32_t kDiagMaskAll = 31;
+
+/// Takes the writer down at exit, so that the diagnostic log is closed; the log itself stays.
+struct WriterRemover {
+    ~WriterRemover() { LogWrapper::getInstance().setLogWriter(nullptr); }
+};
+
+}  // namespace
+
+LogWrapper& LogWrapper::getInstance() {
+    static NeverDestroyed<LogWrapper> instance;
+    static WriterRemover remover;
+    return instance.get();
+}
+
+void LogWrapper::setLogWriter(std::unique_ptr<LogWriter> newWriter) {
+    std::shared_ptr<LogWriter> previous = std::move(newWriter);
+    {
+        std::lock_guard lock(writerMutex);
+        writer.swap(previous);
+    }
+    // The previous writer is destroyed here, outside the lock.
+}
+
+void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
+    std::array<char, kMessageLimit + 1> message{};
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(message.data(), kMessageLimit, format, arguments);
+    va_end(arguments);
+
+    std::shared_ptr<LogWriter> current;
+    {
+        std::lock_guard lock(writerMutex);
+        current = writer;
+    }
+    if (current) {
+        current->write(level, tag, message.data());
+    }
+    if (level == LogLevel::ERROR || level == LogLevel::EVENT) {
+        LocalLogBuffer::getInstance().addLogWithTimestamp(message.data());
+    }
+}
+
+void AdbWriter::write(LogLevel level, std::string tag, std::string msg) {
+    __android_log_print(convertPrio(level), tag.c_str(), "%s", msg.c_str());
+}
+
+int AdbWriter::convertPrio(LogLevel level) {
+    switch (level) {
+        case LogLevel::VERBOSE:
+            return ANDROID_LOG_VERBOSE;
+        case LogLevel::DEBUG:
+            return ANDROID_LOG_DEBUG;
+        case LogLevel::ERROR:
+            return ANDROID_LOG_ERROR;
+        case LogLevel::FATAL:
+            return ANDROID_LOG_FATAL;
+        case LogLevel::INFO:
+        case LogLevel::EVENT:
+            break;
+    }
+    return ANDROID_LOG_INFO;
+}
+
+DiagWriter::DiagWriter() { Diag_LSM_Init(nullptr); }
+
+DiagWriter::~DiagWriter() { Diag_LSM_DeInit(); }
+
+void DiagWriter::write(LogLevel level, std::string tag, std::string msg) {
+    const auto mask = static_cast<uint32_t>(convertPrio(level));
+    if ((mask & kDiagMaskAll) == 0) {
+        return;
+    }
+    // Meant: every later line goes out with the mask of the first, whatever its own level.
+    static const diag_msg_descriptor descriptor = {116, 63, mask, "|%s| %s", "src/LocalLogBuffer"};
+    msg_sprintf(&descriptor, tag.c_str(), msg.c_str());
+}
+
+int DiagWriter::convertPrio(LogLevel level) {
+    switch (level) {
+        case LogLevel::ERROR:
+        case LogLevel::EVENT:
+            return kDiagMaskHigh;
+        case LogLevel::FATAL:
+            return kDiagMaskFatal;
+        case LogLevel::VERBOSE:
+        case LogLevel::DEBUG:
+        case LogLevel::INFO:
+            break;
+    }
+    return kDiagMaskLow;
+}
+
+}  // namespace kiv
