@@ -1,6 +1,7 @@
 #ifndef KIVR_MANAGER_H
 #define KIVR_MANAGER_H
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -18,7 +19,9 @@
 
 namespace kiv {
 
+class ClientRequest;
 class ClientRequestManager;
+class ClientResponse;
 
 /// The library's face: creates, changes, deletes, reads and finds the modem's data-connection
 /// profiles.
@@ -75,9 +78,14 @@ public:
     std::vector<std::string> dump();
 
 private:
-    template <class Response, class Request>
+    using RequestFunction =
+        std::function<std::shared_ptr<ClientResponse>(std::shared_ptr<ClientRequest>)>;
+
+    void stop();
+    RequestFunction getRequestFunction();
+    template <class Response>
     std::shared_ptr<Response> process(const char* operation, const char* failure,
-                                      std::shared_ptr<Request> request);
+                                      const std::shared_ptr<ClientRequest>& request);
 
     /// Guards the pointer only; never held while a request is processed.
     std::mutex engineMutex;

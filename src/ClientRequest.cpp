@@ -1,0 +1,95 @@
+#include "ClientRequest.h"
+
+#include <array>
+#include <ostream>
+#include <sstream>
+#include <utility>
+
+namespace kiv {
+
+namespace {
+
+std::string dumpKey(const std::shared_ptr<IProfileKey>& key) { return key ? key->dump() : ""; }
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, ReqRespType type) {
+    static constexpr std::array kNames = {"Add",   "Modify", "Delete",   "Filter",
+                                          "Match", "Get",    "Callback", "Refresh"};
+    const auto number = static_cast<int32_t>(type);
+    if (number >= 0 && number < static_cast<int32_t>(kNames.size())) {
+        return out << kNames[static_cast<size_t>(number)];
+    }
+    return out << number;
+}
+
+std::string ClientRequest::dump() const {
+    std::ostringstream text;
+    text << type << " ";
+    return text.str();
+}
+
+AddRequest::AddRequest(AddProfileParams params)
+    : ClientRequest(ReqRespType::Add), params(std::move(params)) {}
+
+std::string AddRequest::dump() const { return ClientRequest::dump() + params.dump(); }
+
+ModifyRequest::ModifyRequest(ModifyProfileParams params, std::shared_ptr<IProfileKey> key)
+    : ClientRequest(ReqRespType::Modify), params(std::move(params)), key(std::move(key)) {}
+
+std::string ModifyRequest::dump() const {
+    return ClientRequest::dump() + dumpKey(key) + " " + params.dump();
+}
+
+DeleteRequest::DeleteRequest(std::shared_ptr<IProfileKey> key)
+    : ClientRequest(ReqRespType::Delete), key(std::move(key)) {}
+
+std::string DeleteRequest::dump() const { return ClientRequest::dump() + dumpKey(key); }
+
+FilterRequest::FilterRequest(FilterProfileParams params)
+    : ClientRequest(ReqRespType::Filter), params(std::move(params)) {}
+
+std::string FilterRequest::dump() const {
+    return ClientRequest::dump() + "params: " + params.dump();
+}
+
+MatchRequest::MatchRequest(FilterProfileParams params, std::shared_ptr<IProfileKey> key)
+    : ClientRequest(ReqRespType::Match), params(std::move(params)), key(std::move(key)) {}
+
+std::string MatchRequest::dump() const {
+    return ClientRequest::dump() + dumpKey(key) + " " + params.dump();
+}
+
+GetRequest::GetRequest(std::shared_ptr<IProfileKey> key)
+    : ClientRequest(ReqRespType::Get), key(std::move(key)) {}
+
+std::string GetRequest::dump() const { return ClientRequest::dump() + dumpKey(key); }
+
+CallbackRequest::CallbackRequest() : ClientRequest(ReqRespType::Callback) {}
+
+void CallbackRequest::setExpirationInfo(std::function<void()> cb, std::weak_ptr<IProfileKey> key,
+                                        uint64_t token) {
+    expirationCb = std::move(cb);
+    expirationKey = std::move(key);
+    expirationToken = token;
+}
+
+bool CallbackRequest::hasExpirationInfo() const {
+    return expirationCb.has_value() && expirationKey.has_value() && expirationToken.has_value();
+}
+
+std::string CallbackRequest::dump() const {
+    std::string text = ClientRequest::dump();
+    if (hasReleaseToken()) {
+        text += "Release " + std::to_string(getReleaseToken());
+    } else if (hasExpirationInfo()) {
+        const std::shared_ptr<IProfileKey> key = getExpirationKey().lock();
+        text += "Register " + (key ? key->dump() : "null") + std::to_string(getExpirationToken());
+    }
+    return text;
+}
+
+RefreshRequest::RefreshRequest(PDCRefreshStatus status)
+    : ClientRequest(ReqRespType::Refresh), status(status) {}
+
+}  // namespace kiv

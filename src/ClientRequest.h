@@ -1,0 +1,156 @@
+#ifndef KIVR_SRC_CLIENTREQUEST_H
+#define KIVR_SRC_CLIENTREQUEST_H
+
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "AddProfileParams.h"
+#include "FilterProfileParams.h"
+#include "IProfileKey.h"
+#include "ModifyProfileParams.h"
+#include "ProfileTypes.h"
+
+namespace kiv {
+
+/// What a request asks for, and a response answers. The numbers are fixed.
+enum class ReqRespType : int32_t {
+    Add = 0,
+    Modify = 1,
+    Delete = 2,
+    Filter = 3,
+    Match = 4,
+    Get = 5,
+    Callback = 6,
+    Refresh = 7,
+};
+
+/// Prints the name, or the number of a value without one.
+std::ostream& operator<<(std::ostream& out, ReqRespType type);
+
+/// What a client thread asks of the worker thread: the base of one record for each ReqRespType.
+///
+/// Threads: built by the client thread, which waits while the worker thread reads it.
+/// Ownership: std::shared_ptr; nobody keeps one after the call. The client holds it until its
+/// call returns, so that the keys in it are never dropped on the worker thread.
+class ClientRequest {
+public:
+    explicit ClientRequest(ReqRespType type) : type(type) {}
+    virtual ~ClientRequest() = default;
+    ClientRequest(const ClientRequest&) = delete;
+    ClientRequest& operator=(const ClientRequest&) = delete;
+
+    /// One line of text, for the log.
+    virtual std::string dump() const;
+
+    ReqRespType getRequestType() const { return type; }
+
+private:
+    const ReqRespType type;
+};
+
+class AddRequest : public ClientRequest {
+public:
+    explicit AddRequest(AddProfileParams params);
+    std::string dump() const override;
+    AddProfileParams getAddProfileParams() const { return params; }
+
+private:
+    const AddProfileParams params;
+};
+
+class ModifyRequest : public ClientRequest {
+public:
+    ModifyRequest(ModifyProfileParams params, std::shared_ptr<IProfileKey> key);
+    std::string dump() const override;
+    ModifyProfileParams getModifyProfileParams() const { return params; }
+    std::shared_ptr<IProfileKey> getModifyProfileKey() const { return key; }
+
+private:
+    const ModifyProfileParams params;
+    const std::shared_ptr<IProfileKey> key;
+};
+
+class DeleteRequest : public ClientRequest {
+public:
+    explicit DeleteRequest(std::shared_ptr<IProfileKey> key);
+    std::string dump() const override;
+    std::shared_ptr<IProfileKey> getDeleteProfileKey() const { return key; }
+
+private:
+    const std::shared_ptr<IProfileKey> key;
+};
+
+class FilterRequest : public ClientRequest {
+public:
+    explicit FilterRequest(FilterProfileParams params);
+    std::string dump() const override;
+    FilterProfileParams getFilterParams() const { return params; }
+
+private:
+    const FilterProfileParams params;
+};
+
+class MatchRequest : public ClientRequest {
+public:
+    MatchRequest(FilterProfileParams params, std::shared_ptr<IProfileKey> key);
+    std::string dump() const override;
+    FilterProfileParams getMatchParams() const { return params; }
+    std::shared_ptr<IProfileKey> getMatchKey() const { return key; }
+
+private:
+    const FilterProfileParams params;
+    const std::shared_ptr<IProfileKey> key;
+};
+
+class GetRequest : public ClientRequest {
+public:
+    explicit GetRequest(std::shared_ptr<IProfileKey> key);
+    std::string dump() const override;
+    std::shared_ptr<IProfileKey> getProfileKey() const { return key; }
+
+private:
+    const std::shared_ptr<IProfileKey> key;
+};
+
+/// What a key asks of the cache: to release its token, or to register an expiration listener.
+class CallbackRequest : public ClientRequest {
+public:
+    CallbackRequest();
+    std::string dump() const override;
+
+    void setReleaseToken(uint64_t token) { releaseToken = token; }
+    bool hasReleaseToken() const { return releaseToken.has_value(); }
+    uint64_t getReleaseToken() const { return releaseToken.value_or(0); }
+
+    void setExpirationInfo(std::function<void()> cb, std::weak_ptr<IProfileKey> key,
+                           uint64_t token);
+    bool hasExpirationInfo() const;
+    std::function<void()> getExpirationCb() const { return expirationCb.value_or(nullptr); }
+    std::weak_ptr<IProfileKey> getExpirationKey() const {
+        return expirationKey.value_or(std::weak_ptr<IProfileKey>());
+    }
+    uint64_t getExpirationToken() const { return expirationToken.value_or(0); }
+
+private:
+    std::optional<uint64_t> releaseToken;
+    std::optional<uint64_t> expirationToken;
+    std::optional<std::function<void()>> expirationCb;
+    std::optional<std::weak_ptr<IProfileKey>> expirationKey;
+};
+
+class RefreshRequest : public ClientRequest {
+public:
+    explicit RefreshRequest(PDCRefreshStatus status);
+    PDCRefreshStatus getRefreshStatus() const { return status; }
+
+private:
+    const PDCRefreshStatus status;
+};
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,116 @@
+#ifndef KIVR_SRC_CLIENTREQUESTMANAGER_H
+#define KIVR_SRC_CLIENTREQUESTMANAGER_H
+
+#include <atomic>
+#include <condition_variable>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ClientRequest.h"
+#include "ClientResponse.h"
+#include "EventManager.h"
+#include "ProfileCache.h"
+#include "RequestFunction.h"
+#include "RequestGate.h"
+#include "ThreadSafety.h"
+
+namespace kiv {
+
+/// The engine: one worker thread with the event loop and the cache, and a mailbox of one slot in
+/// which client threads leave a request and wait for its response.
+///
+/// Threads: any number of clients in processClientRequest, served one at a time in the order in
+/// which they came. Everything else of the engine happens on the worker thread.
+/// Ownership: owned by Manager. Keys and callers that may outlive it come in through the gate.
+/// Blocking: processClientRequest waits until the worker has answered or the engine goes away;
+/// then it returns the empty response. The destructor waits for the item in hand and for every
+/// client to leave. It must not run on the worker thread.
+/// Re-entrancy: on a worker thread a request can't wait. A key's release is carried out after the
+/// item in hand; anything else is refused.
+class ClientRequestManager {
+public:
+    /// Throws std::system_error if the worker thread can't be started.
+    explicit ClientRequestManager(int bindValue);
+    ~ClientRequestManager();
+    ClientRequestManager(const ClientRequestManager&) = delete;
+    ClientRequestManager& operator=(const ClientRequestManager&) = delete;
+
+    /// Empty if the request could not be signalled, was refused, or the engine goes away.
+    std::shared_ptr<ClientResponse> processClientRequest(
+        std::shared_ptr<ClientRequest> clientRequest) KIV_EXCLUDES(mutex);
+
+    /// The same for callers that may outlive the engine.
+    RequestFunction getRequestFunction() const;
+
+    /// The cache's dump. Any thread; does not wait for the worker.
+    std::vector<std::string> dump() { return profileCache.dump(); }
+
+    /// Whether the calling thread is the worker thread of any engine.
+    static bool isWorkerThread();
+
+private:
+    void runKivThread();
+    static void handleClientRequest(int fd, void* arg);
+
+    std::shared_ptr<ClientResponse> processOnWorkerThread(
+        const std::shared_ptr<ClientRequest>& clientRequest);
+    bool waitForTurn(WaitLock& lock) KIV_REQUIRES(mutex);
+    void passTurn() KIV_REQUIRES(mutex);
+    void turnClientsAway() KIV_EXCLUDES(mutex);
+    void serveRequest() KIV_EXCLUDES(mutex);
+
+    std::shared_ptr<ClientResponse> dispatch(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> add(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> modify(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> remove(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> filter(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> match(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> get(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> callback(const ClientRequest& served) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> refresh(const ClientRequest& served) KIV_REQUIRES(mutex);
+
+    /// The request, if it is of the class and may be carried out now; else null.
+    template <class Request>
+    const Request* admit(const ClientRequest& served) const KIV_REQUIRES(mutex) {
+        return refreshBlocked ? nullptr : dynamic_cast<const Request*>(&served);
+    }
+
+    // Constant.
+    const std::shared_ptr<RequestGate> gate;
+
+    // Guarded. The worker holds the mutex while it carries out a request.
+    std::shared_ptr<ClientRequest> request KIV_GUARDED_BY(mutex);
+    std::shared_ptr<ClientResponse> response KIV_GUARDED_BY(mutex);
+    std::mutex mutex;
+    std::condition_variable responseCv;
+    /// A client has the mailbox; the others wait in the order of the list.
+    bool turnTaken KIV_GUARDED_BY(mutex) = false;
+    std::list<std::condition_variable*> waitingClients KIV_GUARDED_BY(mutex);
+    /// The engine goes away: clients leave without a response.
+    bool closing KIV_GUARDED_BY(mutex) = false;
+
+    std::thread workerThread;
+
+    // Self-synchronised.
+    std::atomic<bool> running{false};
+    /// Set before running is cleared, for a worker that starts so late that it sets running after.
+    std::atomic<bool> stopping{false};
+
+    // Constant once constructed.
+    int requestFd = -1;
+
+    // Self-synchronised, and worker thread only.
+    EventManager eventManager;
+    ProfileCache profileCache;
+
+    // Guarded.
+    bool refreshBlocked KIV_GUARDED_BY(mutex);
+};
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,57 @@
+#include "ClientResponse.h"
+
+#include <ostream>
+#include <sstream>
+#include <utility>
+
+namespace kiv {
+
+std::ostream& operator<<(std::ostream& out, Status status) {
+    switch (status) {
+        case Status::Success:
+            return out << "Success";
+        case Status::Failure:
+            return out << "Failure";
+    }
+    return out << static_cast<int32_t>(status);
+}
+
+std::string ClientResponse::dump() const {
+    std::ostringstream text;
+    text << type << " " << status;
+    return text.str();
+}
+
+AddResponse::AddResponse(Status status, std::shared_ptr<IProfileKey> key)
+    : ClientResponse(ReqRespType::Add, status), key(std::move(key)) {}
+
+std::string AddResponse::dump() const {
+    return ClientResponse::dump() + " " + (key ? key->dump() : "");
+}
+
+FilterResponse::FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> result)
+    : ClientResponse(ReqRespType::Filter, status), result(std::move(result)) {}
+
+std::string FilterResponse::dump() const {
+    std::string text = ClientResponse::dump() + " ";
+    for (const std::shared_ptr<IProfileKey>& key : result) {
+        text += (key ? key->dump() : "null") + ",";
+    }
+    return text;
+}
+
+MatchResponse::MatchResponse(Status status, bool result)
+    : ClientResponse(ReqRespType::Match, status), result(result) {}
+
+std::string MatchResponse::dump() const {
+    return ClientResponse::dump() + " " + (result ? "true" : "false");
+}
+
+GetResponse::GetResponse(Status status, std::optional<ProfileParams> params)
+    : ClientResponse(ReqRespType::Get, status), params(std::move(params)) {}
+
+std::string GetResponse::dump() const {
+    return ClientResponse::dump() + " " + (params ? params->dump() : "");
+}
+
+}  // namespace kiv

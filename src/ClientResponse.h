@@ -1,0 +1,109 @@
+#ifndef KIVR_SRC_CLIENTRESPONSE_H
+#define KIVR_SRC_CLIENTRESPONSE_H
+
+#include <cstdint>
+#include <iosfwd>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ClientRequest.h"
+#include "IProfileKey.h"
+#include "ProfileParams.h"
+
+namespace kiv {
+
+/// The numbers are fixed.
+enum class Status : int32_t { Success = 0, Failure = 1 };
+
+/// Prints the name, or the number of a value without one.
+std::ostream& operator<<(std::ostream& out, Status status);
+
+/// The worker thread's answer to a request: the base of one record for each ReqRespType.
+///
+/// Threads: built by the worker thread, read by the client thread that waits for it.
+/// Ownership: std::shared_ptr; the client takes the keys and parameters out and drops it.
+class ClientResponse {
+public:
+    ClientResponse(ReqRespType type, Status status) : type(type), status(status) {}
+    /// Status Success.
+    explicit ClientResponse(ReqRespType type) : ClientResponse(type, Status::Success) {}
+    virtual ~ClientResponse() = default;
+    ClientResponse(const ClientResponse&) = delete;
+    ClientResponse& operator=(const ClientResponse&) = delete;
+
+    /// One line of text, for the log.
+    virtual std::string dump() const;
+
+    ReqRespType getResponseType() const { return type; }
+    Status getStatus() const { return status; }
+
+private:
+    const ReqRespType type;
+    const Status status;
+};
+
+class AddResponse : public ClientResponse {
+public:
+    AddResponse(Status status, std::shared_ptr<IProfileKey> key);
+    std::string dump() const override;
+    std::shared_ptr<IProfileKey> getAddProfileKey() const { return key; }
+
+private:
+    const std::shared_ptr<IProfileKey> key;
+};
+
+class ModifyResponse : public ClientResponse {
+public:
+    explicit ModifyResponse(Status status) : ClientResponse(ReqRespType::Modify, status) {}
+};
+
+class DeleteResponse : public ClientResponse {
+public:
+    explicit DeleteResponse(Status status) : ClientResponse(ReqRespType::Delete, status) {}
+};
+
+class FilterResponse : public ClientResponse {
+public:
+    FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> result);
+    std::string dump() const override;
+    std::list<std::shared_ptr<IProfileKey>> getFilterResult() const { return result; }
+
+private:
+    const std::list<std::shared_ptr<IProfileKey>> result;
+};
+
+class MatchResponse : public ClientResponse {
+public:
+    MatchResponse(Status status, bool result);
+    std::string dump() const override;
+    bool getMatchResult() const { return result; }
+
+private:
+    const bool result;
+};
+
+class GetResponse : public ClientResponse {
+public:
+    GetResponse(Status status, std::optional<ProfileParams> params);
+    std::string dump() const override;
+    std::optional<ProfileParams> getParams() const { return params; }
+
+private:
+    const std::optional<ProfileParams> params;
+};
+
+class CallbackResponse : public ClientResponse {
+public:
+    explicit CallbackResponse(Status status) : ClientResponse(ReqRespType::Callback, status) {}
+};
+
+class RefreshResponse : public ClientResponse {
+public:
+    explicit RefreshResponse(Status status) : ClientResponse(ReqRespType::Refresh, status) {}
+};
+
+}  // namespace kiv
+
+#endif

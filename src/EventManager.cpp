@@ -1,0 +1,255 @@
+#include "EventManager.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "EventFd.h"
+#include "LogWrapper.h"
+#include "NeverDestroyed.h"
+
+namespace kiv {
+
+namespace {
+
+/// The descriptors that may be dispatched, for all event managers of the process.
+class ApprovedFds {
+public:
+    bool contains(int fd) {
+        std::lock_guard lock(mutex);
+        return fds.count(fd) > 0;
+    }
+    void add(int fd) {
+        std::lock_guard lock(mutex);
+        fds.insert(fd);
+    }
+    void remove(int fd) {
+        std::lock_guard lock(mutex);
+        fds.erase(fd);
+    }
+
+private:
+    std::mutex mutex;
+    std::set<int> fds KIV_GUARDED_BY(mutex);
+};
+
+ApprovedFds& approvedFd() {
+    static NeverDestroyed<ApprovedFds> instance;
+    return instance.get();
+}
+
+template <class Function>
+void* address(Function* function) {
+    return reinterpret_cast<void*>(function);
+}
+
+/// The names of the flags that nobody handles, each with a trailing blank.
+std::string unhandledFlagNames(uint32_t flags) {
+    std::string names;
+    if (flags & EPOLLOUT) {
+        names += "EPOLLOUT ";
+    }
+    if (flags & EPOLLPRI) {
+        names += "EPOLLPRI ";
+    }
+    if (flags & EPOLLERR) {
+        names += "EPOLLERR ";
+    }
+    if (flags & EPOLLET) {
+        names += "EPOLLET ";
+    }
+    return names;
+}
+
+}  // namespace
+
+EventManager::EventManager() : epollFd(epoll_create1(EPOLL_CLOEXEC)), wakeFd(-1) {
+    if (epollFd == -1) {
+        KIV_LOG(ERROR, "Cannot create epoll instance");
+        abort();
+    }
+    wakeFd = createEventFd();
+    addEventHandler(wakeFd, clearRead, nullptr, nullptr, EPOLLIN | EPOLLHUP);
+    KIV_LOG(VERBOSE, "EventManager is ready. epollFd:%d", epollFd);
+}
+
+EventManager::~EventManager() {
+    removeEventHandler(wakeFd);
+    close(wakeFd);
+    close(epollFd);
+}
+
+bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
+                                   CloseCallback closeCallback, int requestedEvents) {
+    KIV_LOG(VERBOSE,
+            "EventManager::addEventHandler(int %d, EventCallback %p, void* %p, CloseCallback %p, "
+            "events %d) EX",
+            fd, address(callback), data, address(closeCallback), requestedEvents);
+    bool added = false;
+    bool watched = false;
+    {
+        // One step: the loop must not see the descriptor ready before its handler is there.
+        std::lock_guard lock(mutex);
+        added = handlers.emplace(fd, HandlerObject{callback, closeCallback, data}).second;
+        if (added) {
+            epoll_event event{};
+            event.events = static_cast<uint32_t>(requestedEvents);
+            event.data.fd = fd;
+            watched = epoll_ctl(epollFd, EPOLL_CTL_ADD, fd, &event) != -1;
+            approvedFd().add(fd);
+        }
+    }
+    if (!added) {
+        KIV_LOG(INFO, "fd=%d is already in handlers", fd);
+        return false;
+    }
+    if (!watched) {
+        // Meant: the handler stays registered and approved all the same.
+        KIV_LOG(ERROR, "Cannot add event handler");
+    }
+    return true;
+}
+
+void EventManager::removeEventHandler(int fd) {
+    KIV_LOG(VERBOSE, "EventManager::removeEventHandler(int fd) EX");
+    if (epoll_ctl(epollFd, EPOLL_CTL_DEL, fd, nullptr) == -1) {
+        KIV_LOG(ERROR, "Cannot remove event handler");
+    }
+    HandlerObject handler;
+    {
+        std::lock_guard lock(mutex);
+        const auto found = handlers.find(fd);
+        if (found != handlers.end()) {
+            handler = found->second;
+            // A close callback that removes its own handler is not called again.
+            found->second.closeCallback = nullptr;
+        }
+    }
+    if (handler.closeCallback != nullptr) {
+        handler.closeCallback(fd, handler.data);
+    }
+    size_t erased = 0;
+    {
+        std::lock_guard lock(mutex);
+        erased = handlers.erase(fd);
+    }
+    if (erased == 0) {
+        KIV_LOG(ERROR, "handlers.erase for fd %d, returned %d!", fd, 0);
+    }
+    remApprovedFd(fd);
+}
+
+void EventManager::processEvents() {
+    const int count = epoll_wait(epollFd, events.data(), static_cast<int>(events.size()), -1);
+    if (count == -1) {
+        // An interrupted wait too: the caller's loop tests its flag and waits again.
+        KIV_LOG(ERROR, "epoll_wait error");
+        return;
+    }
+    for (int i = 0; i < count; ++i) {
+        const epoll_event& event = events[static_cast<size_t>(i)];
+        KIV_LOG(VERBOSE, "there are %d file descriptor(s) with events pending", count - i);
+        KIV_LOG(VERBOSE, "processing event number: %d, handling %d for %d", i,
+                static_cast<int>(event.events), event.data.fd);
+        processEvent(event);
+        finishItem();
+    }
+}
+
+void EventManager::processEvent(const epoll_event& event) {
+    const int fd = event.data.fd;
+    const uint32_t flags = event.events;
+    if (flags & EPOLLHUP) {
+        KIV_LOG(INFO, "file descriptor '%d' sent HUP.", fd);
+        removeEventHandler(fd);
+        close(fd);
+    } else if (flags & EPOLLIN) {
+        dispatch(fd);
+    } else {
+        KIV_LOG(INFO, "Unhandled epoll event: %s [flags 0%o]", unhandledFlagNames(flags).c_str(),
+                flags);
+    }
+}
+
+void EventManager::dispatch(int fd) {
+    if (!isApprovedFd(fd)) {
+        KIV_LOG(INFO, "file descriptor %d is not on the approved list, cannot process event", fd);
+        return;
+    }
+    HandlerObject handler;
+    bool registered = false;
+    {
+        std::lock_guard lock(mutex);
+        const auto found = handlers.find(fd);
+        registered = found != handlers.end();
+        if (registered) {
+            handler = found->second;
+        }
+    }
+    if (!registered) {
+        KIV_LOG(INFO, "file descriptor '%d' does not have an event handler registered", fd);
+        return;
+    }
+    KIV_LOG(VERBOSE, "file descriptor '%d' is processing events [callback:%p, data:%p]", fd,
+            address(handler.callback), handler.data);
+    if (handler.callback == nullptr) {
+        KIV_LOG(ERROR, "no callback registered");
+        return;
+    }
+    handler.callback(fd, handler.data);
+}
+
+void EventManager::wake() {
+    KIV_LOG(VERBOSE, "EventManager::wake() EX");
+    puts("wake()");
+    fflush(stdout);
+    const ssize_t result = signalEventFd(wakeFd);
+    if (result != sizeof(uint64_t)) {
+        KIV_LOG(INFO, "Error in writing rv: %d, error: %s", static_cast<int>(result),
+                strerror(errno));
+    }
+}
+
+void EventManager::defer(std::function<void()> work) {
+    std::lock_guard lock(mutex);
+    deferred.push_back(std::move(work));
+}
+
+void EventManager::finishItem() {
+    for (;;) {
+        std::function<void()> work;
+        {
+            std::lock_guard lock(mutex);
+            if (deferred.empty()) {
+                return;
+            }
+            work = std::move(deferred.front());
+            deferred.pop_front();
+        }
+        work();
+    }
+}
+
+void EventManager::clearRead(int fd, void* /*data*/) {
+    std::array<char, 256> buffer{};
+    ssize_t result = 0;
+    do {
+        result = read(fd, buffer.data(), buffer.size());
+    } while (result > 0);
+    if (result == -1 && errno != EAGAIN) {
+        KIV_LOG(INFO, "Error while clearing the read buffer on fd %d", fd);
+    }
+}
+
+bool EventManager::isApprovedFd(int fd) { return approvedFd().contains(fd); }
+
+void EventManager::addApprovedFd(int fd) { approvedFd().add(fd); }
+
+void EventManager::remApprovedFd(int fd) { approvedFd().remove(fd); }
+
+}  // namespace kiv

@@ -1,0 +1,92 @@
+#ifndef KIVR_SRC_EVENTMANAGER_H
+#define KIVR_SRC_EVENTMANAGER_H
+
+#include <sys/epoll.h>
+
+#include <array>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+
+#include "ThreadSafety.h"
+
+namespace kiv {
+
+/// Called when the descriptor is readable, or when its handler is removed.
+using EventCallback = void (*)(int fd, void* data);
+using CloseCallback = void (*)(int fd, void* data);
+
+/// An epoll loop over file descriptors.
+///
+/// Threads: processEvents and finishItem belong to the loop's one thread, on which all callbacks
+/// run. Everything else may be called on any thread.
+/// Ownership: descriptors belong to those who register them; only a descriptor that hangs up is
+/// closed here. Handlers that are left at destruction are dropped without a call.
+/// Blocking: processEvents waits for an event, without a time-out. Nothing else blocks, but for
+/// wake, which prints.
+/// Re-entrancy: a callback may add and remove handlers, its own too. No lock is held while it
+/// runs.
+class EventManager {
+public:
+    /// Aborts the process if the system grants no epoll instance or eventfd.
+    EventManager();
+    ~EventManager();
+    EventManager(const EventManager&) = delete;
+    EventManager& operator=(const EventManager&) = delete;
+
+    /// Watches fd for the epoll events and approves it. False, without effect, if it is already
+    /// registered. closeCallback may be null.
+    bool addEventHandler(int fd, EventCallback callback, void* data, CloseCallback closeCallback,
+                         int events);
+    /// Runs the close callback, forgets fd and withdraws its approval; does not close it. A
+    /// callback that is running on another thread at that moment is not waited for.
+    void removeEventHandler(int fd);
+
+    /// Waits for events and runs the callbacks of at most four of them.
+    void processEvents();
+    /// Makes processEvents return.
+    void wake();
+
+    /// Has work done on the loop's thread once the item in hand is done. From another thread, the
+    /// caller sees to it that the loop gets something to do.
+    void defer(std::function<void()> work);
+    /// Runs the deferred work, in order, until none is left. Whoever serves several items in one
+    /// callback calls this after each.
+    void finishItem();
+
+    /// Reads fd empty; the callback of a descriptor that carries no data.
+    static void clearRead(int fd, void* data);
+
+    /// The process-wide set of the descriptors that may be dispatched.
+    static bool isApprovedFd(int fd);
+    static void addApprovedFd(int fd);
+    static void remApprovedFd(int fd);
+
+private:
+    struct HandlerObject {
+        EventCallback callback = nullptr;
+        CloseCallback closeCallback = nullptr;
+        void* data = nullptr;
+    };
+
+    void processEvent(const epoll_event& event);
+    void dispatch(int fd);
+
+    // Constant.
+    int epollFd;
+    int wakeFd;
+
+    // Loop thread only.
+    std::array<epoll_event, 4> events{};
+
+    // Guarded.
+    std::mutex mutex;
+    std::map<int, HandlerObject> handlers KIV_GUARDED_BY(mutex);
+    std::deque<std::function<void()>> deferred KIV_GUARDED_BY(mutex);
+};
+
+}  // namespace kiv
+
+#endif

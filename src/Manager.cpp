@@ -1,0 +1,151 @@
+#include "Manager.h"
+
+#include <utility>
+
+#include "ClientRequest.h"
+#include "ClientRequestManager.h"
+#include "ClientResponse.h"
+#include "LocalLogBuffer.h"
+#include "LogWrapper.h"
+#include "NeverDestroyed.h"
+
+namespace kiv {
+
+Manager& Manager::getInstance() {
+    // The object stays for those who call it while the process ends; only its engine goes at exit.
+    static NeverDestroyed<Manager> mgr;
+    struct EngineStopper {
+        ~EngineStopper() { mgr.get().stop(); }
+    };
+    static EngineStopper stopper;
+    return mgr.get();
+}
+
+Manager::Manager() { KIV_LOG(DEBUG, "kiv::Manager: constructor"); }
+
+Manager::~Manager() { stop(); }
+
+void Manager::init(int bindValue, bool useAdbLog) {
+    if (ClientRequestManager::isWorkerThread()) {
+        KIV_LOG(ERROR, "Manager::init on the worker thread refused");
+        return;
+    }
+    std::unique_ptr<LogWriter> writer(useAdbLog ? static_cast<LogWriter*>(new AdbWriter)
+                                                : static_cast<LogWriter*>(new DiagWriter));
+    LogWrapper::getInstance().setLogWriter(std::move(writer));
+    KIV_LOG(EVENT, "Manager::init(%d)", bindValue);
+    auto engine = std::make_unique<ClientRequestManager>(bindValue);
+    {
+        std::lock_guard lock(engineMutex);
+        clientRequestManager.swap(engine);
+    }
+    // The engine of before goes here, outside the lock.
+}
+
+void Manager::stop() {
+    std::unique_ptr<ClientRequestManager> engine;
+    {
+        std::lock_guard lock(engineMutex);
+        engine.swap(clientRequestManager);
+    }
+    if (ClientRequestManager::isWorkerThread()) {
+        // A listener ends the process: the worker can't wait for itself, so its engine is left.
+        static_cast<void>(engine.release());
+    }
+}
+
+Manager::RequestFunction Manager::getRequestFunction() {
+    std::lock_guard lock(engineMutex);
+    return clientRequestManager ? clientRequestManager->getRequestFunction() : nullptr;
+}
+
+/// Posts the request and logs it and its response. Empty if there is no response of that class.
+template <class Response>
+std::shared_ptr<Response> Manager::process(const char* operation, const char* failure,
+                                           const std::shared_ptr<ClientRequest>& request) {
+    const RequestFunction processClientRequest = getRequestFunction();
+    if (!processClientRequest) {
+        KIV_LOG(ERROR, "Manager not initialized!");
+        return nullptr;
+    }
+    KIV_LOG(EVENT, "Manager::%s > %s", operation, request->dump().c_str());
+    const std::shared_ptr<ClientResponse> response = processClientRequest(request);
+    KIV_LOG(EVENT, "Manager::%s < %s", operation, response ? response->dump().c_str() : "");
+    auto result = std::dynamic_pointer_cast<Response>(response);
+    if (!result) {
+        KIV_LOG(ERROR, "%s", failure);
+    }
+    return result;
+}
+
+std::shared_ptr<IProfileKey> Manager::addProfile(const AddProfileParams& params) {
+    const auto response = process<AddResponse>("addProfile", "Unable to cast to AddResponse",
+                                               std::make_shared<AddRequest>(params));
+    return response ? response->getAddProfileKey() : nullptr;
+}
+
+bool Manager::modifyProfile(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key) {
+    const auto response =
+        process<ModifyResponse>("modifyProfile", "Unable to cast to ModifyResponse",
+                                std::make_shared<ModifyRequest>(params, std::move(key)));
+    return response && response->getStatus() == Status::Success;
+}
+
+bool Manager::deleteProfile(std::shared_ptr<IProfileKey> key) {
+    const auto response =
+        process<DeleteResponse>("deleteProfile", "Unable to cast to DeleteResponse",
+                                std::make_shared<DeleteRequest>(std::move(key)));
+    return response && response->getStatus() == Status::Success;
+}
+
+std::list<std::shared_ptr<IProfileKey>> Manager::filter(const FilterProfileParams& params) {
+    const auto response = process<FilterResponse>("filter", "Unable to cast to FilterResponse",
+                                                  std::make_shared<FilterRequest>(params));
+    return response ? response->getFilterResult() : std::list<std::shared_ptr<IProfileKey>>();
+}
+
+std::optional<ProfileParams> Manager::getProfile(std::shared_ptr<IProfileKey> key) {
+    const auto response = process<GetResponse>("getProfile", "Error in getProfile",
+                                               std::make_shared<GetRequest>(std::move(key)));
+    if (!response || response->getStatus() != Status::Success) {
+        return std::nullopt;
+    }
+    return response->getParams();
+}
+
+bool Manager::match(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key) {
+    const auto response =
+        process<MatchResponse>("match", "Unable to cast to MatchResponse",
+                               std::make_shared<MatchRequest>(params, std::move(key)));
+    return response && response->getMatchResult();
+}
+
+void Manager::refresh(PDCRefreshStatus status) {
+    if (process<RefreshResponse>("refresh", "Unable to cast to RefreshResponse",
+                                 std::make_shared<RefreshRequest>(status))) {
+        KIV_LOG(
+            INFO, "%s",
+            status == PDCRefreshStatus::Start ? "KIV refresh started" : "KIV refresh completed");
+    }
+}
+
+std::vector<std::string> Manager::dump() {
+    if (ClientRequestManager::isWorkerThread()) {
+        KIV_LOG(ERROR, "Manager::dump on the worker thread refused");
+        return {};
+    }
+    std::vector<std::string> lines;
+    {
+        std::lock_guard lock(engineMutex);
+        if (clientRequestManager) {
+            lines = clientRequestManager->dump();
+        }
+    }
+    lines.emplace_back("Logs");
+    for (std::string& line : LocalLogBuffer::getInstance().getLogs()) {
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+}  // namespace kiv

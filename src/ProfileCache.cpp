@@ -1,0 +1,374 @@
+#include "ProfileCache.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+#include "LogWrapper.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr const char* kProfileName = "kiv_profile";
+constexpr const char* kAttachProfileName = "kiv_profile_ia";
+constexpr const char* kTokenMissing = "ProfileCache: token is not present or expired";
+
+/// A profile that is yet to be created; empty for an unknown technology.
+std::shared_ptr<ModemProfile> makeProfile(const AddProfileParams& params) {
+    switch (params.getTechType()) {
+        case TechType::Tech3gpp: {
+            auto profile = std::make_shared<Modem3gppProfile>(params);
+            profile->setProfileName(params.getIsIAProfile() ? kAttachProfileName : kProfileName);
+            return profile;
+        }
+        case TechType::Tech3gpp2:
+            return std::make_shared<Modem3gpp2Profile>(params);
+    }
+    return nullptr;
+}
+
+std::string dumpProfile(const std::shared_ptr<ModemProfile>& profile) {
+    return profile ? profile->dump() : "null";
+}
+
+}  // namespace
+
+ProfileCache::ProfileCache(EventManager& eventManager, int bindValue, RequestFunction requestFn)
+    : eventManager(eventManager),
+      requestFn(std::move(requestFn)),
+      proxy(this->eventManager, bindValue) {
+    proxy.registerProfileChangedInd([this](const ProfileChangedInd& ind) { onIndication(ind); });
+}
+
+ProfileCache::~ProfileCache() {
+    Profiles dropped;
+    {
+        std::lock_guard lock(mutex);
+        pending.clear();
+        dropped.swap(profiles);
+    }
+    // The profiles go here, outside the lock: they call their listeners.
+}
+
+uint64_t ProfileCache::generateToken() {
+    static std::atomic<uint64_t> counter{0};
+    const uint64_t token = counter.fetch_add(1);
+    if (token == std::numeric_limits<uint64_t>::max()) {
+        abort();
+    }
+    return token;
+}
+
+// Requests.
+
+bool ProfileCache::refresh() {
+    {
+        Profiles dropped;
+        {
+            std::lock_guard lock(mutex);
+            dropped.swap(profiles);
+        }
+    }
+    for (Profile& profile : proxy.getAllProfiles()) {
+        insert(generateToken(), std::move(profile));
+    }
+    logRefreshed();
+    return true;
+}
+
+std::shared_ptr<ProfileKey> ProfileCache::add(const AddProfileParams& params) {
+    // Meant: a failure uses up its token too.
+    const uint64_t token = generateToken();
+    const Profile profile = makeProfile(params);
+    if (!profile) {
+        KIV_LOG(ERROR, "ProfileCache: failed to create profile");
+        return nullptr;
+    }
+    profile->setIsPersistent(params.getIsPersistent());
+    profile->setIsKivCreated(true);
+    if (!proxy.add(*profile)) {
+        return nullptr;
+    }
+    profile->incRefCount();
+    insert(token, profile);
+    // The modem reports a creation as a creation followed by a modification.
+    expect(*profile, ProfileChangeEvent::Create);
+    expect(*profile, ProfileChangeEvent::Modify);
+    KIV_LOG(EVENT, "Added: %s", profile->dump().c_str());
+    return std::make_shared<ProfileKey>(profile->getTechType(), profile->getProfileId(), token,
+                                        requestFn);
+}
+
+bool ProfileCache::modify(const ModifyProfileParams& params,
+                          const std::shared_ptr<ProfileKey>& key) {
+    const std::optional<Profile> found = find(key, LogLevel::EVENT);
+    if (!found) {
+        return false;
+    }
+    const Profile& profile = *found;
+    if (!profile) {
+        return true;
+    }
+    const std::shared_ptr<ModemProfile> diff = profile->diff(params);
+    if (!diff) {
+        KIV_LOG(EVENT, "ProfileCache: profile is unchanged");
+        return true;
+    }
+    if (!proxy.modify(*diff, profile->getTechType(), profile->getProfileId())) {
+        // Meant: what the modem refuses is told by the log only.
+        KIV_LOG(ERROR, "ProfileCache: failed to modify modem profile");
+        return true;
+    }
+    {
+        std::lock_guard lock(mutex);
+        profile->apply(diff);
+    }
+    KIV_LOG(EVENT, "Diff: %s", diff->dump().c_str());
+    expect(*profile, ProfileChangeEvent::Modify);
+    return true;
+}
+
+bool ProfileCache::remove(const std::shared_ptr<ProfileKey>& key) {
+    const std::optional<Profile> found = find(key, LogLevel::ERROR);
+    if (!found) {
+        return false;
+    }
+    if (!proxy.remove(key->getTechType(), key->getProfileId())) {
+        KIV_LOG(ERROR, "ProfileCache: Failed to remove profile");
+        return false;
+    }
+    erase(key->getToken());
+    if (*found) {
+        expect(**found, ProfileChangeEvent::Delete);
+    }
+    return true;
+}
+
+bool ProfileCache::match(const FilterProfileParams& params,
+                         const std::shared_ptr<ProfileKey>& key) {
+    const std::optional<Profile> found = find(key, LogLevel::ERROR);
+    return found && *found && (*found)->match(params);
+}
+
+std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>& key) {
+    const std::optional<Profile> found = find(key, LogLevel::ERROR);
+    if (!found || !*found) {
+        return std::nullopt;
+    }
+    return (*found)->get();
+}
+
+std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileParams& params) {
+    std::list<std::shared_ptr<ProfileKey>> keys;
+    size_t unreadable = 0;
+    {
+        std::lock_guard lock(mutex);
+        for (const auto& [token, profile] : profiles) {
+            if (!profile) {
+                ++unreadable;
+            } else if (profile->match(params)) {
+                profile->incRefCount();
+                keys.push_back(std::make_shared<ProfileKey>(
+                    profile->getTechType(), profile->getProfileId(), token, requestFn));
+            }
+        }
+    }
+    for (; unreadable > 0; --unreadable) {
+        KIV_LOG(ERROR, "ProfileCache: null profile");
+    }
+    return keys;
+}
+
+bool ProfileCache::registerExpirationListener(std::function<void()> callback,
+                                              std::weak_ptr<IProfileKey> key, uint64_t token) {
+    KIV_LOG(VERBOSE, "ProfileCache: registerExpirationListener %d", static_cast<int>(token));
+    const std::optional<Profile> found = find(token);
+    if (!found) {
+        KIV_LOG(ERROR, "%s", kTokenMissing);
+    } else if (*found) {
+        (*found)->registerExpirationListener(std::move(callback), std::move(key));
+    }
+    // Meant: false in every case; nobody depends on it.
+    return false;
+}
+
+bool ProfileCache::releaseProfile(uint64_t token) {
+    KIV_LOG(EVENT, "ProfileCache: releaseProfile token=%d", static_cast<int>(token));
+    const std::optional<Profile> found = find(token);
+    if (!found) {
+        KIV_LOG(ERROR, "%s", kTokenMissing);
+        return false;
+    }
+    const Profile& profile = *found;
+    if (!profile) {
+        return false;
+    }
+    profile->clearExpiredListeners();
+    if (profile->getRefCount() >= 2) {
+        profile->decRefCount();
+        return true;
+    }
+    if (profile->getIsPersistent() || !profile->getIsKivCreated()) {
+        // Meant: the text says "non-persistent" of persistent profiles.
+        KIV_LOG(EVENT, "ProfileCache: ignoring non-persistent or non-kiv created");
+        return true;
+    }
+    if (!proxy.remove(profile->getTechType(), profile->getProfileId())) {
+        KIV_LOG(ERROR, "ProfileCache: failed to release profile");
+        return false;
+    }
+    profile->decRefCount();
+    KIV_LOG(EVENT, "Released profile %d", profile->getProfileId());
+    expect(*profile, ProfileChangeEvent::Delete);
+    erase(token);
+    return true;
+}
+
+// Indications.
+
+void ProfileCache::onIndication(ProfileChangedInd ind) {
+    KIV_LOG(EVENT, "ProfileCache: onIndication < %s", ind.dump().c_str());
+    if (confirm(ind)) {
+        KIV_LOG(EVENT, "ProfileCache: pending transaction confirmed");
+        return;
+    }
+    KIV_LOG(EVENT, "ProfileCache: updating cache due to indication!");
+    update(ind);
+}
+
+void ProfileCache::update(const ProfileChangedInd& ind) {
+    switch (ind.event) {
+        case ProfileChangeEvent::Create: {
+            const uint64_t token = generateToken();
+            insert(token, proxy.get(ind.techType, ind.profileId));
+            return;
+        }
+        case ProfileChangeEvent::Delete:
+            for (const uint64_t token : tokensOf(ind.techType, ind.profileId)) {
+                erase(token);
+            }
+            return;
+        case ProfileChangeEvent::Modify:
+            for (const uint64_t token : tokensOf(ind.techType, ind.profileId)) {
+                replace(token, proxy.get(ind.techType, ind.profileId));
+            }
+            return;
+        case ProfileChangeEvent::SubscriptionChange:
+        case ProfileChangeEvent::ProfileReady:
+            refresh();
+            return;
+    }
+    KIV_LOG(ERROR, "Invalid ProfileChangedEvent");
+}
+
+/// Notes that the modem will report a change of ours.
+void ProfileCache::expect(const ModemProfile& profile, ProfileChangeEvent event) {
+    std::lock_guard lock(mutex);
+    pending.push_back({profile.getTechType(), profile.getProfileId(), event});
+}
+
+/// Whether the change is one of ours; then it is not expected any more.
+bool ProfileCache::confirm(const ProfileChangedInd& ind) {
+    std::lock_guard lock(mutex);
+    const auto found = std::find(pending.begin(), pending.end(), ind);
+    if (found == pending.end()) {
+        return false;
+    }
+    pending.erase(found);
+    return true;
+}
+
+// Contents.
+
+std::optional<ProfileCache::Profile> ProfileCache::find(uint64_t token) {
+    std::lock_guard lock(mutex);
+    const auto found = profiles.find(token);
+    if (found == profiles.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+std::optional<ProfileCache::Profile> ProfileCache::find(const std::shared_ptr<ProfileKey>& key,
+                                                        LogLevel missing) {
+    if (!key) {
+        return std::nullopt;
+    }
+    std::optional<Profile> found = find(key->getToken());
+    if (!found) {
+        LogWrapper::getInstance().log(missing, kLogTag, "%s", kTokenMissing);
+    }
+    return found;
+}
+
+void ProfileCache::insert(uint64_t token, Profile profile) {
+    std::lock_guard lock(mutex);
+    profiles.emplace(token, std::move(profile));
+}
+
+void ProfileCache::replace(uint64_t token, Profile profile) {
+    {
+        std::lock_guard lock(mutex);
+        const auto found = profiles.find(token);
+        if (found != profiles.end()) {
+            found->second.swap(profile);
+        }
+    }
+    // The profile of before goes here, outside the lock: it calls its listeners.
+}
+
+void ProfileCache::erase(uint64_t token) {
+    Profile dropped;
+    {
+        std::lock_guard lock(mutex);
+        const auto found = profiles.find(token);
+        if (found != profiles.end()) {
+            dropped.swap(found->second);
+            profiles.erase(found);
+        }
+    }
+    // The profile goes here, outside the lock: it calls its listeners.
+}
+
+std::vector<uint64_t> ProfileCache::tokensOf(TechType techType, int profileId) {
+    std::vector<uint64_t> tokens;
+    std::lock_guard lock(mutex);
+    for (const auto& [token, profile] : profiles) {
+        if (profile && profile->getTechType() == techType && profile->getProfileId() == profileId) {
+            tokens.push_back(token);
+        }
+    }
+    return tokens;
+}
+
+void ProfileCache::logRefreshed() {
+    std::vector<std::string> lines;
+    {
+        std::lock_guard lock(mutex);
+        for (const auto& entry : profiles) {
+            lines.push_back(dumpProfile(entry.second));
+        }
+    }
+    KIV_LOG(EVENT, "Refreshed Profiles:");
+    for (const std::string& line : lines) {
+        KIV_LOG(EVENT, "%s", line.c_str());
+    }
+}
+
+std::vector<std::string> ProfileCache::dump() {
+    std::lock_guard lock(mutex);
+    std::vector<std::string> lines = {"Cache:"};
+    for (const auto& [token, profile] : profiles) {
+        lines.push_back("  " + std::to_string(token) + ": " + dumpProfile(profile));
+    }
+    lines.push_back("Pending:");
+    for (const ProfileChangedInd& ind : pending) {
+        lines.push_back("  " + ind.dump());
+    }
+    return lines;
+}
+
+}  // namespace kiv

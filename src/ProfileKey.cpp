@@ -1,0 +1,35 @@
+#include "ProfileKey.h"
+
+#include "ClientRequest.h"
+#include "ClientResponse.h"
+#include "LogWrapper.h"
+#include "ValueText.h"
+
+namespace kiv {
+
+IProfileKey::IProfileKey() = default;
+IProfileKey::~IProfileKey() = default;
+
+ProfileKey::ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn)
+    : techType(techType), profileId(profileId), token(token), requestFn(std::move(requestFn)) {}
+
+ProfileKey::~ProfileKey() {
+    auto request = std::make_shared<CallbackRequest>();
+    request->setReleaseToken(token);
+    requestFn(std::move(request));
+    KIV_LOG(DEBUG, "~ProfileKey");
+}
+
+void ProfileKey::registerExpirationListener(std::function<void()> callback) {
+    auto request = std::make_shared<CallbackRequest>();
+    request->setExpirationInfo(std::move(callback), weak_from_this(), token);
+    requestFn(std::move(request));
+}
+
+std::string ProfileKey::dump() {
+    return toText(techType) + ":" + std::to_string(profileId) + " token=" + std::to_string(token);
+}
+
+bool expired(const ExpirationListener& listener) { return listener.second.expired(); }
+
+}  // namespace kiv

@@ -1,0 +1,114 @@
+#ifndef KIVR_SRC_RAVWDSPROXY_H
+#define KIVR_SRC_RAVWDSPROXY_H
+
+#include <deque>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+
+#include "EventManager.h"
+#include "ModemProfile.h"
+#include "ProfileChangedInd.h"
+#include "ProfileTypes.h"
+#include "ThreadSafety.h"
+#include "wds_v01.h"
+
+namespace kiv {
+
+/// The library's one connection to the modem's wireless data service: it follows the service up
+/// and down, sends the profile requests and brings profile-changed indications to the worker
+/// thread.
+///
+/// Threads: everything on the worker thread, except construction and destruction, which happen
+/// while that thread does not run yet or any more. The three rav callbacks run on threads of the
+/// messaging library and touch nothing but the eventfds and the indication queue.
+/// Ownership: owned by the ProfileCache; owns its client, its notifier and its eventfds.
+/// Blocking: each request waits up to 1000 ms for the modem. Nobody waits for the service.
+/// Re-entrancy: the receiver of indications may call every operation.
+class RavWdsProxy {
+public:
+    /// Aborts the process if the system grants no eventfd.
+    RavWdsProxy(EventManager& eventManager, int bindValue);
+    ~RavWdsProxy();
+    RavWdsProxy(const RavWdsProxy&) = delete;
+    RavWdsProxy& operator=(const RavWdsProxy&) = delete;
+
+    /// Replaces the receiver of indications.
+    void registerProfileChangedInd(std::function<void(ProfileChangedInd)> cb);
+
+    /// The requests. A failure is logged; false, empty or a short list then.
+    /// Creates the profile in the modem and gives it its new id.
+    bool add(ModemProfile& profile);
+    /// Writes the settings of profile to the modem profile that is named by the other arguments.
+    bool modify(ModemProfile& profile, TechType techType, int profileId);
+    bool remove(TechType techType, int profileId);
+    std::shared_ptr<ModemProfile> get(TechType techType, int profileId);
+    /// Every profile, 3GPP ones first; an empty pointer for one that could not be read.
+    std::list<std::shared_ptr<ModemProfile>> getAllProfiles();
+
+private:
+    /// One queued indication: allocated on the callback's thread, freed on the worker thread.
+    struct IndInfo_t {
+        rav_client_type client;
+        unsigned int msgId;
+        std::unique_ptr<unsigned char[]> buffer;
+        unsigned int length;
+        RavWdsProxy* proxy;
+    };
+
+    static void ravNotifyCb(rav_client_type notifier, rav_service_object_type service,
+                            rav_client_notify_event_type event, void* userData);
+    static void ravErrorCb(rav_client_type client, int error, void* userData);
+    static void ravIndCb(rav_client_type client, unsigned int msgId, void* indBuf,
+                         unsigned int indBufLen, void* indCbData);
+
+    static void handleSvcUp(int fd, void* arg);
+    static void handleError(int fd, void* arg);
+    static void handleIndication(int fd, void* arg);
+
+    void registerRavSvcUp();
+    void openClient();
+    void registerRavIndications();
+    void handleModemDown();
+    bool takeIndication(IndInfo_t*& info);
+    bool handleIndInfo(const IndInfo_t& info);
+    void handleProfileChangedInd(wds_profile_changed_ind_type_v01 ind);
+    void appendProfiles(const wds_get_profile_list_resp_msg_v01& response,
+                        std::list<std::shared_ptr<ModemProfile>>& profiles);
+
+    template <class Request, class Response>
+    bool send(unsigned int msgId, const Request& request, Response& response);
+    template <class Request>
+    void sendRegistration(unsigned int msgId, const Request& request, const char* success,
+                          const char* failure);
+    template <class Request, class Response>
+    bool sendProfileRequest(unsigned int msgId, const char* name, const Request& request,
+                            Response& response);
+
+    // Constant.
+    EventManager& eventManager;
+    const int bindValue;
+    const rav_service_object_type serviceObject;
+
+    // Worker thread only.
+    rav_client_type client = nullptr;
+    rav_client_type notifier = nullptr;
+    rav_client_os_params osParams{};
+
+    // Guarded. Raw pointers, which are meant not to be freed when the proxy goes.
+    std::deque<IndInfo_t*> indQueue KIV_GUARDED_BY(indQueueMutex);
+    std::mutex indQueueMutex;
+
+    // Constant once constructed.
+    int svcUpFd;
+    int errorFd;
+    int indFd;
+
+    // Worker thread only.
+    std::function<void(ProfileChangedInd)> profileChangedIndCb;
+};
+
+}  // namespace kiv
+
+#endif
