@@ -1,0 +1,255 @@
+#include "Conversions.h"
+#include "ModemProfile.h"
+#include "ModemProfileSettings.h"
+#include "ValueText.h"
+
+namespace kiv {
+
+namespace {
+
+/// "None" leaves the field absent.
+void readRoamingType(std::optional<IPType>& field, uint8_t valid,
+                     wds_common_pdp_type_enum_v01 member) {
+    if (member != WDS_COMMON_PDP_TYPE_NONE_V01) {
+        readMember(field, valid, member, convertPdpType);
+    }
+}
+
+}  // namespace
+
+struct Modem3gppProfile::PlainSettings {
+    static constexpr auto all = std::make_tuple(
+        setting(&Modem3gppProfile::maxPdnsConnPerBlock, &ProfileParams::hasMaxPdnsConnPerBlock,
+                &ProfileParams::getMaxPdnsConnPerBlock, &ProfileParams::setMaxPdnsConnPerBlock),
+        setting(&Modem3gppProfile::maxPdnConnTimer, &ProfileParams::hasMaxPdnConnTimer,
+                &ProfileParams::getMaxPdnConnTimer, &ProfileParams::setMaxPdnConnTimer),
+        setting(&Modem3gppProfile::pdnReqWaitInterval, &ProfileParams::hasPdnReqWaitInterval,
+                &ProfileParams::getPdnReqWaitInterval, &ProfileParams::setPdnReqWaitInterval),
+        setting(&Modem3gppProfile::isApnDisabled, &ProfileParams::hasIsApnDisabled,
+                &ProfileParams::getIsApnDisabled, &ProfileParams::setIsApnDisabled),
+        setting(&Modem3gppProfile::isEmergencySupported, &ProfileParams::hasIsEmergencySupported,
+                &ProfileParams::getIsEmergencySupported, &ProfileParams::setIsEmergencySupported));
+};
+
+Modem3gppProfile::Modem3gppProfile(const ProfileParams& params)
+    : ModemProfile(TechType::Tech3gpp, params) {
+    copySettings(*this, PlainSettings::all, params);
+    std::optional<IPType> home;
+    std::optional<IPType> roam;
+    std::optional<IPType> overrideHome;
+    getNewIPTypes(params, home, roam, overrideHome);
+    commonIPType = home;
+    lteRoamIPType = roam;
+    umtsRoamIPType = roam;
+    overrideHomeIPType = overrideHome;
+}
+
+Modem3gppProfile::Modem3gppProfile(int profileIdValue,
+                                   const wds_get_profile_settings_resp_msg_v01& response)
+    : ModemProfile(TechType::Tech3gpp, profileIdValue, response) {
+    readSettings(response.settings);
+}
+
+std::optional<IPType> Modem3gppProfile::clientHomeIPType() const {
+    const bool overridden = valueOf(overrideHomeIPType) != IPType::UNKNOWN;
+    return overridden ? overrideHomeIPType : commonIPType;
+}
+
+void Modem3gppProfile::getNewIPTypes(const ProfileParams& params, std::optional<IPType>& home,
+                                     std::optional<IPType>& roam,
+                                     std::optional<IPType>& overrideHome) const {
+    home = params.hasHomeIPType() ? params.getHomeIPType() : clientHomeIPType();
+    if (params.hasRoamIPType()) {
+        roam = params.getRoamIPType();
+    } else if (lteRoamIPType == umtsRoamIPType) {
+        roam = lteRoamIPType;
+    }
+    if (!home || !roam) {
+        return;
+    }
+    if (*home != *roam) {
+        overrideHome = home;
+        home = IPType::V4V6;
+    } else if (overrideHomeIPType) {
+        // An override that no longer applies can't be removed; UNKNOWN takes it out of effect.
+        overrideHome = IPType::UNKNOWN;
+    }
+}
+
+bool Modem3gppProfile::isIAProfile() const { return profileName == kKivIAProfileName; }
+
+bool Modem3gppProfile::isKivProfile() const {
+    return isIAProfile() || profileName == kKivProfileName;
+}
+
+bool Modem3gppProfile::match(const FilterProfileParams& filter) const {
+    if (!ModemProfile::match(filter)) {
+        return false;
+    }
+    // Only one of the two filters counts, the initial-attach one first.
+    if (filter.hasFilterByIsIAProfile()) {
+        if (filter.getIsIAProfile() != isIAProfile()) {
+            return false;
+        }
+    } else if (filter.hasFilterByIsKivProfile() && filter.getIsKivProfile() != isKivProfile()) {
+        return false;
+    }
+    return matchHomeIPType(filter) && matchRoamIPType(filter) &&
+           matchSettings(*this, PlainSettings::all, filter);
+}
+
+bool Modem3gppProfile::matchHomeIPType(const FilterProfileParams& filter) const {
+    if (!filter.hasHomeIPType()) {
+        return true;
+    }
+    const std::optional<IPType> actual = clientHomeIPType();
+    return actual && matchIPType(filter.getHomeIPType(), *actual, filter.getFilterMatchCriteria(),
+                                 FilterMatchType::HomeIPSubset, FilterMatchType::HomeIPSuperset);
+}
+
+bool Modem3gppProfile::matchRoamIPType(const FilterProfileParams& filter) const {
+    if (!filter.hasRoamIPType()) {
+        return true;
+    }
+    // Without an LTE type, the type at home also serves when roaming. An absent UMTS type beside
+    // an LTE type counts as UNKNOWN.
+    std::optional<IPType> actual;
+    if (lteRoamIPType) {
+        if (valueOf(umtsRoamIPType) == *lteRoamIPType) {
+            actual = lteRoamIPType;
+        }
+    } else if (!umtsRoamIPType) {
+        actual = commonIPType;
+    }
+    return actual && matchIPType(filter.getRoamIPType(), *actual, filter.getFilterMatchCriteria(),
+                                 FilterMatchType::RoamIPSubset, FilterMatchType::RoamIPSuperset);
+}
+
+std::shared_ptr<ModemProfile> Modem3gppProfile::diff(
+    const ModifyProfileParams& modification) const {
+    ProfileParams out;
+    bool changed = false;
+    updateDiffParameters(modification, out, changed);
+    diffSettings(*this, PlainSettings::all, modification, out, changed);
+    auto difference = std::make_shared<Modem3gppProfile>(out);
+
+    std::optional<IPType> home;
+    std::optional<IPType> roam;
+    std::optional<IPType> overrideHome;
+    getNewIPTypes(modification, home, roam, overrideHome);
+    const auto diffIPType = [&changed](const std::optional<IPType>& mine,
+                                       const std::optional<IPType>& wanted,
+                                       std::optional<IPType>& field) {
+        if (wanted && mine != wanted) {
+            field = wanted;
+            changed = true;
+        }
+    };
+    diffIPType(commonIPType, home, difference->commonIPType);
+    diffIPType(lteRoamIPType, roam, difference->lteRoamIPType);
+    diffIPType(umtsRoamIPType, roam, difference->umtsRoamIPType);
+    diffIPType(overrideHomeIPType, overrideHome, difference->overrideHomeIPType);
+    return changed ? difference : nullptr;
+}
+
+void Modem3gppProfile::apply(std::shared_ptr<ModemProfile> other) {
+    ModemProfile::apply(other);
+    const auto other3gpp = std::dynamic_pointer_cast<const Modem3gppProfile>(other);
+    if (!other3gpp) {
+        return;
+    }
+    // Meant: the profile name stays.
+    mergeField(overrideHomeIPType, other3gpp->overrideHomeIPType);
+    mergeField(lteRoamIPType, other3gpp->lteRoamIPType);
+    mergeField(umtsRoamIPType, other3gpp->umtsRoamIPType);
+    mergeSettings(*this, PlainSettings::all, *other3gpp);
+}
+
+ProfileParams Modem3gppProfile::get() const {
+    FilterProfileParams params;
+    updateGetParameters(params);
+    params.setFilterByIsIAProfile(isIAProfile());
+    params.setFilterByIsKivProfile(isKivProfile());
+    if (const std::optional<IPType> home = clientHomeIPType()) {
+        params.setHomeIPType(*home);
+    }
+    if (lteRoamIPType && lteRoamIPType == umtsRoamIPType) {
+        params.setRoamIPType(*lteRoamIPType);
+    }
+    reportSettings(*this, PlainSettings::all, params);
+    return ProfileParams(params);
+}
+
+wds_create_profile_req_msg_v01 Modem3gppProfile::constructAddRequest() const {
+    wds_create_profile_req_msg_v01 request;
+    updateAddParameters(request);
+    request.profile_type = WDS_PROFILE_TYPE_3GPP_V01;
+    writeSettings(request.settings);
+    return request;
+}
+
+wds_modify_profile_settings_req_msg_v01 Modem3gppProfile::constructModifyRequest() const {
+    wds_modify_profile_settings_req_msg_v01 request;
+    updateModifyParameters(request);
+    writeSettings(request.settings);
+    return request;
+}
+
+void Modem3gppProfile::readSettings(const wds_profile_settings_type_v01& s) {
+    readText(profileName, s.profile_name_valid, s.profile_name);
+    readMember(commonIPType, s.pdp_type_valid, s.pdp_type, convertPdpType);
+    readMember(overrideHomeIPType, s.override_home_pdp_type_valid, s.override_home_pdp_type,
+               convertPdpType);
+    readRoamingType(lteRoamIPType, s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type);
+    readRoamingType(umtsRoamIPType, s.umts_roaming_pdp_type_valid, s.umts_roaming_pdp_type);
+    readText(apnName, s.apn_name_valid, s.apn_name);
+    if (apnName) {
+        apnName = convertToLower(*apnName);
+    }
+    readMember(apnClass, s.apn_class_valid, s.apn_class);
+    readMember(isEmergencySupported, s.support_emergency_calls_valid, s.support_emergency_calls);
+    readMember(authType, s.auth_preference_valid, s.auth_preference, convertToAuthType);
+    readMember(maxPdnsConnPerBlock, s.max_pdn_conn_per_block_valid, s.max_pdn_conn_per_block);
+    readMember(maxPdnConnTimer, s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer);
+    readMember(pdnReqWaitInterval, s.pdn_req_wait_interval_valid, s.pdn_req_wait_interval);
+    readMember(isApnDisabled, s.apn_disabled_valid, s.apn_disabled);
+    readText(userName, s.user_name_valid, s.user_name);
+    readText(password, s.password_valid, s.password);
+}
+
+void Modem3gppProfile::writeSettings(wds_profile_settings_type_v01& s) const {
+    writeText(s.profile_name_valid, s.profile_name, profileName);
+    writeText(s.apn_name_valid, s.apn_name, apnName);
+    writeMember(s.pdp_type_valid, s.pdp_type, commonIPType, convertToRavPdpType);
+    writeMember(s.override_home_pdp_type_valid, s.override_home_pdp_type, overrideHomeIPType,
+                convertToRavCommonPdpType);
+    writeMember(s.support_emergency_calls_valid, s.support_emergency_calls, isEmergencySupported);
+    writeMember(s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type, lteRoamIPType,
+                convertToRavCommonPdpType);
+    writeMember(s.umts_roaming_pdp_type_valid, s.umts_roaming_pdp_type, umtsRoamIPType,
+                convertToRavCommonPdpType);
+    writeMember(s.max_pdn_conn_per_block_valid, s.max_pdn_conn_per_block, maxPdnsConnPerBlock);
+    writeMember(s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer, maxPdnConnTimer);
+    writeMember(s.pdn_req_wait_interval_valid, s.pdn_req_wait_interval, pdnReqWaitInterval);
+    writeMember(s.apn_disabled_valid, s.apn_disabled, isApnDisabled);
+    writeMember(s.auth_preference_valid, s.auth_preference, authType, convertToRavAuthPref);
+    writeMember(s.apn_class_valid, s.apn_class, apnClass);
+    writeText(s.user_name_valid, s.user_name, userName);
+    writeText(s.password_valid, s.password, password);
+}
+
+std::string Modem3gppProfile::dump() const {
+    std::string text = ModemProfile::dump();
+    appendSetting(text, "OverrideHomeIPType=", overrideHomeIPType);
+    appendSetting(text, "LteRoamIP=", lteRoamIPType);
+    appendSetting(text, "UmtsRoamIP=", umtsRoamIPType);
+    appendSetting(text, "MaxPdnsConnPerBlock=", maxPdnsConnPerBlock);
+    appendSetting(text, "MaxPdnConnTimer=", maxPdnConnTimer);
+    appendSetting(text, "PdnReqWaitInterval=", pdnReqWaitInterval);
+    appendSetting<int>(text, "IsApnDisabled=", isApnDisabled);
+    appendSetting<int>(text, "IsEmergencySupported=", isEmergencySupported);
+    appendSetting(text, "ProfileName=", profileName);
+    return text;
+}
+
+}  // namespace kiv

@@ -1,0 +1,165 @@
+#ifndef KIVR_SRC_MODEMPROFILESETTINGS_H
+#define KIVR_SRC_MODEMPROFILESETTINGS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <tuple>
+
+#include "FilterProfileParams.h"
+#include "ProfileParams.h"
+#include "ProfileTypes.h"
+
+// What the modem profiles do with their settings, told once for all settings of a kind.
+namespace kiv {
+
+/// A setting that a modem profile and a ProfileParams hold in the same form.
+template <class Profile, class Value>
+struct Setting {
+    std::optional<Value> Profile::*field;
+    bool (ProfileParams::*has)() const;
+    Value (ProfileParams::*get)() const;
+    void (ProfileParams::*set)(Value);
+};
+
+template <class Profile, class Value>
+constexpr Setting<Profile, Value> setting(std::optional<Value> Profile::*field,
+                                          bool (ProfileParams::*has)() const,
+                                          Value (ProfileParams::*get)() const,
+                                          void (ProfileParams::*set)(Value)) {
+    return {field, has, get, set};
+}
+
+/// Calls action with each setting of a tuple of settings, in order.
+template <class Settings, class Action>
+void forEach(const Settings& settings, Action action) {
+    std::apply([&](const auto&... one) { (action(one), ...); }, settings);
+}
+
+/// The params have the setting, and the profile lacks it or has another value.
+template <class Profile, class OneSetting>
+bool differs(const Profile& profile, const OneSetting& one, const ProfileParams& params) {
+    return (params.*one.has)() && profile.*one.field != (params.*one.get)();
+}
+
+/// Stores what the params have.
+template <class Profile, class Settings>
+void copySettings(Profile& profile, const Settings& settings, const ProfileParams& params) {
+    forEach(settings, [&](const auto& one) {
+        if ((params.*one.has)()) {
+            profile.*one.field = (params.*one.get)();
+        }
+    });
+}
+
+/// Whether the profile has all that the params have.
+template <class Profile, class Settings>
+bool matchSettings(const Profile& profile, const Settings& settings, const ProfileParams& params) {
+    bool matches = true;
+    forEach(settings,
+            [&](const auto& one) { matches = matches && !differs(profile, one, params); });
+    return matches;
+}
+
+/// Puts what the params would change into out, and sets changed if that is anything.
+template <class Profile, class Settings>
+void diffSettings(const Profile& profile, const Settings& settings, const ProfileParams& params,
+                  ProfileParams& out, bool& changed) {
+    forEach(settings, [&](const auto& one) {
+        if (differs(profile, one, params)) {
+            (out.*one.set)((params.*one.get)());
+            changed = true;
+        }
+    });
+}
+
+/// Puts what the profile has into out.
+template <class Profile, class Settings>
+void reportSettings(const Profile& profile, const Settings& settings, ProfileParams& out) {
+    forEach(settings, [&](const auto& one) {
+        if (profile.*one.field) {
+            (out.*one.set)(*(profile.*one.field));
+        }
+    });
+}
+
+/// Takes over the value of other, if it has one.
+template <class Value>
+void mergeField(std::optional<Value>& field, const std::optional<Value>& other) {
+    if (other) {
+        field = other;
+    }
+}
+
+/// Takes over what other has.
+template <class Profile, class Settings>
+void mergeSettings(Profile& profile, const Settings& settings, const Profile& other) {
+    forEach(settings, [&](const auto& one) { mergeField(profile.*one.field, other.*one.field); });
+}
+
+/// Whether an IP type fits the filter's: equal, or by the looser rules that the filter allows.
+inline bool matchIPType(IPType wanted, IPType actual, uint32_t criteria, FilterMatchType subset,
+                        FilterMatchType superset) {
+    const auto within = [](IPType inner, IPType outer) {
+        return (static_cast<uint32_t>(inner) & ~static_cast<uint32_t>(outer)) == 0;
+    };
+    return wanted == actual || ((criteria & toMask(subset)) != 0 && within(wanted, actual)) ||
+           ((criteria & toMask(superset)) != 0 && within(actual, wanted));
+}
+
+// The members of the data service's records, each with its flag.
+
+/// Up to the terminating zero, which the modem may have left out.
+template <size_t size>
+void readText(std::optional<std::string>& field, uint8_t valid, const char (&member)[size]) {
+    if (valid != 0) {
+        field = std::string(member, strnlen(member, size));
+    }
+}
+
+template <class Value, class Member>
+void readMember(std::optional<Value>& field, uint8_t valid, Member member) {
+    if (valid != 0) {
+        field = static_cast<Value>(member);
+    }
+}
+
+template <class Value, class Member>
+void readMember(std::optional<Value>& field, uint8_t valid, Member member,
+                Value (*convert)(Member)) {
+    if (valid != 0) {
+        field = convert(member);
+    }
+}
+
+/// Cut to what the member holds before its terminating zero. The member is all zero before.
+template <size_t size>
+void writeText(uint8_t& valid, char (&member)[size], const std::optional<std::string>& field) {
+    if (field) {
+        valid = 1;
+        field->copy(member, size - 1);
+    }
+}
+
+template <class Member, class Value>
+void writeMember(uint8_t& valid, Member& member, const std::optional<Value>& field) {
+    if (field) {
+        valid = 1;
+        member = static_cast<Member>(*field);
+    }
+}
+
+template <class Member, class Value>
+void writeMember(uint8_t& valid, Member& member, const std::optional<Value>& field,
+                 Member (*convert)(Value)) {
+    if (field) {
+        valid = 1;
+        member = convert(*field);
+    }
+}
+
+}  // namespace kiv
+
+#endif
