@@ -1,0 +1,225 @@
+#include "Conversions.h"
+
+#include <cstring>
+
+#include "LogWrapper.h"
+
+namespace kiv {
+
+namespace {
+
+struct ApnTypePair {
+    ApnTypes type;
+    uint64_t ravType;
+};
+
+/// The one correspondence of APN types. The two layouts differ.
+constexpr ApnTypePair kApnTypes[] = {
+    {ApnTypes::DEFAULT, WDS_APN_TYPE_MASK_DEFAULT_V01},
+    {ApnTypes::MMS, WDS_APN_TYPE_MASK_MMS_V01},
+    {ApnTypes::SUPL, WDS_APN_TYPE_MASK_SUPL_V01},
+    {ApnTypes::DUN, WDS_APN_TYPE_MASK_DUN_V01},
+    {ApnTypes::HIPRI, WDS_APN_TYPE_MASK_HIPRI_V01},
+    {ApnTypes::FOTA, WDS_APN_TYPE_MASK_FOTA_V01},
+    {ApnTypes::IMS, WDS_APN_TYPE_MASK_IMS_V01},
+    {ApnTypes::CBS, WDS_APN_TYPE_MASK_CBS_V01},
+    {ApnTypes::IA, WDS_APN_TYPE_MASK_IA_V01},
+    {ApnTypes::EMERGENCY, WDS_APN_TYPE_MASK_EMERGENCY_V01},
+    {ApnTypes::MCX, WDS_APN_TYPE_MASK_MCX_V01},
+    {ApnTypes::XCAP, WDS_APN_TYPE_MASK_XCAP_V01},
+};
+
+IPType unknownPdpType(int32_t type) {
+    KIV_LOG(DEBUG, "Unknown pdp_type_enum %d", type);
+    return IPType::UNKNOWN;
+}
+
+}  // namespace
+
+TechType convertProfileType(wds_profile_type_enum_v01 type) {
+    switch (type) {
+        case WDS_PROFILE_TYPE_3GPP_V01:
+            return TechType::Tech3gpp;
+        case WDS_PROFILE_TYPE_3GPP2_V01:
+            return TechType::Tech3gpp2;
+        default:
+            KIV_LOG(DEBUG, "Unknown tech type %d", static_cast<int32_t>(type));
+            return TechType::Tech3gpp;
+    }
+}
+
+IPType convertPdnType(wds_profile_pdn_type_enum_v01 type) {
+    switch (type) {
+        case WDS_PROFILE_PDN_TYPE_IPV4_V01:
+            return IPType::V4;
+        case WDS_PROFILE_PDN_TYPE_IPV6_V01:
+            return IPType::V6;
+        case WDS_PROFILE_PDN_TYPE_IPV4V6_V01:
+            return IPType::V4V6;
+        case WDS_PROFILE_PDN_TYPE_UNSPECIFIED_V01:
+            return IPType::UNKNOWN;
+        default:
+            KIV_LOG(DEBUG, "Unknown profile_pdn_type_enum %d", static_cast<int32_t>(type));
+            return IPType::UNKNOWN;
+    }
+}
+
+IPType convertPdpType(wds_pdp_type_enum_v01 type) {
+    switch (type) {
+        case WDS_PDP_TYPE_IPV4_V01:
+            return IPType::V4;
+        case WDS_PDP_TYPE_IPV6_V01:
+            return IPType::V6;
+        case WDS_PDP_TYPE_IPV4V6_V01:
+            return IPType::V4V6;
+        default:
+            return unknownPdpType(type);
+    }
+}
+
+IPType convertPdpType(wds_common_pdp_type_enum_v01 type) {
+    switch (type) {
+        case WDS_COMMON_PDP_TYPE_IPV4_V01:
+            return IPType::V4;
+        case WDS_COMMON_PDP_TYPE_IPV6_V01:
+            return IPType::V6;
+        case WDS_COMMON_PDP_TYPE_IPV4V6_V01:
+            return IPType::V4V6;
+        default:
+            return unknownPdpType(type);
+    }
+}
+
+wds_profile_identifier_type_v01 convertToProfileIdentifier(TechType techType, int profileId) {
+    wds_profile_identifier_type_v01 identifier;
+    std::memset(&identifier, 0, sizeof(identifier));  // It is sent with its padding.
+    identifier.profile_type =
+        techType == TechType::Tech3gpp2 ? WDS_PROFILE_TYPE_3GPP2_V01 : WDS_PROFILE_TYPE_3GPP_V01;
+    identifier.profile_index = static_cast<uint8_t>(profileId);
+    return identifier;
+}
+
+uint64_t convertToSingleRavApnType(ApnTypes type) {
+    for (const ApnTypePair& pair : kApnTypes) {
+        if (pair.type == type) {
+            return pair.ravType;
+        }
+    }
+    return 0;
+}
+
+ApnTypes convertToSingleCommonApnType(uint64_t ravType) {
+    for (const ApnTypePair& pair : kApnTypes) {
+        if (pair.ravType == ravType) {
+            return pair.type;
+        }
+    }
+    return ApnTypes{};
+}
+
+uint64_t convertToRavApnTypeMask(uint32_t mask) {
+    uint64_t ravMask = 0;
+    for (const ApnTypePair& pair : kApnTypes) {
+        if ((mask & toMask(pair.type)) != 0) {
+            ravMask |= pair.ravType;
+        }
+    }
+    return ravMask;
+}
+
+uint32_t convertToCommonApnTypeMask(uint64_t ravMask) {
+    uint32_t mask = 0;
+    for (const ApnTypePair& pair : kApnTypes) {
+        if ((ravMask & pair.ravType) != 0) {
+            mask |= toMask(pair.type);
+        }
+    }
+    return mask;
+}
+
+wds_profile_pdn_type_enum_v01 convertToRavProfilePdnType(IPType type) {
+    switch (type) {
+        case IPType::V4:
+            return WDS_PROFILE_PDN_TYPE_IPV4_V01;
+        case IPType::V6:
+            return WDS_PROFILE_PDN_TYPE_IPV6_V01;
+        default:
+            return WDS_PROFILE_PDN_TYPE_IPV4V6_V01;
+    }
+}
+
+wds_pdp_type_enum_v01 convertToRavPdpType(IPType type) {
+    switch (type) {
+        case IPType::V4:
+            return WDS_PDP_TYPE_IPV4_V01;
+        case IPType::V6:
+            return WDS_PDP_TYPE_IPV6_V01;
+        default:
+            return WDS_PDP_TYPE_IPV4V6_V01;
+    }
+}
+
+wds_common_pdp_type_enum_v01 convertToRavCommonPdpType(IPType type) {
+    switch (type) {
+        case IPType::UNKNOWN:
+            return WDS_COMMON_PDP_TYPE_NONE_V01;
+        case IPType::V4:
+            return WDS_COMMON_PDP_TYPE_IPV4_V01;
+        case IPType::V6:
+            return WDS_COMMON_PDP_TYPE_IPV6_V01;
+        default:
+            return WDS_COMMON_PDP_TYPE_IPV4V6_V01;
+    }
+}
+
+wds_auth_pref_mask_v01 convertToRavAuthPref(AuthType type) {
+    constexpr uint32_t kKnown = WDS_AUTH_PREF_PAP_V01 | WDS_AUTH_PREF_CHAP_V01;
+    return static_cast<wds_auth_pref_mask_v01>(static_cast<uint32_t>(type) & kKnown);
+}
+
+AuthType convertToAuthType(wds_auth_pref_mask_v01 preference) {
+    return static_cast<AuthType>(preference & (WDS_AUTH_PREF_PAP_V01 | WDS_AUTH_PREF_CHAP_V01));
+}
+
+wds_profile_auth_protocol_enum_v01 convertToRavAuthProtocol(AuthType type) {
+    switch (type) {
+        case AuthType::PAP:
+            return WDS_PROFILE_AUTH_PROTOCOL_PAP_V01;
+        case AuthType::CHAP:
+            return WDS_PROFILE_AUTH_PROTOCOL_CHAP_V01;
+        case AuthType::PAP_CHAP:
+            return WDS_PROFILE_AUTH_PROTOCOL_PAP_CHAP_V01;
+        default:
+            return WDS_PROFILE_AUTH_PROTOCOL_NONE_V01;
+    }
+}
+
+wds_pdn_level_auth_protocol_enum_v01 convertToRavPdnLevelAuthProtocol(AuthType type) {
+    // The two enumerations have the same numbers.
+    return static_cast<wds_pdn_level_auth_protocol_enum_v01>(convertToRavAuthProtocol(type));
+}
+
+AuthType convertToAuthType(wds_profile_auth_protocol_enum_v01 protocol) {
+    switch (protocol) {
+        case WDS_PROFILE_AUTH_PROTOCOL_PAP_V01:
+            return AuthType::PAP;
+        case WDS_PROFILE_AUTH_PROTOCOL_CHAP_V01:
+            return AuthType::CHAP;
+        case WDS_PROFILE_AUTH_PROTOCOL_PAP_CHAP_V01:
+            return AuthType::PAP_CHAP;
+        default:
+            return AuthType::NONE;
+    }
+}
+
+std::string convertToLower(const std::string& text) {
+    std::string lower = text;
+    for (char& byte : lower) {
+        if (byte >= 'A' && byte <= 'Z') {
+            byte = static_cast<char>(byte + ('a' - 'A'));
+        }
+    }
+    return lower;
+}
+
+}  // namespace kiv
