@@ -14,6 +14,7 @@
 #include "AddProfileParams.h"
 #include "EventManager.h"
 #include "FilterProfileParams.h"
+#include "LogWrapper.h"
 #include "ModemProfile.h"
 #include "ModifyProfileParams.h"
 #include "ProfileChangedInd.h"
