@@ -81,11 +81,11 @@ private:
     using RequestFunction =
         std::function<std::shared_ptr<ClientResponse>(std::shared_ptr<ClientRequest>)>;
 
-    void stop();
-    RequestFunction getRequestFunction();
+    KIV_INTERNAL void stop();
+    KIV_INTERNAL RequestFunction getRequestFunction();
     template <class Response>
-    std::shared_ptr<Response> process(const char* operation, const char* failure,
-                                      const std::shared_ptr<ClientRequest>& request);
+    KIV_INTERNAL std::shared_ptr<Response> process(const char* operation, const char* failure,
+                                                   const std::shared_ptr<ClientRequest>& request);
 
     /// Guards the pointer only; never held while a request is processed.
     std::mutex engineMutex;

@@ -12,8 +12,6 @@ namespace kiv {
 
 namespace {
 
-constexpr const char* kProfileName = "kiv_profile";
-constexpr const char* kAttachProfileName = "kiv_profile_ia";
 constexpr const char* kTokenMissing = "ProfileCache: token is not present or expired";
 
 /// A profile that is yet to be created; empty for an unknown technology.
@@ -21,7 +19,7 @@ std::shared_ptr<ModemProfile> makeProfile(const AddProfileParams& params) {
     switch (params.getTechType()) {
         case TechType::Tech3gpp: {
             auto profile = std::make_shared<Modem3gppProfile>(params);
-            profile->setProfileName(params.getIsIAProfile() ? kAttachProfileName : kProfileName);
+            profile->setProfileName(params.getIsIAProfile() ? kKivIAProfileName : kKivProfileName);
             return profile;
         }
         case TechType::Tech3gpp2:
