@@ -1,0 +1,338 @@
+#include "ProfileCache.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "ClientRequest.h"
+#include "ClientResponse.h"
+#include "EmulatedModem.h"
+#include "LogCapture.h"
+#include "LogWrapper.h"
+
+namespace kiv {
+namespace {
+
+using test::LogCapture;
+using test::modem;
+using test::refuse;
+using test::requestCount;
+using test::settings3gpp;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+constexpr const char* kTokenMissing = "ProfileCache: token is not present or expired";
+constexpr const char* kConfirmed = "ProfileCache: pending transaction confirmed";
+constexpr const char* kUpdating = "ProfileCache: updating cache due to indication!";
+constexpr const char* kIgnoring = "ProfileCache: ignoring non-persistent or non-kiv created";
+
+AddProfileParams addParams(const std::string& apnName, bool persistent = false,
+                           TechType techType = TechType::Tech3gpp, bool attach = false) {
+    ProfileParams params;
+    params.setApnName(apnName);
+    return {params, persistent, techType, attach};
+}
+
+ModifyProfileParams userName(const std::string& name) {
+    ModifyProfileParams params;
+    params.setUserName(name);
+    return params;
+}
+
+/// A cache whose worker thread is the test's own thread.
+class ProfileCacheTest : public testing::Test {
+protected:
+    void SetUp() override {
+        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
+        modem().factoryReset();
+        modem().start();
+        // As the request manager does, but on the thread that drops the key.
+        cache = std::make_unique<ProfileCache>(
+            events, 0, [this](const std::shared_ptr<ClientRequest>& request) {
+                const auto callback = std::dynamic_pointer_cast<CallbackRequest>(request);
+                if (callback->hasReleaseToken()) {
+                    released = cache->releaseProfile(callback->getReleaseToken());
+                }
+                return nullptr;
+            });
+        serveUntil("RavWdsProxy config register request successful!");
+    }
+    void TearDown() override {
+        cache.reset();
+        modem().stop();
+        EXPECT_EQ(modem().openClients(), 0U);
+    }
+
+    /// Runs the loop until the line has been written so often since the last clear.
+    void serveUntil(const std::string& line, size_t times = 1) {
+        while (log.count(line) < times) {
+            events.processEvents();
+        }
+    }
+    std::vector<emulator::Profile> table() { return modem().profiles(WDS_PROFILE_TYPE_3GPP_V01); }
+    std::shared_ptr<ProfileKey> only(const std::string& apnName) {
+        FilterProfileParams filter;
+        filter.setApnName(apnName);
+        const auto keys = cache->filter(filter);
+        return keys.size() == 1 ? keys.front() : nullptr;
+    }
+
+    LogCapture log;
+    EventManager events;
+    std::unique_ptr<ProfileCache> cache;
+    std::optional<bool> released;
+};
+
+TEST_F(ProfileCacheTest, RegistersWithTheModemOnceTheServiceIsUp) {
+    const auto requests = modem().requests();
+    ASSERT_THAT(requests, SizeIs(3));
+    EXPECT_EQ(requests[0].messageId, 0x00AFU);
+    EXPECT_EQ(requests[0].bytes, std::vector<std::byte>(4));
+    EXPECT_EQ(requests[1].messageId, 0x0003U);
+    EXPECT_EQ(requests[2].messageId, 0x00A7U);
+    const std::pair<size_t, std::vector<std::pair<size_t, uint8_t>>> contents[] = {
+        {398, {{16, 1}, {17, 1}}},
+        {2052, {{0, 1}, {4, 1}, {8, 255}, {12, 255}, {2048, 1}, {2049, 1}}}};
+    for (size_t i = 0; i < 2; ++i) {
+        std::vector<std::byte> expected(contents[i].first);
+        for (const auto& [offset, value] : contents[i].second) {
+            expected[offset] = std::byte{value};
+        }
+        EXPECT_EQ(requests[i + 1].bytes, expected);
+    }
+}
+
+TEST_F(ProfileCacheTest, AddCreatesNamesAndExpectsItsOwnIndications) {
+    const auto plain = cache->add(addParams("Plain"));
+    const auto attach = cache->add(addParams("Attach", true, TechType::Tech3gpp, true));
+    ASSERT_TRUE(plain && attach);
+    ASSERT_THAT(table(), SizeIs(2));
+    EXPECT_STREQ(table()[0].settings.profile_name, "kiv_profile");
+    EXPECT_STREQ(table()[0].settings.apn_name, "plain");
+    EXPECT_FALSE(table()[0].persistent);
+    EXPECT_STREQ(table()[1].settings.profile_name, "kiv_profile_ia");
+    EXPECT_TRUE(table()[1].persistent);
+    EXPECT_EQ(cache->dump().back(), "  3GPP:2 Modify");
+    serveUntil(kConfirmed, 4);
+    EXPECT_EQ(log.count(kUpdating), 0U);
+    EXPECT_EQ(cache->dump().back(), "Pending:");
+    // The next one is not ours.
+    modem().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01, 1, settings3gpp("Other"));
+    serveUntil(kUpdating);
+    EXPECT_EQ(cache->get(plain)->getApnName(), "other");
+}
+
+TEST_F(ProfileCacheTest, EveryAddTakesATokenAlsoOneThatFails) {
+    const auto first = cache->add(addParams("a"));
+    refuse(RAV_WDS_CREATE_PROFILE_REQ_V01);
+    EXPECT_FALSE(cache->add(addParams("b")));
+    EXPECT_FALSE(cache->add(addParams("c", false, static_cast<TechType>(2))));
+    EXPECT_TRUE(log.contains("ProfileCache: failed to create profile"));
+    const auto last = cache->add(addParams("d"));
+    EXPECT_EQ(last->getToken(), first->getToken() + 3);
+    EXPECT_THAT(cache->dump(), SizeIs(2 + 2 + 4));
+}
+
+TEST_F(ProfileCacheTest, ModifySendsOnlyWhatChangesAndHidesTheModemsRefusal) {
+    const auto key = cache->add(addParams("apn"));
+    EXPECT_TRUE(cache->modify(userName("u"), key));
+    EXPECT_STREQ(table()[0].settings.user_name, "u");
+    EXPECT_TRUE(cache->modify(userName("u"), key));
+    EXPECT_TRUE(log.contains("ProfileCache: profile is unchanged"));
+    EXPECT_EQ(requestCount(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01), 1U);
+    refuse(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01);
+    EXPECT_TRUE(cache->modify(userName("v"), key));
+    EXPECT_TRUE(log.contains("ProfileCache: failed to modify modem profile"));
+    EXPECT_EQ(cache->get(key)->getUserName(), "u");
+    serveUntil(kConfirmed, 3);
+}
+
+TEST_F(ProfileCacheTest, RemoveTakesTheProfileFromEveryKey) {
+    const auto key = cache->add(addParams("apn", true));
+    const auto second = only("apn");
+    ASSERT_TRUE(second);
+    refuse(RAV_WDS_DELETE_PROFILE_REQ_V01);
+    EXPECT_FALSE(cache->remove(key));
+    EXPECT_TRUE(log.contains("ProfileCache: Failed to remove profile"));
+    EXPECT_TRUE(cache->remove(key));
+    EXPECT_THAT(table(), SizeIs(0));
+    EXPECT_FALSE(cache->modify(userName("u"), second));
+    EXPECT_FALSE(cache->get(second));
+    EXPECT_FALSE(cache->match(FilterProfileParams(), second));
+    EXPECT_FALSE(cache->remove(second));
+    std::vector<int> priorities;
+    for (const LogCapture::Line& line : log.lines()) {
+        if (line.text == kTokenMissing) {
+            priorities.push_back(line.priority);
+        }
+    }
+    // An event when modifying, an error elsewhere.
+    EXPECT_THAT(priorities, ElementsAre(ANDROID_LOG_INFO, ANDROID_LOG_ERROR, ANDROID_LOG_ERROR,
+                                        ANDROID_LOG_ERROR));
+    serveUntil(kConfirmed, 3);
+}
+
+TEST_F(ProfileCacheTest, OperationsWithoutAKeyFailSilently) {
+    log.clear();
+    EXPECT_FALSE(cache->modify(userName("u"), nullptr));
+    EXPECT_FALSE(cache->remove(nullptr));
+    EXPECT_FALSE(cache->match(FilterProfileParams(), nullptr));
+    EXPECT_FALSE(cache->get(nullptr));
+    EXPECT_THAT(log.lines(), SizeIs(0));
+}
+
+TEST_F(ProfileCacheTest, LastKeyTakesWithItOnlyWhatTheLibraryMadeAsNonPersistent) {
+    const struct {
+        bool persistent;
+        bool refreshed;
+        bool gone;
+    } rows[] = {{false, false, true}, {true, false, false}, {false, true, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.persistent << row.refreshed);
+        modem().factoryReset();
+        cache->refresh();
+        log.clear();
+        auto key = cache->add(addParams("apn", row.persistent));
+        if (row.refreshed) {
+            cache->refresh();
+            key = only("apn");
+        }
+        auto second = only("apn");
+        key.reset();
+        EXPECT_EQ(released, true);
+        EXPECT_THAT(table(), SizeIs(1));
+        second.reset();
+        EXPECT_EQ(released, true);
+        EXPECT_THAT(table(), SizeIs(row.gone ? 0 : 1));
+        EXPECT_EQ(log.contains("Released profile 1"), row.gone);
+        EXPECT_EQ(log.contains(kIgnoring), !row.gone);
+        EXPECT_EQ(static_cast<bool>(only("apn")), !row.gone);
+    }
+}
+
+TEST_F(ProfileCacheTest, ReleaseThatTheModemRefusesKeepsTheProfile) {
+    auto key = cache->add(addParams("apn"));
+    refuse(RAV_WDS_DELETE_PROFILE_REQ_V01);
+    key.reset();
+    EXPECT_EQ(released, false);
+    EXPECT_TRUE(log.contains("ProfileCache: failed to release profile"));
+    EXPECT_TRUE(only("apn"));
+    EXPECT_FALSE(cache->releaseProfile(UINT64_MAX - 1));
+    EXPECT_TRUE(log.contains(kTokenMissing));
+}
+
+TEST_F(ProfileCacheTest, RefreshReadsBothTablesAndKeepsUnreadableEntries) {
+    modem().createProfile(WDS_PROFILE_TYPE_3GPP2_V01, {}, true);
+    modem().createProfile(WDS_PROFILE_TYPE_3GPP_V01, settings3gpp("one"), true);
+    modem().createProfile(WDS_PROFILE_TYPE_3GPP_V01, settings3gpp("two"), true);
+    refuse(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01, 2);
+    EXPECT_TRUE(cache->refresh());
+    EXPECT_TRUE(log.contains("Refreshed Profiles:"));
+    EXPECT_TRUE(log.contains("null"));
+    EXPECT_THAT(cache->filter(FilterProfileParams()), SizeIs(2));
+    EXPECT_TRUE(log.contains("ProfileCache: null profile"));
+    // A list that fails ends the reading there.
+    refuse(RAV_WDS_GET_PROFILE_LIST_REQ_V01, 2);
+    cache->refresh();
+    EXPECT_THAT(cache->filter(FilterProfileParams()), SizeIs(2));
+    const size_t lists = requestCount(RAV_WDS_GET_PROFILE_LIST_REQ_V01);
+    refuse(RAV_WDS_GET_PROFILE_LIST_REQ_V01);
+    cache->refresh();
+    EXPECT_EQ(requestCount(RAV_WDS_GET_PROFILE_LIST_REQ_V01), lists + 1);
+    EXPECT_THAT(cache->filter(FilterProfileParams()), SizeIs(0));
+}
+
+TEST_F(ProfileCacheTest, IndicationsOfOthersUpdateTheCache) {
+    const auto change = [](wds_profile_change_enum_v01 event, uint32_t index) {
+        modem().sendProfileChanged({WDS_PROFILE_TYPE_3GPP_V01, index, event});
+    };
+    modem().createProfile(WDS_PROFILE_TYPE_3GPP_V01, settings3gpp("one"), true);
+    serveUntil(kUpdating, 2);  // created and modified
+    ASSERT_TRUE(only("one"));
+    // Cached twice: under a second token after a second word of its creation.
+    change(WDS_PROFILE_CHANGE_CREATED_V01, 1);
+    serveUntil(kUpdating, 3);
+    FilterProfileParams all;
+    EXPECT_THAT(cache->filter(all), SizeIs(2));
+    modem().deleteProfile(WDS_PROFILE_TYPE_3GPP_V01, 1);
+    serveUntil(kUpdating, 4);
+    EXPECT_THAT(cache->filter(all), SizeIs(0));
+
+    // The index counts by its low 8 bits; an unknown event means ready, which reads everything.
+    log.clear();
+    change(static_cast<wds_profile_change_enum_v01>(0), 0x105);
+    serveUntil("ProfileCache: onIndication < 3GPP:5 ProfileReady");
+    change(WDS_PROFILE_CHANGE_SUBSCRIPTION_V01, 0);
+    serveUntil("Refreshed Profiles:", 2);
+}
+
+TEST_F(ProfileCacheTest, IndicationThatDiffersInItsEventIsNotTheEcho) {
+    const auto key = cache->add(addParams("apn"));
+    serveUntil(kConfirmed, 2);
+    cache->modify(userName("u"), key);
+    modem().sendProfileChanged({WDS_PROFILE_TYPE_3GPP_V01, 1, WDS_PROFILE_CHANGE_DELETED_V01});
+    serveUntil(kUpdating);
+    EXPECT_FALSE(cache->get(key));
+    serveUntil(kConfirmed, 3);
+}
+
+TEST_F(ProfileCacheTest, ListenersOfLiveKeysHearThatTheProfileWent) {
+    const auto key = cache->add(addParams("apn", true));
+    auto other = only("apn");
+    serveUntil(kConfirmed, 2);
+    std::vector<int> heard;
+    const auto listen = [&](const std::shared_ptr<ProfileKey>& with, int number) {
+        return cache->registerExpirationListener([&heard, number] { heard.push_back(number); },
+                                                 with, with->getToken());
+    };
+    EXPECT_FALSE(listen(key, 1));  // false also when it was stored
+    EXPECT_FALSE(listen(other, 2));
+    EXPECT_FALSE(listen(key, 3));
+    other.reset();
+    modem().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01, 1, settings3gpp("apn"));
+    serveUntil(kUpdating);
+    EXPECT_THAT(heard, ElementsAre(1, 3));
+    listen(key, 4);
+    cache->refresh();
+    listen(key, 5);
+    EXPECT_TRUE(log.contains(kTokenMissing));
+    EXPECT_THAT(heard, ElementsAre(1, 3, 4));
+}
+
+TEST_F(ProfileCacheTest, ModemRestartBringsUpANewClient) {
+    modem().restart();
+    serveUntil("Handling modem down");
+    serveUntil("RavWdsProxy config register request successful!", 2);
+    EXPECT_EQ(modem().openClients(), 1U);
+    EXPECT_TRUE(cache->add(addParams("apn", true)));
+    modem().stop();
+    serveUntil("Handling modem down", 2);
+    EXPECT_FALSE(cache->add(addParams("other")));
+    EXPECT_TRUE(log.contains("Unable send RAV_WDS_CREATE_PROFILE_REQ_V01 message"));
+}
+
+TEST_F(ProfileCacheTest, IndicationsThatSayNothingAreLoggedAndDropped) {
+    const std::vector<std::byte> empty = {std::byte{0x7F}, std::byte{0}, std::byte{0}};
+    modem().sendIndication(RAV_WDS_PROFILE_CHANGED_IND_V01, empty);
+    serveUntil("Profile changed ind TLV is not valid");
+    modem().sendIndication(0x1234, empty);
+    serveUntil("Unknown message ID 4660 received");
+}
+
+TEST_F(ProfileCacheTest, LyingListIsReadNoFurtherThanItReaches) {
+    emulator::Fault fault;
+    fault.messageId = RAV_WDS_GET_PROFILE_LIST_REQ_V01;
+    fault.rewrite = [](void* response, size_t length) {
+        memset(response, 0xFF, length);
+        auto* list = static_cast<wds_get_profile_list_resp_msg_v01*>(response);
+        list->resp.result = WDS_RESULT_SUCCESS_V01;
+    };
+    modem().addFault(fault);
+    cache->refresh();
+    EXPECT_EQ(requestCount(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01), 255U);
+    EXPECT_TRUE(log.contains("Unknown tech type -1"));
+}
+
+}  // namespace
+}  // namespace kiv
