@@ -32,8 +32,8 @@ struct Request {
     uint64_t number = 0;     ///< counts all requests since the last factoryReset, from 1
     unsigned messageId = 0;  ///< RAV_WDS_*_V01
     std::vector<std::byte> bytes;
-    int transportResult = RAV_CLIENT_OK;  ///< what rav_client_send_msg_sync returned
-    uint32_t result = WDS_RESULT_SUCCESS_V01;
+    int transportResult = RAV_CLIENT_OK;       ///< what rav_client_send_msg_sync returned
+    uint32_t result = WDS_RESULT_SUCCESS_V01;  ///< this and the error: where it was answered
     uint32_t error = WDS_ERR_NONE_V01;
 };
 
@@ -41,7 +41,9 @@ struct Request {
 struct Fault {
     unsigned messageId = 0;  ///< the kind of request: RAV_WDS_*_V01
     unsigned nth = 1;        ///< which of them, counted from 1 from when the fault was added
-    std::chrono::milliseconds delay{0};  ///< answered so much later; may outlast the time-out
+    /// Answered so much later, at most a day; may outlast the time-out. The modem carries the
+    /// request out at once all the same.
+    std::chrono::milliseconds delay{0};
     std::optional<int> transportResult;  ///< fails in transport, before the modem sees it
     std::optional<uint32_t> error;       ///< refused by the modem with this error code
     /// Rewrites the modem's answer in place, right before it goes out; may be empty. Runs on an
@@ -53,9 +55,10 @@ struct Fault {
 /// lets tests and tools play the modem and its other users.
 ///
 /// Threads: every operation may be called on any thread, also from an observer or a rewrite, but
-/// for those that say that they block. Notify, error and indication callbacks are made on threads
-/// of the emulator, never on a thread that called into it, in the order of their causes for each
-/// client, with no lock of the emulator held.
+/// for those that say that they block. Notify, error and indication callbacks are made on a thread
+/// of the emulator, never on a thread that called into it, one at a time and in the order of their
+/// causes, with no lock of the emulator held. A client that is released within a callback gets no
+/// further one; its release does not wait for the callback that it is called from.
 /// Ownership: one instance for the process, as a phone has one modem. It is never destroyed, so
 /// that clients may still be released while the process ends.
 /// Blocking: operations do not wait for clients, unless they say so.
@@ -71,9 +74,9 @@ public:
     /// is on.
     void start();
 
-    /// Powers the modem off: the service disappears, clients get their error callback, requests
-    /// in progress fail with RAV_CLIENT_ERR_SERVICE_GONE. Profiles that are not persistent are
-    /// dropped. No effect if it is off.
+    /// Powers the modem off: the service disappears, notifiers are told, clients get their error
+    /// callback, requests in progress fail with RAV_CLIENT_ERR_SERVICE_GONE. Profiles that are not
+    /// persistent are dropped. No effect if it is off.
     void stop();
 
     /// stop() and start(), as when the modem's own software restarts.
@@ -82,7 +85,8 @@ public:
     bool isRunning() const;
 
     /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
-    /// requests and the observer. The power stays as it is.
+    /// requests and the observer. The power stays as it is. Blocks until a running observer or
+    /// rewrite has returned, unless called from it.
     void factoryReset();
 
     /// Fills empty tables with a few persistent profiles, such as a modem is shipped with. Tells
@@ -98,8 +102,8 @@ public:
     std::optional<Profile> profile(wds_profile_type_enum_v01 type, uint8_t index) const;
 
     /// Changes by another party (the network, another processor): as a client's request would,
-    /// with indications to every client that registered for them. False or no value for a full
-    /// table, an unknown profile or an unknown type.
+    /// with indications to every client that registered for them; also while the power is off.
+    /// False or no value for a full table, an unknown profile or an unknown type.
     std::optional<uint8_t> createProfile(wds_profile_type_enum_v01 type,
                                          const wds_profile_settings_type_v01& settings,
                                          bool persistent);
@@ -107,33 +111,57 @@ public:
                        const wds_profile_settings_type_v01& settings);
     bool deleteProfile(wds_profile_type_enum_v01 type, uint8_t index);
 
-    /// Sends a profile-changed indication to every client that registered for them, whatever the
-    /// tables hold.
+    /// Sends a profile-changed indication to every client that registered for them and whose event
+    /// list covers the profile, whatever the tables hold.
     void sendProfileChanged(const wds_profile_changed_ind_type_v01& change);
 
-    /// Sends any bytes as an indication to every client that registered for them.
+    /// Sends any bytes as an indication to every client that registered for profile changes,
+    /// whatever its event list says.
     void sendIndication(unsigned messageId, const std::vector<std::byte>& bytes);
 
     /// The encoded form of a profile-changed indication, as rav_client_message_decode takes it.
     static std::vector<std::byte> encodeProfileChanged(
         const wds_profile_changed_ind_type_v01& change);
 
-    /// Arms a fault; several may be armed at once. Each strikes once.
+    /// Arms a fault; several may be armed at once. Each strikes once; of those that strike the same
+    /// request the delays add up.
     void addFault(Fault fault);
+
+    /// Forgets all faults, also a rewrite that waits for a delayed answer. Blocks until a running
+    /// rewrite has returned, unless called from it.
     void clearFaults();
 
-    /// Every request since the last factoryReset, in the order in which the modem took them.
+    /// The operations of the messaging client that can be made to fail.
+    enum class Call {
+        GetServiceObject,
+        NotifierInit,
+        RegisterNotifyCb,
+        GetAnyService,
+        ClientInit,
+        RegisterErrorCb,
+        MessageDecode
+    };
+
+    /// Makes the next such call return the result and do nothing; of GetServiceObject, return null.
+    /// clearFaults and factoryReset forget it.
+    void failNextCall(Call call, int result);
+
+    /// The requests since the last factoryReset, in the order in which the modem took them: the
+    /// latest 16384 of them. One that is still in progress has no outcome yet.
     std::vector<Request> requests() const;
 
-    /// Is called after each request was answered, on the thread that answers it. An empty
-    /// function ends it. Blocks until a running observer has returned, unless called from it.
+    /// Is called after each request was answered, or given up by its sender, on the modem's thread.
+    /// An empty function ends it. Blocks until a running observer has returned, unless called from
+    /// it.
     void setRequestObserver(std::function<void(const Request&)> observer);
 
     /// Blocks until a client has bound, registered for indications and configured its profile
     /// events on the running modem. False after the time-out.
     bool waitForRegisteredClient(std::chrono::milliseconds timeout) const;
 
-    /// Blocks until every callback caused so far has been made. False after the time-out.
+    /// Blocks until every callback and observer call caused so far has been made; answers that are
+    /// being delayed don't count. False after the time-out, and at once from a callback, which
+    /// can't wait for itself.
     bool waitForDeliveries(std::chrono::milliseconds timeout) const;
 
     /// Open clients and notifiers; 0 when everyone has cleaned up.

@@ -1,0 +1,69 @@
+#include "Encoding.h"
+
+#include <cstdint>
+
+namespace kiv::emulator {
+namespace {
+
+constexpr uint32_t kProfileChangedElement = 0x10;
+constexpr size_t kHeaderLength = 3;
+constexpr size_t kWord = 4;
+constexpr size_t kProfileChangedLength = 3 * kWord;
+
+void append(std::vector<std::byte>& bytes, uint32_t value, size_t width) {
+    for (size_t i = 0; i < width; ++i) {
+        bytes.push_back(static_cast<std::byte>(value >> (8 * i)));
+    }
+}
+
+uint32_t readNumber(std::span<const std::byte> bytes) {
+    uint32_t value = 0;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        value |= std::to_integer<uint32_t>(bytes[i]) << (8 * i);
+    }
+    return value;
+}
+
+wds_profile_changed_ind_type_v01 readChange(std::span<const std::byte> value) {
+    return {static_cast<wds_profile_type_enum_v01>(readNumber(value.subspan(0, kWord))),
+            readNumber(value.subspan(kWord, kWord)),
+            static_cast<wds_profile_change_enum_v01>(readNumber(value.subspan(2 * kWord, kWord)))};
+}
+
+}  // namespace
+
+std::vector<std::byte> encodeChange(const wds_profile_changed_ind_type_v01& change) {
+    std::vector<std::byte> bytes;
+    append(bytes, kProfileChangedElement, 1);
+    append(bytes, kProfileChangedLength, 2);
+    append(bytes, static_cast<uint32_t>(change.profile_type), kWord);
+    append(bytes, change.profile_index, kWord);
+    append(bytes, static_cast<uint32_t>(change.change), kWord);
+    return bytes;
+}
+
+bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_v01& message) {
+    message = {};
+    while (!bytes.empty()) {
+        if (bytes.size() < kHeaderLength) {
+            return false;
+        }
+        const uint32_t type = readNumber(bytes.first(1));
+        const size_t length = readNumber(bytes.subspan(1, 2));
+        bytes = bytes.subspan(kHeaderLength);
+        if (length > bytes.size()) {
+            return false;
+        }
+        if (type == kProfileChangedElement) {
+            if (length != kProfileChangedLength) {
+                return false;
+            }
+            message.profile_changed = readChange(bytes.first(length));
+            message.profile_changed_valid = 1;
+        }
+        bytes = bytes.subspan(length);
+    }
+    return true;
+}
+
+}  // namespace kiv::emulator

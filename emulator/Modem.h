@@ -1,0 +1,152 @@
+#ifndef EMULATOR_MODEM_H
+#define EMULATOR_MODEM_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "FaultList.h"
+#include "ModemEmulator.h"
+#include "TaskQueue.h"
+#include "WdsService.h"
+
+namespace kiv::emulator {
+
+/// The modem behind both interfaces: the messaging client that programs are linked against, and
+/// the control interface. It joins the service, its clients and the two threads.
+///
+/// Threads: every operation on any thread. The modem thread carries out requests, one at a time;
+/// the callback thread makes every callback, one at a time and in the order of their causes.
+/// Ownership: one for the process, never destroyed.
+/// Blocking: only sendRequest, release, and where said.
+/// Re-entrancy: callbacks, observers and rewrites run with no lock held and may call everything.
+/// From a callback, waiting for callbacks fails at once.
+class Modem {
+public:
+    static Modem& getInstance();
+
+    Modem(const Modem&) = delete;
+    Modem& operator=(const Modem&) = delete;
+
+    // The messaging client. Results as in rav_client.h; pointers must not be null.
+    int openNotifier(rav_service_object_type serviceObject, rav_client_type* notifier);
+    int setNotifyCallback(rav_client_type notifier, rav_client_notify_cb callback, void* userData);
+    int findService(rav_service_info* info) const;
+    int openClient(const rav_service_info& info, rav_client_ind_cb callback, void* userData,
+                   rav_client_type* client);
+    int setErrorCallback(rav_client_type client, rav_client_error_cb callback, void* userData);
+    int sendRequest(rav_client_type client, unsigned messageId, std::vector<std::byte> request,
+                    void* response, std::chrono::milliseconds timeout);
+    bool isOpenClient(rav_client_type client) const;
+    /// Waits for the running callback of the client. Within a callback it does not: that callback
+    /// is then the client's last.
+    int release(rav_client_type handle);
+
+    // Control. As in ModemEmulator.
+    void start();
+    void stop();
+    bool isRunning() const;
+    void reset();
+    void sendChange(const wds_profile_changed_ind_type_v01& change);
+    void sendIndication(unsigned messageId, const std::vector<std::byte>& bytes);
+    void addFault(Fault fault);
+    void clearFaults();
+    void failCall(ModemEmulator::Call call, int result);
+    std::optional<int> takeCallFailure(ModemEmulator::Call call);
+    std::vector<Request> requests() const;
+    void setObserver(std::function<void(const Request&)> newObserver);
+    bool waitForRegisteredClient(TimePoint deadline) const;
+    bool waitForDeliveries(TimePoint deadline);
+    size_t openClients() const;
+
+    /// Runs an operation on the service, and reports the changes that it made.
+    template <class Operation>
+    auto withService(Operation operation) {
+        std::lock_guard lock(mutex);
+        auto result = operation(service);
+        reportChanges();
+        return result;
+    }
+
+private:
+    struct Client {
+        bool isNotifier = false;
+        bool isGone = false;  ///< its service went away
+        rav_service_object_type serviceObject = nullptr;
+        rav_client_notify_cb notify = nullptr;
+        rav_client_error_cb error = nullptr;
+        void* userData = nullptr;  ///< of whichever of the two it has
+        rav_client_ind_cb indicate = nullptr;
+        void* indicationData = nullptr;
+        Session session;
+    };
+
+    /// A request on its way. The response belongs to the modem thread until the outcome is known,
+    /// and to the waiting caller from then on; the rest is guarded.
+    struct Transaction {
+        rav_client_type client;
+        Request record;
+        Fault fault;
+        std::vector<std::byte> response;
+        bool isDecided = false;
+        std::condition_variable decided;
+    };
+    using TransactionPointer = std::shared_ptr<Transaction>;
+
+    Modem() = default;
+    ~Modem() = delete;
+
+    // All of these with the mutex held.
+    rav_client_type addClient(const Client& client);
+    Client* findClient(rav_client_type handle, bool isNotifier);
+    void postNotification(rav_client_type handle, const Client& client,
+                          rav_client_notify_event_type event);
+    void postError(rav_client_type handle, const Client& client);
+    void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
+                        const std::vector<std::byte>& bytes);
+    void reportChanges();
+    void deliverChange(const wds_profile_changed_ind_type_v01& change);
+    void postObservation(const TransactionPointer& transaction);
+    TransactionPointer postRequest(rav_client_type client, unsigned messageId,
+                                   std::vector<std::byte> request);
+    bool decide(const TransactionPointer& transaction, int result);
+    /// Ends the requests in progress of one client, or of all for null.
+    void abandonRequests(rav_client_type client, int result);
+    std::vector<std::function<void(void*, size_t)>> takeRewrites();
+    void waitForForeignCode(std::unique_lock<std::mutex>& lock);
+
+    // On the modem thread, without the mutex.
+    void takeRequest(const TransactionPointer& transaction);
+    void answer(const TransactionPointer& transaction);
+    void observe(const TransactionPointer& transaction);
+    void runForeignCode(std::unique_lock<std::mutex>& lock, const std::function<void()>& code);
+
+    TaskQueue& modemThread = *new TaskQueue("modem");
+    TaskQueue& callbackThread = *new TaskQueue("modem-callback");
+
+    mutable std::mutex mutex;
+    mutable std::condition_variable sessionChanged;
+    std::condition_variable foreignCodeEnded;
+    WdsService service;
+    bool running = false;
+    uint32_t instance = 0;  ///< counts power-ups: a client belongs to one
+    uintptr_t lastHandle = 0;
+    std::map<rav_client_type, Client> clients;
+    FaultList faults;
+    std::map<ModemEmulator::Call, int> callFailures;
+    uint64_t requestCount = 0;
+    std::deque<TransactionPointer> log;
+    std::vector<TransactionPointer> open;  ///< those of the log that are undecided
+    std::function<void(const Request&)> observer;
+    bool runsForeignCode = false;
+};
+
+}  // namespace kiv::emulator
+
+#endif

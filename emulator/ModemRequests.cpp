@@ -1,0 +1,222 @@
+// The part of the modem that takes requests: from a client's thread to the modem thread and back.
+
+#include <cstring>
+#include <utility>
+
+#include "Modem.h"
+
+namespace kiv::emulator {
+namespace {
+
+constexpr size_t kMostLoggedRequests = 16384;
+
+}  // namespace
+
+int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<std::byte> request,
+                       void* response, std::chrono::milliseconds timeout) {
+    const TimePoint deadline = timeAfter(timeout);
+    std::unique_lock lock(mutex);
+    const Client* const client = findClient(handle, false);
+    if (!client) {
+        return RAV_CLIENT_ERR_INVALID;
+    }
+    if (client->isGone) {
+        return RAV_CLIENT_ERR_SERVICE_GONE;
+    }
+    const TransactionPointer transaction = postRequest(handle, messageId, std::move(request));
+    if (!transaction->decided.wait_until(lock, deadline, [&] { return transaction->isDecided; })) {
+        decide(transaction, RAV_CLIENT_ERR_TIMEOUT);
+        postObservation(transaction);
+    }
+    const int result = transaction->record.transportResult;
+    if (result == RAV_CLIENT_OK) {
+        std::memcpy(response, transaction->response.data(), transaction->response.size());
+    }
+    return result;
+}
+
+Modem::TransactionPointer Modem::postRequest(rav_client_type client, unsigned messageId,
+                                             std::vector<std::byte> request) {
+    const auto transaction = std::make_shared<Transaction>();
+    transaction->client = client;
+    transaction->record.messageId = messageId;
+    transaction->record.bytes = std::move(request);
+    modemThread.post([this, transaction] { takeRequest(transaction); });
+    transaction->record.number = ++requestCount;
+    if (log.size() == kMostLoggedRequests) {
+        log.pop_front();
+    }
+    log.push_back(transaction);
+    open.push_back(transaction);
+    return transaction;
+}
+
+void Modem::takeRequest(const TransactionPointer& transaction) {
+    std::unique_lock lock(mutex);
+    Client* const client = findClient(transaction->client, false);
+    if (!client || client->isGone) {
+        return;
+    }
+    const Request& record = transaction->record;
+    Fault& fault = transaction->fault;
+    fault = faults.strike(record.messageId);
+    if (fault.error) {
+        transaction->response = refuseRequest(record.messageId, *fault.error);
+    } else if (!fault.transportResult) {
+        transaction->response =
+            service.handleRequest(client->session, record.messageId, record.bytes);
+        reportChanges();
+        sessionChanged.notify_all();
+    }
+    const auto delay = fault.delay;
+    lock.unlock();
+    if (delay.count() > 0) {
+        modemThread.post([this, transaction] { answer(transaction); }, delay);
+    } else {
+        answer(transaction);
+    }
+}
+
+void Modem::answer(const TransactionPointer& transaction) {
+    std::unique_lock lock(mutex);
+    if (transaction->isDecided) {
+        return;
+    }
+    const int result = transaction->fault.transportResult.value_or(RAV_CLIENT_OK);
+    const auto rewrite = std::exchange(transaction->fault.rewrite, nullptr);
+    if (rewrite && result == RAV_CLIENT_OK) {
+        auto& response = transaction->response;
+        runForeignCode(lock, [&] { rewrite(response.data(), response.size()); });
+    }
+    const bool isDecidedHere = decide(transaction, result);
+    lock.unlock();
+    if (isDecidedHere) {
+        observe(transaction);
+    }
+}
+
+void Modem::observe(const TransactionPointer& transaction) {
+    std::unique_lock lock(mutex);
+    const auto current = observer;
+    if (current) {
+        const Request record = transaction->record;
+        runForeignCode(lock, [&] { current(record); });
+    }
+}
+
+void Modem::postObservation(const TransactionPointer& transaction) {
+    modemThread.post([this, transaction] { observe(transaction); });
+}
+
+bool Modem::decide(const TransactionPointer& transaction, int result) {
+    if (transaction->isDecided) {
+        return false;
+    }
+    Request& record = transaction->record;
+    record.transportResult = result;
+    if (result == RAV_CLIENT_OK) {
+        wds_response_type_v01 head;
+        std::memcpy(&head, transaction->response.data(), sizeof(head));
+        record.result = head.result;
+        record.error = head.error;
+    }
+    transaction->isDecided = true;
+    std::erase(open, transaction);
+    transaction->decided.notify_all();
+    return true;
+}
+
+void Modem::abandonRequests(rav_client_type client, int result) {
+    const auto candidates = open;
+    for (const TransactionPointer& transaction : candidates) {
+        if (!client || transaction->client == client) {
+            decide(transaction, result);
+            postObservation(transaction);
+        }
+    }
+}
+
+void Modem::reset() {
+    FaultList oldFaults;  // what these three hold is foreign, and destroyed outside the lock
+    std::function<void(const Request&)> oldObserver;
+    std::vector<std::function<void(void*, size_t)>> oldRewrites;
+    std::unique_lock lock(mutex);
+    service.reset();
+    oldFaults = std::exchange(faults, {});
+    oldObserver = std::exchange(observer, nullptr);
+    oldRewrites = takeRewrites();
+    callFailures.clear();
+    log.clear();
+    requestCount = 0;
+    waitForForeignCode(lock);
+    lock.unlock();
+}
+
+void Modem::addFault(Fault fault) {
+    std::lock_guard lock(mutex);
+    faults.add(std::move(fault));
+}
+
+void Modem::clearFaults() {
+    FaultList oldFaults;
+    std::vector<std::function<void(void*, size_t)>> oldRewrites;
+    std::unique_lock lock(mutex);
+    oldFaults = std::exchange(faults, {});
+    oldRewrites = takeRewrites();
+    callFailures.clear();
+    waitForForeignCode(lock);
+    lock.unlock();
+}
+
+void Modem::failCall(ModemEmulator::Call call, int result) {
+    std::lock_guard lock(mutex);
+    callFailures[call] = result;
+}
+
+std::optional<int> Modem::takeCallFailure(ModemEmulator::Call call) {
+    std::lock_guard lock(mutex);
+    const auto failure = callFailures.extract(call);
+    return failure ? std::optional(failure.mapped()) : std::nullopt;
+}
+
+std::vector<Request> Modem::requests() const {
+    std::lock_guard lock(mutex);
+    std::vector<Request> records;
+    records.reserve(log.size());
+    for (const TransactionPointer& transaction : log) {
+        records.push_back(transaction->record);
+    }
+    return records;
+}
+
+void Modem::setObserver(std::function<void(const Request&)> newObserver) {
+    std::unique_lock lock(mutex);
+    std::swap(observer, newObserver);
+    waitForForeignCode(lock);
+    lock.unlock();
+}
+
+std::vector<std::function<void(void*, size_t)>> Modem::takeRewrites() {
+    std::vector<std::function<void(void*, size_t)>> rewrites;
+    for (const TransactionPointer& transaction : open) {
+        rewrites.push_back(std::exchange(transaction->fault.rewrite, nullptr));
+    }
+    return rewrites;
+}
+
+void Modem::waitForForeignCode(std::unique_lock<std::mutex>& lock) {
+    if (!modemThread.isCurrentThread()) {
+        foreignCodeEnded.wait(lock, [this] { return !runsForeignCode; });
+    }
+}
+
+void Modem::runForeignCode(std::unique_lock<std::mutex>& lock, const std::function<void()>& code) {
+    runsForeignCode = true;
+    lock.unlock();
+    code();
+    lock.lock();
+    runsForeignCode = false;
+    foreignCodeEnded.notify_all();
+}
+
+}  // namespace kiv::emulator

@@ -1,0 +1,89 @@
+#include "TaskQueue.h"
+
+#include <pthread.h>
+
+namespace kiv::emulator {
+
+void TaskQueue::post(Task task, std::chrono::milliseconds delay, Owner owner) {
+    std::lock_guard lock(mutex);
+    start();
+    tasks.emplace(Key(timeAfter(delay), nextNumber++), Entry{std::move(task), owner});
+    posted.notify_one();
+}
+
+void TaskQueue::cancel(Owner owner) {
+    std::unique_lock lock(mutex);
+    std::erase_if(tasks, [owner](const auto& task) { return task.second.owner == owner; });
+    finished.notify_all();
+    if (thread == std::this_thread::get_id()) {
+        return;
+    }
+    finished.wait(lock, [&] { return !running || running->owner != owner; });
+}
+
+bool TaskQueue::waitForDue(TimePoint deadline) {
+    std::unique_lock lock(mutex);
+    if (thread == std::this_thread::get_id()) {
+        return false;
+    }
+    const uint64_t before = nextNumber;
+    const TimePoint due = Clock::now();
+    return finished.wait_until(lock, deadline, [&] { return isDone(before, due); });
+}
+
+bool TaskQueue::isDone(uint64_t before, TimePoint due) const {
+    if (running && running->number < before) {
+        return false;
+    }
+    for (const auto& [key, entry] : tasks) {
+        if (key.first > due) {
+            break;
+        }
+        if (key.second < before) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TaskQueue::isCurrentThread() const {
+    std::lock_guard lock(mutex);
+    return thread == std::this_thread::get_id();
+}
+
+void TaskQueue::start() {
+    if (!started) {
+        std::thread([this] { run(); }).detach();
+        started = true;
+    }
+}
+
+void TaskQueue::run() {
+    pthread_setname_np(pthread_self(), name);
+    std::unique_lock lock(mutex);
+    thread = std::this_thread::get_id();
+    for (;;) {
+        if (tasks.empty()) {
+            posted.wait(lock);
+        } else if (const TimePoint due = tasks.begin()->first.first; due > Clock::now()) {
+            posted.wait_until(lock, due);
+        } else {
+            runFirst(lock);
+        }
+    }
+}
+
+void TaskQueue::runFirst(std::unique_lock<std::mutex>& lock) {
+    const auto first = tasks.begin();
+    Task task = std::move(first->second.task);
+    running = Running{first->second.owner, first->first.second};
+    tasks.erase(first);
+    lock.unlock();
+    task();
+    task = nullptr;  // what it captured must be gone before a waiter may go on
+    lock.lock();
+    running.reset();
+    finished.notify_all();
+}
+
+}  // namespace kiv::emulator

@@ -1,0 +1,79 @@
+#ifndef EMULATOR_TASKQUEUE_H
+#define EMULATOR_TASKQUEUE_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "Clock.h"
+
+namespace kiv::emulator {
+
+/// One thread that carries out tasks: in the order in which they fall due, and in the order of
+/// posting among those that fall due together.
+///
+/// Threads: every operation on any thread. Tasks run on the queue's own thread, which starts with
+/// the first task; no lock is held while one runs.
+/// Ownership: must never be destroyed, for the thread is never joined: a process may end while it
+/// waits.
+/// Blocking: only cancel and waitForDue.
+/// Re-entrancy: a task may call every operation.
+class TaskQueue {
+public:
+    using Task = std::function<void()>;
+    using Owner = const void*;  ///< in whose name a task runs; never dereferenced
+
+    explicit TaskQueue(const char* threadName) : name(threadName) {}
+    ~TaskQueue() = delete;
+    TaskQueue(const TaskQueue&) = delete;
+    TaskQueue& operator=(const TaskQueue&) = delete;
+
+    /// Throws std::system_error, and posts nothing, when the thread can't be started.
+    void post(Task task, std::chrono::milliseconds delay = {}, Owner owner = nullptr);
+
+    /// Drops the owner's tasks and waits for its running one. Called within a task it does not
+    /// wait: the running task is then the owner's last.
+    void cancel(Owner owner);
+
+    /// Waits until everything posted before, and due by now, is done. False at the deadline, and
+    /// at once when called within a task, which can't wait for itself.
+    bool waitForDue(TimePoint deadline);
+
+    bool isCurrentThread() const;
+
+private:
+    struct Entry {
+        Task task;
+        Owner owner;
+    };
+    struct Running {
+        Owner owner;
+        uint64_t number;
+    };
+    using Key = std::pair<TimePoint, uint64_t>;  // due, number
+
+    void start();
+    void run();
+    void runFirst(std::unique_lock<std::mutex>& lock);
+    bool isDone(uint64_t before, TimePoint due) const;
+
+    const char* const name;
+
+    mutable std::mutex mutex;
+    std::condition_variable posted;
+    std::condition_variable finished;
+    std::map<Key, Entry> tasks;
+    uint64_t nextNumber = 0;
+    std::optional<Running> running;
+    bool started = false;
+    std::thread::id thread;
+};
+
+}  // namespace kiv::emulator
+
+#endif
