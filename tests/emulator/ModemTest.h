@@ -1,0 +1,156 @@
+#ifndef TESTS_EMULATOR_MODEMTEST_H
+#define TESTS_EMULATOR_MODEMTEST_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ModemEmulator.h"
+
+namespace kiv::emulator {
+
+constexpr unsigned kTimeout = 30000;
+constexpr auto kPatience = std::chrono::milliseconds(kTimeout);
+
+inline ModemEmulator& modem() { return ModemEmulator::getInstance(); }
+
+inline rav_service_object_type service() { return wds_get_service_object_internal_v01(1, 241, 6); }
+
+/// What callbacks told, one line each: "up", "down", "gone", or "3gpp 5 created" and the like.
+class Events {
+public:
+    void add(const std::string& line) {
+        std::lock_guard lock(mutex);
+        lines.push_back(line);
+        added.notify_all();
+    }
+    std::vector<std::string> all() const {
+        std::lock_guard lock(mutex);
+        return lines;
+    }
+    /// Waits for good: the time-out of the test program judges.
+    void waitForCount(size_t count) {
+        std::unique_lock lock(mutex);
+        added.wait(lock, [&] { return lines.size() >= count; });
+    }
+
+private:
+    mutable std::mutex mutex;
+    std::condition_variable added;
+    std::vector<std::string> lines;
+};
+
+/// A client of the modem, or a notifier, that notes its callbacks. Released at the latest with it.
+class TestClient {
+public:
+    TestClient() {
+        rav_service_info info{};
+        EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_OK);
+        EXPECT_EQ(rav_client_init(&info, service(), onIndication, this, &parameters, &handle),
+                  RAV_CLIENT_OK);
+        EXPECT_EQ(rav_client_register_error_cb(handle, onError, this), RAV_CLIENT_OK);
+    }
+    ~TestClient() { release(); }
+    TestClient(const TestClient&) = delete;
+    TestClient& operator=(const TestClient&) = delete;
+
+    int release() { return rav_client_release(handle); }
+
+    template <class Response, class Request>
+    int send(unsigned id, const Request& request, Response& response, unsigned timeout = kTimeout) {
+        return rav_client_send_msg_sync(handle, id, &request, sizeof(request), &response,
+                                        sizeof(response), timeout);
+    }
+
+    /// Sends a request that must arrive, and returns the answer's error code.
+    template <class Response, class Request>
+    uint32_t ask(unsigned id, const Request& request, Response& response) {
+        EXPECT_EQ(send(id, request, response), RAV_CLIENT_OK);
+        EXPECT_EQ(response.resp.result == WDS_RESULT_SUCCESS_V01,
+                  response.resp.error == WDS_ERR_NONE_V01);
+        return response.resp.error;
+    }
+
+    void bindAndRegister() {
+        wds_common_resp_msg_v01 response;
+        const wds_bind_subscription_req_msg_v01 bind{1};
+        EXPECT_EQ(ask(RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, bind, response), WDS_ERR_NONE_V01);
+        wds_indication_register_req_msg_v01 indications{};
+        indications.report_profile_changes_valid = 1;
+        indications.report_profile_changes = 1;
+        EXPECT_EQ(ask(RAV_WDS_INDICATION_REGISTER_REQ_V01, indications, response),
+                  WDS_ERR_NONE_V01);
+    }
+
+    uint32_t configureEvents(const std::vector<wds_profile_identifier_type_v01>& wanted) {
+        wds_configure_profile_event_list_req_msg_v01 request{};
+        request.profile_event_valid = 1;
+        request.profile_event_len = static_cast<uint32_t>(wanted.size());
+        std::copy(wanted.begin(), wanted.end(), request.profile_event);
+        wds_common_resp_msg_v01 response;
+        return ask(RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, request, response);
+    }
+
+    void registerForEverything() {
+        bindAndRegister();
+        EXPECT_EQ(configureEvents({{WDS_PROFILE_TYPE_ALL_V01, 255}}), WDS_ERR_NONE_V01);
+    }
+
+    rav_client_type handle = nullptr;
+    Events events;
+    std::function<void()> onEachIndication = [] {};
+
+private:
+    static void onIndication(rav_client_type client, unsigned id, void* bytes, unsigned length,
+                             void* data) {
+        auto* const self = static_cast<TestClient*>(data);
+        wds_profile_changed_ind_msg_v01 message{};
+        std::string line = "undecodable";
+        if (rav_client_message_decode(client, RAV_MESSAGE_INDICATION, id, bytes, length, &message,
+                                      sizeof(message)) == RAV_CLIENT_OK) {
+            static const char* const kChanges[] = {"?", "created", "deleted", "modified"};
+            const auto& change = message.profile_changed;
+            line = change.profile_type == WDS_PROFILE_TYPE_3GPP_V01 ? "3gpp " : "3gpp2 ";
+            line += std::to_string(change.profile_index) + " " + kChanges[change.change % 4];
+        }
+        self->events.add(line);
+        self->onEachIndication();
+    }
+    static void onError(rav_client_type, int error, void* data) {
+        static_cast<TestClient*>(data)->events.add(
+            error == RAV_CLIENT_ERR_SERVICE_GONE ? "gone" : "other error");
+    }
+
+    rav_client_os_params parameters{};
+};
+
+inline wds_create_profile_req_msg_v01 describeCreate(wds_profile_type_enum_v01 type,
+                                                     bool persistent = true) {
+    wds_create_profile_req_msg_v01 request{};
+    request.profile_type = type;
+    request.persistent_valid = 1;
+    request.persistent = persistent;
+    return request;
+}
+
+/// Starts every test with a modem as it leaves the factory, powered on.
+class ModemTest : public testing::Test {
+protected:
+    ModemTest() {
+        modem().stop();
+        modem().factoryReset();
+        modem().start();
+    }
+    ~ModemTest() override { EXPECT_EQ(modem().openClients(), 0U); }
+};
+
+}  // namespace kiv::emulator
+
+#endif
