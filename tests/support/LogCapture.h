@@ -22,6 +22,7 @@ public:
 
     LogCapture() {
         clear();
+        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
         __android_log_set_logger([](const __android_logger_data* data, const char* text) {
             State& state = shared();
             std::lock_guard lock(state.mutex);
