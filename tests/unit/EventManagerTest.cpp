@@ -1,5 +1,6 @@
 #include "EventManager.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
@@ -22,7 +23,7 @@ using testing::ElementsAre;
 
 /// Descriptors that note their callbacks.
 class EventManagerTest : public testing::Test {
-protected:
+public:
     void SetUp() override { LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>()); }
     void TearDown() override {
         for (const int fd : fds) {
