@@ -1,0 +1,248 @@
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <future>
+#include <thread>
+
+#include "Engine.h"
+#include "IProfileKey.h"
+#include "Util.h"
+
+namespace kiv::test {
+namespace {
+
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class KeyLifetimeTest : public EngineTest {
+protected:
+    /// Another party deletes the profile, which makes its listeners run on the worker thread.
+    static void deleteInModem(const std::shared_ptr<IProfileKey>& key) {
+        modem().deleteProfile(WDS_PROFILE_TYPE_3GPP_V01, static_cast<uint8_t>(key->getProfileId()));
+    }
+};
+
+TEST_F(KeyLifetimeTest, LastKeyOfANonPersistentProfileDeletesIt) {
+    auto key = add("apn");
+    auto second = manager.filter(FilterProfileParams()).front();
+    key.reset();
+    EXPECT_THAT(table(), SizeIs(1));
+    second.reset();
+    EXPECT_THAT(table(), IsEmpty());
+}
+
+TEST_F(KeyLifetimeTest, ListenerRunsOnceAndOnlyWhileItsKeyLives) {
+    auto key = add("apn", true);
+    auto other = manager.filter(FilterProfileParams()).front();
+    int dead = 0;
+    std::promise<std::thread::id> heard;
+    other->registerExpirationListener([&] { ++dead; });
+    key->registerExpirationListener([&] { heard.set_value(std::this_thread::get_id()); });
+    other.reset();
+    deleteInModem(key);
+    EXPECT_NE(heard.get_future().get(), std::this_thread::get_id());
+    refresh();
+    EXPECT_EQ(dead, 0);
+}
+
+TEST_F(KeyLifetimeTest, LibraryCallsInsideAListenerReturnTheEmptyResultAtOnce) {
+    const auto key = add("apn", true);
+    const auto other = add("other", true);
+    std::promise<void> heard;
+    bool empty = false;
+    key->registerExpirationListener([&] {
+        Util util;
+        ProfileParams params;
+        empty = !add("new") && !manager.modifyProfile(userName("u"), other) &&
+                !manager.deleteProfile(other) && manager.filter(FilterProfileParams()).empty() &&
+                !manager.getProfile(other) && !manager.match(FilterProfileParams(), other) &&
+                manager.dump().empty() &&
+                !util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, params) &&
+                !util.findOrCreateProfileForEmergencyDataCall(params) &&
+                !util.findOrCreateProfileForLteAttach(params) &&
+                !util.matchLteAttachProfileId(2, params);
+        util.updateAPNTypeBitmaskOnModemProfile({params});
+        util.updateModemProfileByApnClass({params}, {params});
+        manager.refresh(PDCRefreshStatus::Complete);
+        other->registerExpirationListener([] {});
+        manager.init(0, true);
+        heard.set_value();
+    });
+    deleteInModem(key);
+    heard.get_future().wait();
+    EXPECT_TRUE(empty);
+    EXPECT_TRUE(log.contains("Request on the worker thread refused: Delete " + other->dump()));
+    EXPECT_TRUE(log.contains("Manager::init on the worker thread refused"));
+    EXPECT_TRUE(manager.getProfile(other));
+    EXPECT_THAT(table(), SizeIs(1));
+}
+
+TEST_F(KeyLifetimeTest, KeyDroppedInsideAListenerIsReleasedAfterTheItemInHand) {
+    auto key = add("apn", true);
+    auto dropped = add("dropped");
+    const std::string release = "Handling Callback Release " + dropped->dump().substr(13);
+    key->registerExpirationListener([&] {
+        dropped.reset();
+        EXPECT_FALSE(log.contains(release));
+    });
+    deleteInModem(key);
+    log.waitFor("Released profile 2");
+    EXPECT_EQ(log.count(release), 1U);
+    EXPECT_THAT(table(), IsEmpty());
+
+    // The same in the middle of a refresh, which by then has forgotten who made the profile.
+    key = add("apn", true);
+    dropped = add("dropped");
+    key->registerExpirationListener([&] { dropped.reset(); });
+    log.clear();
+    refresh();
+    log.waitFor("ProfileCache: token is not present or expired");
+    const auto texts = log.texts();
+    EXPECT_LT(
+        std::find(texts.begin(), texts.end(), "Refreshed Profiles:"),
+        std::find(texts.begin(), texts.end(), "ProfileCache: token is not present or expired"));
+    EXPECT_THAT(table(), SizeIs(2));
+}
+
+TEST_F(KeyLifetimeTest, KeyCapturedByItsOwnListenerGoesWithTheProfile) {
+    auto key = add("apn", true);
+    const std::weak_ptr<IProfileKey> weak = key;
+    std::promise<void> heard;
+    key->registerExpirationListener([key, &heard]() { heard.set_value(); });
+    deleteInModem(key);
+    key.reset();
+    heard.get_future().wait();
+    log.waitFor("~ProfileKey");
+    EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(KeyLifetimeTest, KeyThatOutlivesItsEngineIsAnEmptyName) {
+    auto key = add("apn");
+    manager.init(0, true);
+    ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
+    EXPECT_EQ(key->getProfileId(), 1);
+    key->registerExpirationListener([] { FAIL() << "called by an engine that is gone"; });
+    const size_t requests = modem().requests().size();
+    log.clear();
+    key.reset();
+    EXPECT_TRUE(log.contains("~ProfileKey"));
+    EXPECT_EQ(modem().requests().size(), requests);
+    EXPECT_THAT(table(), SizeIs(1));
+}
+
+TEST_F(KeyLifetimeTest, ListenersHearThatTheirEngineGoes) {
+    const auto key = add("apn", true);
+    bool heard = false;
+    key->registerExpirationListener([&] {
+        heard = true;
+        // Not the worker thread: the engine of now answers.
+        EXPECT_THAT(manager.filter(FilterProfileParams()), IsEmpty());
+    });
+    manager.init(0, true);
+    EXPECT_TRUE(heard);
+}
+
+TEST_F(KeyLifetimeTest, KeysDroppedFromManyThreadsDuringRefreshes) {
+    std::vector<std::thread> clients;
+    for (int client = 0; client < 4; ++client) {
+        clients.emplace_back([this] {
+            for (int round = 0; round < 30; ++round) {
+                const auto key = add("apn", true);
+                if (key) {
+                    key->registerExpirationListener([] {});
+                }
+                const auto keys = manager.filter(FilterProfileParams());
+                for (const auto& each : keys) {
+                    manager.deleteProfile(each);
+                }
+            }
+        });
+    }
+    for (int round = 0; round < 20; ++round) {
+        manager.refresh(round % 2 == 0 ? PDCRefreshStatus::Start : PDCRefreshStatus::Complete);
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    refresh();
+    EXPECT_EQ(manager.filter(FilterProfileParams()).size(), table().size());
+}
+
+/// Is there before the Manager, and so destroyed after its engine.
+struct LateCaller {
+    std::shared_ptr<IProfileKey> key;
+    ~LateCaller() {
+        Manager& manager = Manager::getInstance();
+        if (key && (manager.getProfile(key) || manager.dump().empty())) {
+            _exit(1);
+        }
+    }
+} lateCaller;
+
+/// The end of the process, each way in a process of its own.
+class ProcessEndTest : public KeyLifetimeTest {
+protected:
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    void start() { KeyLifetimeTest::SetUp(); }
+    void expectClean(void (*end)(ProcessEndTest&)) {
+        EXPECT_EXIT((start(), end(*this)), testing::ExitedWithCode(0), "");
+    }
+
+public:
+    std::shared_ptr<IProfileKey> addPersistent() { return add("apn", true); }
+    static void remove(const std::shared_ptr<IProfileKey>& key) { deleteInModem(key); }
+};
+
+TEST_F(ProcessEndTest, ExitWithAKeyInAStaticObject) {
+    expectClean([](ProcessEndTest& test) {
+        static std::shared_ptr<IProfileKey> late;
+        Manager::getInstance();
+        static std::shared_ptr<IProfileKey> early;
+        late = early = test.addPersistent();
+        late->registerExpirationListener([] {});
+        exit(0);
+    });
+}
+
+TEST_F(ProcessEndTest, CallsFromAStaticDestructorAfterTheEngineIsGone) {
+    expectClean([](ProcessEndTest& test) {
+        lateCaller.key = test.addPersistent();
+        exit(0);
+    });
+}
+
+TEST_F(ProcessEndTest, ExitInsideAListener) {
+    expectClean([](ProcessEndTest& test) {
+        const auto key = test.addPersistent();
+        key->registerExpirationListener([] { exit(0); });
+        ProcessEndTest::remove(key);
+        std::promise<void>().get_future().wait();
+    });
+}
+
+TEST_F(ProcessEndTest, ExitBesideClientsThatAreBeingServed) {
+    expectClean([](ProcessEndTest&) {
+        for (int i = 0; i < 4; ++i) {
+            std::thread([] {
+                for (;;) {
+                    Manager::getInstance().filter(FilterProfileParams());
+                }
+            }).detach();
+        }
+        for (int i = 0; i < 50; ++i) {
+            Manager::getInstance().filter(FilterProfileParams());
+        }
+        exit(0);
+    });
+}
+
+TEST_F(ProcessEndTest, QuickExit) {
+    expectClean([](ProcessEndTest& test) {
+        static std::shared_ptr<IProfileKey> key;
+        key = test.addPersistent();
+        quick_exit(0);
+    });
+}
+
+}  // namespace
+}  // namespace kiv::test

@@ -1,0 +1,238 @@
+#include "Manager.h"
+
+#include <dirent.h>
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "Engine.h"
+
+namespace kiv::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+class ManagerTest : public EngineTest {};
+
+size_t entriesOf(const char* directory) {
+    DIR* const open = opendir(directory);
+    size_t count = 0;
+    while (readdir(open) != nullptr) {
+        ++count;
+    }
+    closedir(open);
+    return count;
+}
+
+TEST_F(ManagerTest, BeforeInitEveryOperationFailsAndSaysSo) {
+    Manager fresh;
+    log.clear();
+    EXPECT_FALSE(fresh.addProfile(addParams("apn")));
+    EXPECT_FALSE(fresh.modifyProfile(userName("u"), nullptr));
+    EXPECT_FALSE(fresh.deleteProfile(nullptr));
+    EXPECT_THAT(fresh.filter(FilterProfileParams()), IsEmpty());
+    EXPECT_FALSE(fresh.getProfile(nullptr));
+    EXPECT_FALSE(fresh.match(FilterProfileParams(), nullptr));
+    fresh.refresh(PDCRefreshStatus::Complete);
+    EXPECT_EQ(log.count("Manager not initialized!"), 7U);
+    EXPECT_THAT(log.lines(), SizeIs(7));
+    EXPECT_EQ(fresh.dump().front(), "Logs");
+}
+
+TEST_F(ManagerTest, ProfileFromCreationToDeletion) {
+    const auto key = add("Internet");
+    ASSERT_TRUE(key);
+    EXPECT_EQ(key->getProfileId(), 1);
+    EXPECT_EQ(key->getTechType(), TechType::Tech3gpp);
+    EXPECT_TRUE(manager.modifyProfile(userName("me"), key));
+    EXPECT_EQ(manager.getProfile(key)->dump(),
+              "ApnName=internet,UserName=me,IsKivProfile=true,IsIAProfile=false,");
+    FilterProfileParams filter;
+    filter.setUserName("me");
+    EXPECT_TRUE(manager.match(filter, key));
+    EXPECT_THAT(manager.filter(filter), SizeIs(1));
+    EXPECT_THAT(manager.dump(), Contains(StartsWith("  " + key->dump().substr(13) + ": TechType")));
+    EXPECT_TRUE(manager.deleteProfile(key));
+    EXPECT_THAT(table(), IsEmpty());
+    EXPECT_FALSE(manager.deleteProfile(key));
+}
+
+TEST_F(ManagerTest, EachOperationLogsItsWayInAndOut) {
+    const auto key = add("apn");
+    const std::string name = key->dump();
+    manager.getProfile(key);
+    manager.filter(FilterProfileParams());
+    manager.refresh(PDCRefreshStatus::Start);
+    manager.refresh(PDCRefreshStatus::Complete);
+    for (const std::string& line :
+         {std::string("Manager::init(0)"),
+          std::string("Manager::addProfile > Add 3GPP persist=false: "
+                      "ApnName=apn,IsIAProfile=false,"),
+          "Manager::addProfile < Add Success " + name, "Handling Get " + name,
+          "Manager::getProfile > Get " + name,
+          std::string("Manager::getProfile < Get Success "
+                      "ApnName=apn,IsKivProfile=true,IsIAProfile=false,"),
+          std::string("Manager::filter > Filter params: None: "),
+          "Manager::filter < Filter Success " + name + ",",
+          std::string("Manager::refresh > Refresh "),
+          std::string("Manager::refresh < Refresh Success"), std::string("KIV refresh started"),
+          std::string("KIV refresh completed")}) {
+        EXPECT_TRUE(log.contains(line)) << line;
+    }
+}
+
+TEST_F(ManagerTest, KeyOfAGoneProfileFailsWithoutAnErrorInGetProfile) {
+    const auto key = add("apn", true);
+    refresh();
+    log.clear();
+    EXPECT_FALSE(manager.getProfile(key));
+    EXPECT_TRUE(log.contains("Manager::getProfile < Get Failure "));
+    EXPECT_FALSE(log.contains("Error in getProfile"));
+    EXPECT_THAT(manager.filter([] {
+        FilterProfileParams none;
+        none.setApnName("none");
+        return none;
+    }()),
+                IsEmpty());
+}
+
+TEST_F(ManagerTest, BetweenStartAndCompleteOfARefreshEverythingFails) {
+    const auto key = add("apn", true);
+    manager.refresh(PDCRefreshStatus::Start);
+    const size_t requests = modem().requests().size();
+    EXPECT_FALSE(add("other"));
+    EXPECT_FALSE(manager.modifyProfile(userName("u"), key));
+    EXPECT_FALSE(manager.getProfile(key));
+    EXPECT_FALSE(manager.match(FilterProfileParams(), key));
+    EXPECT_THAT(manager.filter(FilterProfileParams()), IsEmpty());
+    EXPECT_FALSE(manager.deleteProfile(key));
+    EXPECT_EQ(modem().requests().size(), requests);
+    refresh();
+    EXPECT_TRUE(add("other"));
+    EXPECT_THAT(manager.filter(FilterProfileParams()), SizeIs(1));
+}
+
+TEST_F(ManagerTest, KeysThatAreNotTheLibrarysAreRefused) {
+    class ForeignKey : public IProfileKey {
+        int getProfileId() override { return 1; }
+        TechType getTechType() override { return TechType::Tech3gpp; }
+        void registerExpirationListener(std::function<void()>) override {}
+        std::string dump() override { return "foreign"; }
+    };
+    add("apn", true);
+    for (const std::shared_ptr<IProfileKey>& key :
+         {std::shared_ptr<IProfileKey>(), std::shared_ptr<IProfileKey>(new ForeignKey)}) {
+        EXPECT_FALSE(manager.modifyProfile(userName("u"), key));
+        EXPECT_FALSE(manager.deleteProfile(key));
+        EXPECT_FALSE(manager.getProfile(key));
+        EXPECT_FALSE(manager.match(FilterProfileParams(), key));
+    }
+    EXPECT_THAT(table(), SizeIs(1));
+}
+
+TEST_F(ManagerTest, WithoutAModemEveryOperationReturnsAndTheNextModemIsTaken) {
+    modem().stop();
+    log.waitFor("Handling modem down");
+    EXPECT_FALSE(add("apn"));
+    refresh();
+    modem().start();
+    ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
+    EXPECT_TRUE(add("apn"));
+}
+
+TEST_F(ManagerTest, ModemThatDoesNotAnswerCostsATimeOutAndNoMore) {
+    emulator::Fault fault;
+    fault.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
+    fault.delay = std::chrono::milliseconds(1500);
+    modem().addFault(fault);
+    EXPECT_FALSE(add("late"));
+    EXPECT_TRUE(log.contains("Unable send RAV_WDS_CREATE_PROFILE_REQ_V01 message"));
+    EXPECT_TRUE(add("next"));
+}
+
+TEST_F(ManagerTest, ManyClientsAtOnceAreAllServed) {
+    constexpr int kClients = 8;
+    constexpr int kRounds = 40;
+    std::atomic<bool> done{false};
+    std::thread dumper([&] {
+        while (!done) {
+            EXPECT_THAT(manager.dump(), Contains("Pending:"));
+        }
+    });
+    std::vector<std::thread> clients;
+    for (int client = 0; client < kClients; ++client) {
+        clients.emplace_back([this, client] {
+            const std::string name = "client" + std::to_string(client);
+            FilterProfileParams filter;
+            filter.setApnName(name);
+            for (int round = 0; round < kRounds; ++round) {
+                const auto key = add(name);
+                ASSERT_TRUE(key);
+                EXPECT_TRUE(manager.modifyProfile(userName(std::to_string(round)), key));
+                EXPECT_EQ(manager.getProfile(key)->getUserName(), std::to_string(round));
+                EXPECT_THAT(manager.filter(filter), SizeIs(1));
+            }
+        });
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    done = true;
+    dumper.join();
+    EXPECT_THAT(table(), IsEmpty());
+}
+
+TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
+    std::promise<void> reached;
+    std::promise<void> answer;
+    emulator::Fault fault;
+    fault.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
+    fault.rewrite = [&](void*, size_t) {
+        reached.set_value();
+        answer.get_future().wait();
+    };
+    modem().addFault(fault);
+    std::vector<std::thread> clients;
+    clients.emplace_back([this] { add("in flight"); });
+    reached.get_future().wait();
+    for (int i = 0; i < 4; ++i) {
+        clients.emplace_back([this] { manager.filter(FilterProfileParams()); });
+    }
+    std::thread replacer([this] { manager.init(1, true); });
+    log.waitFor("kiv::ClientRequestManager: destructor");
+    answer.set_value();
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    replacer.join();
+    ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
+    EXPECT_EQ(modem().openClients(), 1U);
+    EXPECT_TRUE(add("after"));
+}
+
+TEST_F(ManagerTest, EnginesBackToBackLeaveNothingBehind) {
+    for (int i = 0; i < 20; ++i) {
+        manager.init(i, i % 2 == 0);
+    }
+    const size_t descriptors = entriesOf("/proc/self/fd");
+    const size_t threads = entriesOf("/proc/self/task");
+    for (int i = 0; i < 200; ++i) {
+        manager.init(i, i % 2 == 0);
+    }
+    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(modem().diagUsers(), 1);  // the last one logs there
+    startEngine();
+    EXPECT_EQ(modem().diagUsers(), 0);
+    EXPECT_TRUE(add("apn"));
+}
+
+}  // namespace
+}  // namespace kiv::test
