@@ -1,0 +1,233 @@
+#include <atomic>
+#include <memory>
+
+#include "ModemTest.h"
+
+namespace kiv::emulator {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr auto k3gpp = WDS_PROFILE_TYPE_3GPP_V01;
+constexpr auto k3gpp2 = WDS_PROFILE_TYPE_3GPP2_V01;
+constexpr auto kAll = WDS_PROFILE_TYPE_ALL_V01;
+
+using CallbacksTest = ModemTest;
+
+/// A notifier that notes what it is told.
+class TestNotifier {
+public:
+    TestNotifier() {
+        EXPECT_EQ(rav_client_notifier_init(service(), &parameters, &handle), RAV_CLIENT_OK);
+        EXPECT_EQ(rav_client_register_notify_cb(handle, onNotify, this), RAV_CLIENT_OK);
+    }
+    ~TestNotifier() { EXPECT_EQ(rav_client_release(handle), RAV_CLIENT_OK); }
+    TestNotifier(const TestNotifier&) = delete;
+    TestNotifier& operator=(const TestNotifier&) = delete;
+
+    Events events;
+
+private:
+    static void onNotify(rav_client_type, rav_service_object_type object,
+                         rav_client_notify_event_type event, void* data) {
+        auto* const self = static_cast<TestNotifier*>(data);
+        EXPECT_EQ(object, service());
+        EXPECT_NE(std::this_thread::get_id(), self->creator);
+        self->events.add(event == RAV_CLIENT_SERVICE_APPEARED ? "up" : "down");
+    }
+
+    const std::thread::id creator = std::this_thread::get_id();
+    rav_client_os_params parameters{};
+    rav_client_type handle = nullptr;
+};
+
+void changeProfiles() {
+    EXPECT_EQ(modem().createProfile(k3gpp, {}, true), 1);
+    EXPECT_EQ(modem().createProfile(k3gpp2, {}, true), 0);
+    EXPECT_TRUE(modem().modifyProfile(k3gpp, 1, {}));
+    EXPECT_TRUE(modem().deleteProfile(k3gpp2, 0));
+    EXPECT_FALSE(modem().deleteProfile(k3gpp2, 0));
+    EXPECT_TRUE(modem().waitForDeliveries(kPatience));
+}
+
+TEST_F(CallbacksTest, IndicationsFollowTheConfiguredList) {
+    const std::vector<std::string> k3gppLines{"3gpp 1 created", "3gpp 1 modified",
+                                              "3gpp 1 modified"};
+    const std::vector<std::string> k3gpp2Lines{"3gpp2 0 created", "3gpp2 0 modified",
+                                               "3gpp2 0 deleted"};
+    const std::vector<std::string> kAllLines{"3gpp 1 created",  "3gpp 1 modified",
+                                             "3gpp2 0 created", "3gpp2 0 modified",
+                                             "3gpp 1 modified", "3gpp2 0 deleted"};
+    const struct {
+        std::vector<wds_profile_identifier_type_v01> list;
+        std::vector<std::string> lines;
+    } kCases[] = {
+        {{{kAll, 255}}, kAllLines},
+        {{{k3gpp, 255}}, k3gppLines},
+        {{{k3gpp2, 0}}, k3gpp2Lines},
+        {{{kAll, 1}}, k3gppLines},
+        {{{k3gpp, 2}}, {}},
+        {{{k3gpp, 1}, {k3gpp2, 0}}, kAllLines},
+        {{}, {}},
+    };
+    for (const auto& c : kCases) {
+        modem().factoryReset();
+        TestClient client;
+        client.bindAndRegister();
+        EXPECT_FALSE(modem().waitForRegisteredClient({}));
+        EXPECT_EQ(client.configureEvents(c.list), WDS_ERR_NONE_V01);
+        EXPECT_TRUE(modem().waitForRegisteredClient({}));
+        changeProfiles();
+        EXPECT_EQ(client.events.all(), c.lines);
+    }
+}
+
+TEST_F(CallbacksTest, WithoutRegistrationOrListThereAreNoIndications) {
+    TestClient unregistered;
+    EXPECT_EQ(unregistered.configureEvents({{kAll, 255}}), WDS_ERR_NONE_V01);
+    TestClient unconfigured;
+    unconfigured.bindAndRegister();
+    TestClient unlisted;
+    unlisted.bindAndRegister();
+    wds_configure_profile_event_list_req_msg_v01 request{};
+    request.report_all_changes_valid = 1;
+    request.report_all_changes = 1;
+    wds_common_resp_msg_v01 response;
+    EXPECT_EQ(unlisted.ask(RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, request, response),
+              WDS_ERR_NONE_V01);
+    changeProfiles();
+    EXPECT_THAT(unregistered.events.all(), IsEmpty());
+    EXPECT_THAT(unconfigured.events.all(), IsEmpty());
+    EXPECT_EQ(unlisted.events.all().size(), 6U) << "the flag alone stands for all profiles";
+}
+
+TEST_F(CallbacksTest, AClientHearsOfItsOwnChanges) {
+    TestClient client;
+    client.registerForEverything();
+    wds_create_profile_resp_msg_v01 response;
+    EXPECT_EQ(client.ask(RAV_WDS_CREATE_PROFILE_REQ_V01, describeCreate(k3gpp), response),
+              WDS_ERR_NONE_V01);
+    client.events.waitForCount(2);
+    modem().sendIndication(RAV_WDS_PROFILE_CHANGED_IND_V01, {std::byte{0x10}});
+    client.events.waitForCount(3);
+    EXPECT_THAT(client.events.all(),
+                ElementsAre("3gpp 1 created", "3gpp 1 modified", "undecodable"));
+}
+
+TEST_F(CallbacksTest, ARestartDropsTransientProfilesAndClients) {
+    TestNotifier notifier;
+    notifier.events.waitForCount(1);
+    TestClient client;
+    client.registerForEverything();
+    modem().createProfile(k3gpp, {}, false);
+    modem().createProfile(k3gpp, {}, true);
+    modem().restart();
+    EXPECT_FALSE(modem().waitForRegisteredClient({}));
+    modem().deleteProfile(k3gpp, 2);
+    EXPECT_TRUE(modem().waitForDeliveries(kPatience));
+
+    EXPECT_THAT(notifier.events.all(), ElementsAre("up", "down", "up"));
+    EXPECT_EQ(client.events.all().size(), 5U);
+    EXPECT_EQ(client.events.all().back(), "gone");
+    EXPECT_THAT(modem().profiles(k3gpp), IsEmpty());
+    wds_create_profile_resp_msg_v01 response;
+    EXPECT_EQ(client.send(RAV_WDS_CREATE_PROFILE_REQ_V01, describeCreate(k3gpp), response),
+              RAV_CLIENT_ERR_SERVICE_GONE);
+    TestClient next;
+    EXPECT_EQ(next.ask(RAV_WDS_CREATE_PROFILE_REQ_V01, describeCreate(k3gpp), response),
+              WDS_ERR_NONE_V01);
+}
+
+TEST_F(CallbacksTest, RequestsInProgressFailWhenTheModemStops) {
+    TestClient client;
+    modem().addFault({RAV_WDS_CREATE_PROFILE_REQ_V01, 1, std::chrono::hours(1), {}, {}, {}});
+    std::thread stopper([] {
+        while (modem().profiles(k3gpp).empty()) {
+            std::this_thread::yield();
+        }
+        modem().stop();
+    });
+    wds_create_profile_resp_msg_v01 response;
+    EXPECT_EQ(client.send(RAV_WDS_CREATE_PROFILE_REQ_V01, describeCreate(k3gpp), response),
+              RAV_CLIENT_ERR_SERVICE_GONE);
+    stopper.join();
+    rav_service_info info{};
+    EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_ERR_NO_SERVICE);
+}
+
+TEST_F(CallbacksTest, AnErrorCallbackThatComesAfterTheLossIsCalledAtOnce) {
+    rav_service_info info{};
+    rav_client_os_params parameters{};
+    rav_client_type client = nullptr;
+    EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_OK);
+    EXPECT_EQ(rav_client_init(&info, service(), nullptr, nullptr, &parameters, &client),
+              RAV_CLIENT_OK);
+    modem().restart();
+    Events events;
+    const auto onError = [](rav_client_type, int, void* data) {
+        static_cast<Events*>(data)->add("gone");
+    };
+    EXPECT_EQ(rav_client_register_error_cb(client, onError, &events), RAV_CLIENT_OK);
+    events.waitForCount(1);
+    EXPECT_EQ(rav_client_release(client), RAV_CLIENT_OK);
+    rav_client_type none = nullptr;
+    EXPECT_EQ(rav_client_init(&info, service(), nullptr, nullptr, &parameters, &none),
+              RAV_CLIENT_ERR_NO_SERVICE)
+        << "the address was that of the instance before";
+    EXPECT_EQ(none, nullptr);
+}
+
+TEST_F(CallbacksTest, NoCallbackRunsOnceAReleaseReturned) {
+    std::atomic<bool> stop = false;
+    std::thread sender([&] {
+        while (!stop) {
+            modem().sendProfileChanged({k3gpp, 1, WDS_PROFILE_CHANGE_MODIFIED_V01});
+            std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        auto client = std::make_unique<TestClient>();
+        client->registerForEverything();
+        client->events.waitForCount(3);
+        EXPECT_EQ(client->release(), RAV_CLIENT_OK);
+        const size_t count = client->events.all().size();
+        EXPECT_TRUE(modem().waitForDeliveries(kPatience));
+        EXPECT_EQ(client->events.all().size(), count);
+    }
+    stop = true;
+    sender.join();
+}
+
+TEST_F(CallbacksTest, AReleaseWaitsForTheRunningCallback) {
+    TestClient client;
+    client.registerForEverything();
+    client.onEachIndication = [&] {
+        while (modem().openClients() != 0) {
+            std::this_thread::yield();
+        }
+        client.events.add("callback ends");
+    };
+    modem().sendProfileChanged({k3gpp, 1, WDS_PROFILE_CHANGE_MODIFIED_V01});
+    client.events.waitForCount(1);
+    EXPECT_EQ(client.release(), RAV_CLIENT_OK);
+    client.events.add("released");
+    EXPECT_THAT(client.events.all(), ElementsAre(testing::_, "callback ends", "released"));
+}
+
+TEST_F(CallbacksTest, AReleaseWithinTheCallbackMakesItTheLast) {
+    TestClient client;
+    client.registerForEverything();
+    client.onEachIndication = [&] {
+        modem().sendProfileChanged({k3gpp, 2, WDS_PROFILE_CHANGE_MODIFIED_V01});
+        EXPECT_FALSE(modem().waitForDeliveries(kPatience)) << "it would wait for itself";
+        EXPECT_EQ(client.release(), RAV_CLIENT_OK);
+        EXPECT_EQ(client.release(), RAV_CLIENT_ERR_INVALID);
+    };
+    modem().sendProfileChanged({k3gpp, 1, WDS_PROFILE_CHANGE_MODIFIED_V01});
+    EXPECT_TRUE(modem().waitForDeliveries(kPatience));
+    EXPECT_THAT(client.events.all(), ElementsAre("3gpp 1 modified"));
+}
+
+}  // namespace
+}  // namespace kiv::emulator
