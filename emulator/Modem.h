@@ -88,14 +88,16 @@ private:
     };
 
     /// A request on its way. The response belongs to the modem thread until the outcome is known,
-    /// and to the waiting caller from then on; the rest is guarded.
+    /// and does not change from then on; the rest is guarded.
     struct Transaction {
         rav_client_type client;
         Request record;
         Fault fault;
         std::vector<std::byte> response;
-        bool isDecided = false;
-        std::condition_variable decided;
+        uint64_t observerNumber = 0;  ///< whose it is: see observersSoFar
+        bool isDecided = false;       ///< the outcome is known
+        bool isAnswered = false;      ///< and the sender may go on
+        std::condition_variable answered;
     };
     using TransactionPointer = std::shared_ptr<Transaction>;
 
@@ -112,10 +114,10 @@ private:
                         const std::vector<std::byte>& bytes);
     void reportChanges();
     void deliverChange(const wds_profile_changed_ind_type_v01& change);
-    void postObservation(const TransactionPointer& transaction);
     TransactionPointer postRequest(rav_client_type client, unsigned messageId,
                                    std::vector<std::byte> request);
     bool decide(const TransactionPointer& transaction, int result);
+    void giveUp(const TransactionPointer& transaction, int result);
     /// Ends the requests in progress of one client, or of all for null.
     void abandonRequests(rav_client_type client, int result);
     std::vector<std::function<void(void*, size_t)>> takeRewrites();
@@ -124,8 +126,10 @@ private:
     // On the modem thread, without the mutex.
     void takeRequest(const TransactionPointer& transaction);
     void answer(const TransactionPointer& transaction);
-    void observe(const TransactionPointer& transaction);
-    void runForeignCode(std::unique_lock<std::mutex>& lock, const std::function<void()>& code);
+
+    // On the modem thread, with the mutex held, but not while foreign code runs.
+    void observe(std::unique_lock<std::mutex>& lock, const Transaction& transaction);
+    void runForeignCode(std::unique_lock<std::mutex>& lock, std::function<void()> code);
 
     TaskQueue& modemThread = *new TaskQueue("modem");
     TaskQueue& callbackThread = *new TaskQueue("modem-callback");
@@ -144,6 +148,7 @@ private:
     std::deque<TransactionPointer> log;
     std::vector<TransactionPointer> open;  ///< those of the log that are undecided
     std::function<void(const Request&)> observer;
+    uint64_t observersSoFar = 0;  ///< a request is for the observer that was there when it was sent
     bool runsForeignCode = false;
 };
 

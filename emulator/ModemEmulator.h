@@ -150,9 +150,10 @@ public:
     /// latest 16384 of them. One that is still in progress has no outcome yet.
     std::vector<Request> requests() const;
 
-    /// Is called after each request was answered, or given up by its sender, on the modem's thread.
-    /// An empty function ends it. Blocks until a running observer has returned, unless called from
-    /// it.
+    /// Is called on the modem's thread with each request that is sent from now on, when its outcome
+    /// is known: right before its sender goes on, or after its sender gave up. It may not send
+    /// requests itself. An empty function ends it. Blocks until a running observer has returned,
+    /// unless called from it.
     void setRequestObserver(std::function<void(const Request&)> observer);
 
     /// Blocks until a client has bound, registered for indications and configured its profile

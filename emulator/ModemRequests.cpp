@@ -24,9 +24,11 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
         return RAV_CLIENT_ERR_SERVICE_GONE;
     }
     const TransactionPointer transaction = postRequest(handle, messageId, std::move(request));
-    if (!transaction->decided.wait_until(lock, deadline, [&] { return transaction->isDecided; })) {
-        decide(transaction, RAV_CLIENT_ERR_TIMEOUT);
-        postObservation(transaction);
+    const bool isAnswered =
+        transaction->answered.wait_until(lock, deadline, [&] { return transaction->isAnswered; });
+    // What is decided counts, also while a slow observer still holds it back.
+    if (!isAnswered && !transaction->isDecided) {
+        giveUp(transaction, RAV_CLIENT_ERR_TIMEOUT);
     }
     const int result = transaction->record.transportResult;
     if (result == RAV_CLIENT_OK) {
@@ -43,6 +45,7 @@ Modem::TransactionPointer Modem::postRequest(rav_client_type client, unsigned me
     transaction->record.bytes = std::move(request);
     modemThread.post([this, transaction] { takeRequest(transaction); });
     transaction->record.number = ++requestCount;
+    transaction->observerNumber = observersSoFar;
     if (log.size() == kMostLoggedRequests) {
         log.pop_front();
     }
@@ -83,29 +86,24 @@ void Modem::answer(const TransactionPointer& transaction) {
         return;
     }
     const int result = transaction->fault.transportResult.value_or(RAV_CLIENT_OK);
-    const auto rewrite = std::exchange(transaction->fault.rewrite, nullptr);
-    if (rewrite && result == RAV_CLIENT_OK) {
-        auto& response = transaction->response;
-        runForeignCode(lock, [&] { rewrite(response.data(), response.size()); });
+    if (transaction->fault.rewrite && result == RAV_CLIENT_OK) {
+        runForeignCode(lock, [rewrite = std::exchange(transaction->fault.rewrite, nullptr),
+                              &response = transaction->response] {
+            rewrite(response.data(), response.size());
+        });
     }
-    const bool isDecidedHere = decide(transaction, result);
-    lock.unlock();
-    if (isDecidedHere) {
-        observe(transaction);
-    }
-}
-
-void Modem::observe(const TransactionPointer& transaction) {
-    std::unique_lock lock(mutex);
-    const auto current = observer;
-    if (current) {
-        const Request record = transaction->record;
-        runForeignCode(lock, [&] { current(record); });
+    if (decide(transaction, result)) {
+        observe(lock, *transaction);
+        transaction->isAnswered = true;
+        transaction->answered.notify_all();
     }
 }
 
-void Modem::postObservation(const TransactionPointer& transaction) {
-    modemThread.post([this, transaction] { observe(transaction); });
+void Modem::observe(std::unique_lock<std::mutex>& lock, const Transaction& transaction) {
+    if (!observer || transaction.observerNumber != observersSoFar) {
+        return;
+    }
+    runForeignCode(lock, [current = observer, record = transaction.record] { current(record); });
 }
 
 bool Modem::decide(const TransactionPointer& transaction, int result) {
@@ -122,31 +120,41 @@ bool Modem::decide(const TransactionPointer& transaction, int result) {
     }
     transaction->isDecided = true;
     std::erase(open, transaction);
-    transaction->decided.notify_all();
     return true;
+}
+
+void Modem::giveUp(const TransactionPointer& transaction, int result) {
+    decide(transaction, result);
+    transaction->isAnswered = true;
+    transaction->answered.notify_all();
+    modemThread.post([this, transaction] {
+        std::unique_lock lock(mutex);
+        observe(lock, *transaction);
+    });
 }
 
 void Modem::abandonRequests(rav_client_type client, int result) {
     const auto candidates = open;
     for (const TransactionPointer& transaction : candidates) {
         if (!client || transaction->client == client) {
-            decide(transaction, result);
-            postObservation(transaction);
+            giveUp(transaction, result);
         }
     }
 }
 
 void Modem::reset() {
-    FaultList oldFaults;  // what these three hold is foreign, and destroyed outside the lock
+    FaultList oldFaults;  // what all of these hold is foreign, and destroyed outside the lock
     std::function<void(const Request&)> oldObserver;
+    std::deque<TransactionPointer> oldLog;
     std::vector<std::function<void(void*, size_t)>> oldRewrites;
     std::unique_lock lock(mutex);
     service.reset();
     oldFaults = std::exchange(faults, {});
     oldObserver = std::exchange(observer, nullptr);
+    ++observersSoFar;
     oldRewrites = takeRewrites();
     callFailures.clear();
-    log.clear();
+    log.swap(oldLog);
     requestCount = 0;
     waitForForeignCode(lock);
     lock.unlock();
@@ -192,6 +200,7 @@ std::vector<Request> Modem::requests() const {
 void Modem::setObserver(std::function<void(const Request&)> newObserver) {
     std::unique_lock lock(mutex);
     std::swap(observer, newObserver);
+    ++observersSoFar;
     waitForForeignCode(lock);
     lock.unlock();
 }
@@ -210,10 +219,11 @@ void Modem::waitForForeignCode(std::unique_lock<std::mutex>& lock) {
     }
 }
 
-void Modem::runForeignCode(std::unique_lock<std::mutex>& lock, const std::function<void()>& code) {
+void Modem::runForeignCode(std::unique_lock<std::mutex>& lock, std::function<void()> code) {
     runsForeignCode = true;
     lock.unlock();
     code();
+    code = nullptr;  // what it captured is foreign as well
     lock.lock();
     runsForeignCode = false;
     foreignCodeEnded.notify_all();
