@@ -31,6 +31,9 @@ void FaultList::add(Fault fault) {
     constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24);
     fault.delay = std::clamp(fault.delay, std::chrono::milliseconds(0), kLongest);
     fault.nth = std::max(fault.nth, 1U);
+    if (fault.transportResult == RAV_CLIENT_OK) {
+        fault.transportResult.reset();  // that is no failure
+    }
     armed.push_back(std::move(fault));
 }
 
