@@ -1,0 +1,43 @@
+#ifndef TESTS_SUPPORT_PROFILES_H
+#define TESTS_SUPPORT_PROFILES_H
+
+#include "ModemProfile.h"
+
+namespace kiv::test {
+
+/// The PDP types of a 3GPP profile, or a client's home and roaming type, for use in tables.
+enum Type { no = -1, unknown = 0, v4 = 1, v6 = 2, v46 = 3 };
+
+struct IPTypes {
+    Type common, overrideHome, lte, umts;
+};
+
+inline Modem3gppProfile& setIPTypes(Modem3gppProfile& profile, const IPTypes& types) {
+    const auto set = [&](void (Modem3gppProfile::*setter)(IPType), Type type) {
+        if (type != no) {
+            (profile.*setter)(static_cast<IPType>(type));
+        }
+    };
+    set(&Modem3gppProfile::setCommonIPType, types.common);
+    set(&Modem3gppProfile::setOverrideHomeIPType, types.overrideHome);
+    set(&Modem3gppProfile::setLteRoamIPType, types.lte);
+    set(&Modem3gppProfile::setUmtsRoamIPType, types.umts);
+    return profile;
+}
+
+/// Params, or a subclass, with a home and a roaming type.
+template <class Params>
+Params withIPTypes(Type home, Type roam) {
+    Params params;
+    if (home != no) {
+        params.setHomeIPType(static_cast<IPType>(home));
+    }
+    if (roam != no) {
+        params.setRoamIPType(static_cast<IPType>(roam));
+    }
+    return params;
+}
+
+}  // namespace kiv::test
+
+#endif

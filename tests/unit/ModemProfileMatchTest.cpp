@@ -1,0 +1,173 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ModemProfile.h"
+#include "Profiles.h"
+#include "Records.h"
+
+namespace kiv {
+namespace {
+
+using namespace test;
+using F = FilterProfileParams;
+
+constexpr uint32_t kName = toMask(FilterMatchType::ApnNameSubset);
+constexpr uint32_t kTypes = toMask(FilterMatchType::ApnTypeBitmaskSubset);
+constexpr uint32_t kHomeSub = toMask(FilterMatchType::HomeIPSubset);
+constexpr uint32_t kHomeSuper = toMask(FilterMatchType::HomeIPSuperset);
+constexpr uint32_t kRoamSub = toMask(FilterMatchType::RoamIPSubset);
+constexpr uint32_t kRoamSuper = toMask(FilterMatchType::RoamIPSuperset);
+
+/// One question to a profile: what it holds, what the filter asks for and how, and the answer.
+template <class Profile>
+struct Row {
+    int line;
+    void (*hold)(Profile&);
+    void (*ask)(F&);
+    uint32_t criteria;
+    bool matches;
+};
+
+template <class Profile, size_t count>
+void check(const Row<Profile> (&rows)[count]) {
+    for (const auto& row : rows) {
+        Profile profile{ProfileParams()};
+        row.hold(profile);
+        F filter = filled(row.ask);
+        filter.addFilterMatchCriteria(row.criteria);
+        EXPECT_EQ(profile.match(filter), row.matches) << "row of line " << row.line;
+    }
+}
+
+TEST(Modem3gppMatch, AnswersBySettings) {
+    using P = Modem3gppProfile;
+    static constexpr auto none = [](P&) {};
+    static constexpr auto full = [](P& p) {
+        p.setProfileId(7);
+        p.setApnName("ims.mnc001.mcc001");
+        p.setUserName("Bob");
+        p.setPassword("Pw");
+        p.setAuthType(AuthType::NONE);
+        p.setApnTypesMask(0x103);
+        p.setApnClass(ApnClass::IMS);
+        p.setIsClatEnabled(false);
+        p.setMaxPdnConnTimer(3);
+    };
+    static constexpr auto ia = [](P& p) { p.setProfileName("kiv_profile_ia"); };
+    static constexpr auto kiv = [](P& p) { p.setProfileName("kiv_profile"); };
+    static constexpr auto other = [](P& p) { p.setProfileName("KIV_profile"); };
+    static constexpr auto notIAButKiv = [](F& f) {
+        f.setFilterByIsIAProfile(false);
+        f.setFilterByIsKivProfile(true);
+    };
+    static constexpr auto longName = [](P& p) { p.setApnName(std::string(150, 'a')); };
+    static constexpr auto high = [](P& p) { p.setApnTypesMask(UINT64_C(0x100000001)); };
+    static constexpr auto noTypes = [](P& p) { p.setApnTypesMask(0); };
+    const Row<P> rows[] = {
+        {__LINE__, none, [](F&) {}, 0, true},
+        {__LINE__, full, [](F& f) { f.setApnName("IMS.mnc001.MCC001"); }, 0, true},
+        {__LINE__, full, [](F& f) { f.setApnName("ims"); }, kTypes, false},
+        {__LINE__, full, [](F& f) { f.setApnName("MNC"); }, kName, true},
+        {__LINE__, full, [](F& f) { f.setApnName(""); }, kName, true},
+        {__LINE__, none, [](F& f) { f.setApnName(""); }, kName, false},
+        {__LINE__, longName, [](F& f) { f.setApnName(std::string(151, 'A')); }, 0, true},
+        {__LINE__, full, [](F& f) { f.setUserName("Bob"); }, 0, true},
+        {__LINE__, full, [](F& f) { f.setUserName("bob"); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setUserName(""); }, 0, false},
+        {__LINE__, full, [](F& f) { f.setPassword("pw"); }, 0, false},
+        {__LINE__, full, [](F& f) { f.setAuthType(AuthType::NONE); }, 0, true},
+        {__LINE__, none, [](F& f) { f.setAuthType(AuthType::NONE); }, 0, false},
+        {__LINE__, full, [](F& f) { f.setApnClass(ApnClass::APP); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setIsClatEnabled(false); }, 0, false},
+        {__LINE__, full, [](F& f) { f.setIsClatEnabled(true); }, 0, false},
+        {__LINE__, full, [](F& f) { f.setApnTypesMask(0x141); }, 0, true},
+        {__LINE__, full, [](F& f) { f.setApnTypesMask(0x140); }, kName, false},
+        {__LINE__, full, [](F& f) { f.setApnTypesMask(0x140); }, kTypes, true},
+        {__LINE__, full, [](F& f) { f.setApnTypesMask(0x142); }, kTypes, false},
+        {__LINE__, full, [](F& f) { f.setApnTypesMask(0x1000); }, kTypes, true},
+        {__LINE__, none, [](F& f) { f.setApnTypesMask(0); }, kTypes, false},
+        {__LINE__, high, [](F& f) { f.setApnTypesMask(1); }, 0, false},
+        {__LINE__, high, [](F& f) { f.setApnTypesMask(1); }, kTypes, true},
+        {__LINE__, noTypes, [](F& f) { f.setApnTypesMask(0x1000); }, 0, true},
+        {__LINE__, full, [](F& f) { f.setFilterByProfileId(7); }, 0, true},
+        {__LINE__, none, [](F& f) { f.setFilterByProfileId(5); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setFilterByTechType(TechType::Tech3gpp2); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setFilterByTechType(TechType::Tech3gpp); }, 0, true},
+        {__LINE__, ia, [](F& f) { f.setFilterByIsIAProfile(true); }, 0, true},
+        {__LINE__, ia, [](F& f) { f.setFilterByIsKivProfile(true); }, 0, true},
+        {__LINE__, kiv, [](F& f) { f.setFilterByIsIAProfile(true); }, 0, false},
+        {__LINE__, kiv, [](F& f) { f.setFilterByIsKivProfile(true); }, 0, true},
+        {__LINE__, other, [](F& f) { f.setFilterByIsKivProfile(true); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setFilterByIsKivProfile(false); }, 0, true},
+        {__LINE__, other, notIAButKiv, 0, true},
+        {__LINE__, full, [](F& f) { f.setMaxPdnConnTimer(3); }, 0, true},
+        {__LINE__, full, [](F& f) { f.setMaxPdnConnTimer(4); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setMaxPdnsConnPerBlock(0); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setPdnReqWaitInterval(0); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setIsApnDisabled(false); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setIsEmergencySupported(false); }, 0, false},
+    };
+    check(rows);
+}
+
+TEST(Modem3gppMatch, AnswersByIPTypes) {
+    const struct {
+        int line;
+        IPTypes held;  // home, override, LTE and UMTS roaming
+        Type home, roam;
+        uint32_t criteria;
+        bool matches;
+    } rows[] = {
+        {__LINE__, {v46, v4, no, no}, v4, no, 0, true},
+        {__LINE__, {v46, unknown, no, no}, v4, no, 0, false},
+        {__LINE__, {v46, no, no, no}, v4, no, kRoamSub | kHomeSuper, false},
+        {__LINE__, {v46, no, no, no}, v4, no, kHomeSub, true},
+        {__LINE__, {v6, no, no, no}, v46, no, kHomeSuper, true},
+        {__LINE__, {no, no, no, no}, v46, no, kHomeSuper, false},
+        {__LINE__, {no, v4, no, no}, v4, no, 0, true},
+        {__LINE__, {unknown, no, no, no}, v46, no, kHomeSuper, true},
+        {__LINE__, {v4, no, v4, no}, no, v4, kRoamSub, false},
+        {__LINE__, {v4, no, no, v4}, no, v4, kRoamSub, false},
+        {__LINE__, {v4, no, v4, v6}, no, v4, kRoamSub, false},
+        {__LINE__, {v6, no, v4, v4}, no, v4, 0, true},
+        {__LINE__, {v6, no, unknown, no}, no, unknown, 0, true},
+        {__LINE__, {v4, v6, no, no}, no, v4, 0, true},
+        {__LINE__, {v46, no, no, no}, no, v4, kHomeSub | kRoamSuper, false},
+        {__LINE__, {v46, no, no, no}, no, v4, kRoamSub, true},
+        {__LINE__, {v46, no, v6, v6}, no, v46, kRoamSuper, true},
+        {__LINE__, {no, v4, no, no}, no, v4, kRoamSub, false},
+    };
+    for (const auto& row : rows) {
+        Modem3gppProfile profile{ProfileParams()};
+        F filter = withIPTypes<F>(row.home, row.roam);
+        filter.addFilterMatchCriteria(row.criteria);
+        EXPECT_EQ(setIPTypes(profile, row.held).match(filter), row.matches) << row.line;
+    }
+}
+
+TEST(Modem3gpp2Match, TakesNoFilterFor3gppAndAnAbsentTypeAsEmpty) {
+    using P = Modem3gpp2Profile;
+    static constexpr auto none = [](P&) {};
+    static constexpr auto type4 = [](P& p) { p.setCommonIPType(IPType::V4); };
+    const Row<P> rows[] = {
+        {__LINE__, none, [](F& f) { f.setHomeIPType(IPType::V4); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setHomeIPType(IPType::UNKNOWN); }, 0, true},
+        {__LINE__, none, [](F& f) { f.setHomeIPType(IPType::V4); }, kHomeSuper, true},
+        {__LINE__, type4, [](F& f) { f.setHomeIPType(IPType::V4); }, 0, true},
+        {__LINE__, none, [](F& f) { f.setUserName(""); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setFilterByTechType(TechType::Tech3gpp2); }, 0, true},
+        {__LINE__, none, [](F& f) { f.setFilterByIsIAProfile(false); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setFilterByIsKivProfile(false); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setRoamIPType(IPType::UNKNOWN); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setMaxPdnsConnPerBlock(0); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setMaxPdnConnTimer(0); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setPdnReqWaitInterval(0); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setIsApnDisabled(false); }, 0, false},
+        {__LINE__, none, [](F& f) { f.setIsEmergencySupported(false); }, 0, false},
+    };
+    check(rows);
+}
+
+}  // namespace
+}  // namespace kiv

@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "LogCapture.h"
+#include "LogWrapper.h"
+#include "ModemProfile.h"
+#include "Profiles.h"
+#include "Records.h"
+
+namespace kiv {
+namespace {
+
+using namespace test;
+using Texts = std::vector<std::string>;
+using Response = wds_get_profile_settings_resp_msg_v01;
+using Settings = wds_profile_settings_type_v01;
+
+class ModemProfileRecords : public ::testing::Test {
+protected:
+    ModemProfileRecords() { LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>()); }
+    ~ModemProfileRecords() override { LogWrapper::getInstance().setLogWriter(nullptr); }
+
+    LogCapture log;
+};
+
+/// A record with every 3GPP member, some at their limits, and the profile that it stands for.
+Settings record3gpp() {
+    auto s = recordOf<Settings>(0);
+    setMember(s.apn_type_mask_valid, s.apn_type_mask, UINT64_C(0x8000000000000102));
+    setMember(s.clat_enabled_valid, s.clat_enabled, 1);
+    setText(s.profile_name_valid, s.profile_name, "Name");
+    setText(s.apn_name_valid, s.apn_name, std::string(150, 'a'));
+    setText(s.user_name_valid, s.user_name, "Bob");
+    setText(s.password_valid, s.password, "Pw");
+    setMember(s.pdp_type_valid, s.pdp_type, 3);
+    setMember(s.override_home_pdp_type_valid, s.override_home_pdp_type, 1);
+    setMember(s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type, 0);
+    setMember(s.umts_roaming_pdp_type_valid, s.umts_roaming_pdp_type, 2);
+    setMember(s.max_pdn_conn_per_block_valid, s.max_pdn_conn_per_block, 65535);
+    setMember(s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer, 2);
+    setMember(s.pdn_req_wait_interval_valid, s.pdn_req_wait_interval, 3);
+    setMember(s.support_emergency_calls_valid, s.support_emergency_calls, 1);
+    setMember(s.apn_disabled_valid, s.apn_disabled, 0);
+    setMember(s.auth_preference_valid, s.auth_preference, 3);
+    setMember(s.apn_class_valid, s.apn_class, 200);
+    return s;
+}
+
+const std::string kSettings3gpp =
+    "ApnName=" + std::string(150, 'a') +
+    ",UserName=Bob,Password=Pw,AuthType=PAP_CHAP,CommonIPType=V4V6,"
+    "ApnTypesMask=9223372036854776066,ApnClass=200,IsClatEnabled=1,OverrideHomeIPType=V6,"
+    "LteRoamIP=V4,UmtsRoamIP=V4V6,MaxPdnsConnPerBlock=65535,MaxPdnConnTimer=2,"
+    "PdnReqWaitInterval=3,IsApnDisabled=0,IsEmergencySupported=1,ProfileName=Name,";
+
+Settings record3gpp2() {
+    auto s = recordOf<Settings>(0);
+    setText(s.apn_string_3gpp2_valid, s.apn_string_3gpp2, "cdma");
+    setText(s.user_id_3gpp2_valid, s.user_id_3gpp2, "Bob");
+    setText(s.pdn_level_user_id_3gpp2_valid, s.pdn_level_user_id_3gpp2, "Bob");
+    setText(s.password_3gpp2_valid, s.password_3gpp2, "Pw");
+    setText(s.pdn_level_password_3gpp2_valid, s.pdn_level_password_3gpp2, "Pw");
+    setMember(s.pdn_type_3gpp2_valid, s.pdn_type_3gpp2, 1);
+    setMember(s.auth_protocol_3gpp2_valid, s.auth_protocol_3gpp2, 3);
+    setMember(s.pdn_level_auth_protocol_3gpp2_valid, s.pdn_level_auth_protocol_3gpp2, 3);
+    setMember(s.apn_class_3gpp2_valid, s.apn_class_3gpp2, 2);
+    return s;
+}
+
+TEST_F(ModemProfileRecords, AreReadAndWrittenToTheByte) {
+    auto response = recordOf<Response>(0);
+    auto add = recordOf<wds_create_profile_req_msg_v01>(0);
+    auto modify = recordOf<wds_modify_profile_settings_req_msg_v01>(0);
+    setMember(response.persistent_valid, response.persistent, 2);
+    setMember(add.persistent_valid, add.persistent, 1);
+
+    response.settings = add.settings = modify.settings = record3gpp();
+    const Modem3gppProfile profile(0x105, response);
+    EXPECT_EQ(profile.dump(), "TechType=3GPP,ProfileId=261," + kSettings3gpp);
+    EXPECT_FALSE(profile.getIsKivCreated());
+    modify.profile = {WDS_PROFILE_TYPE_3GPP_V01, 5};
+    EXPECT_EQ(firstDifference(profile.constructAddRequest(), add), sizeof(add));
+    EXPECT_EQ(firstDifference(profile.constructModifyRequest(), modify), sizeof(modify));
+
+    response.settings = add.settings = modify.settings = record3gpp2();
+    Modem3gpp2Profile profile2(255, response);
+    EXPECT_EQ(profile2.dump(),
+              "TechType=3GPP2,ProfileId=255,ApnName=cdma,UserName=Bob,"
+              "AuthType=PAP_CHAP,CommonIPType=V6,ApnClass=ADMN,");
+    profile2.setPassword("Pw");  // It is never read.
+    profile2.setIsPersistent(false);
+    add.profile_type = WDS_PROFILE_TYPE_3GPP2_V01;
+    add.persistent = 0;
+    modify.profile = {WDS_PROFILE_TYPE_3GPP2_V01, 255};
+    EXPECT_EQ(firstDifference(profile2.constructAddRequest(), add), sizeof(add));
+    EXPECT_EQ(firstDifference(profile2.constructModifyRequest(), modify), sizeof(modify));
+    EXPECT_EQ(log.texts(), Texts());
+}
+
+TEST_F(ModemProfileRecords, TextsAndNumbersAreCutWhenWritten) {
+    Modem3gppProfile profile{ProfileParams()};
+    profile.setProfileName(std::string(60, 'n'));
+    profile.setApnName(std::string(151, 'a'));
+    profile.setUserName(std::string(128, 'u'));
+    profile.setMaxPdnConnTimer(0x10002);
+    profile.setAuthType(static_cast<AuthType>(7));
+    setIPTypes(profile, {unknown, unknown, unknown, no});
+    auto s = recordOf<Settings>(0);
+    setText(s.profile_name_valid, s.profile_name, std::string(50, 'n'));
+    setText(s.apn_name_valid, s.apn_name, std::string(150, 'a'));
+    setText(s.user_name_valid, s.user_name, std::string(127, 'u'));
+    setMember(s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer, 2);
+    setMember(s.auth_preference_valid, s.auth_preference, 3);
+    setMember(s.pdp_type_valid, s.pdp_type, 3);
+    setMember(s.override_home_pdp_type_valid, s.override_home_pdp_type, 255);
+    setMember(s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type, 255);
+    EXPECT_EQ(firstDifference(profile.constructAddRequest().settings, s), sizeof(s));
+
+    Modem3gpp2Profile profile2{ProfileParams()};
+    profile2.setAuthType(static_cast<AuthType>(7));
+    EXPECT_EQ(profile2.constructAddRequest().settings.auth_protocol_3gpp2_valid, 1);
+    EXPECT_EQ(profile2.constructAddRequest().settings.auth_protocol_3gpp2, 0);
+}
+
+TEST_F(ModemProfileRecords, MembersWithoutTheirFlagAreNotRead) {
+    auto response = recordOf<Response>(0);
+    response.persistent = 1;
+    response.settings.pdp_type = WDS_PDP_TYPE_IPV6_V01;
+    response.settings.lte_roaming_pdp_type = WDS_COMMON_PDP_TYPE_IPV6_V01;
+    response.settings.apn_name[0] = response.settings.apn_string_3gpp2[0] = 'a';
+    EXPECT_FALSE(Modem3gppProfile(0, response).getIsPersistent());
+    EXPECT_EQ(Modem3gppProfile(0, response).dump(), "TechType=3GPP,ProfileId=0,");
+    EXPECT_EQ(Modem3gpp2Profile(0, response).dump(), "TechType=3GPP2,ProfileId=0,");
+}
+
+TEST_F(ModemProfileRecords, UnknownTypesAreLogged) {
+    auto response = recordOf<Response>(0);
+    auto& s = response.settings;
+    setMember(s.pdp_type_valid, s.pdp_type, 1);
+    setMember(s.override_home_pdp_type_valid, s.override_home_pdp_type, 255);
+    setMember(s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type, 255);
+    setMember(s.umts_roaming_pdp_type_valid, s.umts_roaming_pdp_type, 7);
+    setText(s.apn_name_valid, s.apn_name, "IMS.\xC3\x84");
+    setMember(s.pdn_type_3gpp2_valid, s.pdn_type_3gpp2, 4);
+    setMember(s.auth_protocol_3gpp2_valid, s.auth_protocol_3gpp2, 4);
+    const Modem3gppProfile profile(0, response);
+    EXPECT_EQ(profile.dump(),
+              "TechType=3GPP,ProfileId=0,ApnName=ims.\xC3\x84,CommonIPType=UNKNOWN,"
+              "OverrideHomeIPType=UNKNOWN,UmtsRoamIP=UNKNOWN,");
+    const Modem3gpp2Profile profile2(0, response);
+    EXPECT_EQ(profile2.dump(), "TechType=3GPP2,ProfileId=0,AuthType=NONE,CommonIPType=UNKNOWN,");
+    EXPECT_EQ(log.texts(), Texts({"Unknown pdp_type_enum 1", "Unknown pdp_type_enum 255",
+                                  "Unknown pdp_type_enum 7", "Unknown profile_pdn_type_enum 4"}));
+}
+
+TEST_F(ModemProfileRecords, RubbishIsReadWithinItsBounds) {
+    const auto response = std::make_unique<Response>(recordOf<Response>(0xFF));
+    const Modem3gppProfile profile(255, *response);
+    EXPECT_EQ(profile.getApnName(), std::string(WDS_APN_NAME_SIZE_V01, '\xFF'));
+    EXPECT_EQ(profile.getProfileName(), std::string(WDS_PROFILE_NAME_SIZE_V01, '\xFF'));
+    EXPECT_EQ(profile.getUserName(), std::string(WDS_USER_NAME_SIZE_V01, '\xFF'));
+    EXPECT_EQ(profile.getPassword(), std::string(WDS_PASSWORD_SIZE_V01, '\xFF'));
+    EXPECT_EQ(profile.getLteRoamIPType(), IPType::UNKNOWN);
+    const Modem3gpp2Profile profile2(255, *response);
+    EXPECT_EQ(profile2.getApnName(), std::string(WDS_APN_NAME_SIZE_V01, '\xFF'));
+    EXPECT_EQ(profile2.getUserName(), std::string(WDS_USER_NAME_SIZE_V01, '\xFF'));
+    EXPECT_EQ(profile2.getCommonIPType(), IPType::UNKNOWN);
+}
+
+}  // namespace
+}  // namespace kiv

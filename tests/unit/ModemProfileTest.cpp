@@ -1,0 +1,108 @@
+#include "ModemProfile.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "LogCapture.h"
+#include "LogWrapper.h"
+#include "Profiles.h"
+#include "Records.h"
+
+namespace kiv {
+namespace {
+
+using namespace test;
+using Texts = std::vector<std::string>;
+
+class FakeKey : public IProfileKey {
+public:
+    int getProfileId() override { return 0; }
+    TechType getTechType() override { return TechType::Tech3gpp; }
+    void registerExpirationListener(std::function<void()>) override {}
+    std::string dump() override { return ""; }
+};
+
+class ModemProfileTest : public ::testing::Test {
+protected:
+    ModemProfileTest() { LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>()); }
+    ~ModemProfileTest() override { LogWrapper::getInstance().setLogWriter(nullptr); }
+
+    LogCapture log;
+};
+
+TEST_F(ModemProfileTest, KeepsFoldedTypesAndReportsWhatTheClientAskedFor) {
+    const auto params = filled<ProfileParams>([](auto& p) {
+        p.setApnName("IMS.\xC3\x84@[");
+        p.setApnTypesMask(0x1840);
+        p.setHomeIPType(IPType::V6);
+        p.setRoamIPType(IPType::V4);
+        p.setIsClatEnabled(true);
+        p.setIsEmergencySupported(true);
+    });
+    Modem3gppProfile profile(params);
+    EXPECT_EQ(profile.dump(),
+              "TechType=3GPP,ProfileId=-1,ApnName=ims.\xC3\x84@[,CommonIPType=V4V6,"
+              "ApnTypesMask=1026,IsClatEnabled=1,OverrideHomeIPType=V6,LteRoamIP=V4,"
+              "UmtsRoamIP=V4,IsEmergencySupported=1,");
+    profile.setApnTypesMask(UINT64_C(0xF00000402));
+    profile.setProfileName("kiv_profile");
+    EXPECT_EQ(profile.get().dump(),
+              "ApnName=ims.\xC3\x84@[,HomeIPType=V6,RoamIPType=V4,ApnTypesMask=IMS|XCAP|,"
+              "IsClatEnabled=true,IsEmergencySupported=true,IsKivProfile=true,IsIAProfile=false,");
+    Modem3gppProfile other{ProfileParams()};
+    EXPECT_EQ(other.get().dump(), "IsKivProfile=false,IsIAProfile=false,");
+    other.setProfileName("kiv_profile_ia");
+    setIPTypes(other, {v46, unknown, v6, v4});
+    EXPECT_EQ(other.get().dump(), "HomeIPType=V4V6,IsKivProfile=true,IsIAProfile=true,");
+    EXPECT_EQ(Modem3gpp2Profile(params).get().dump(),
+              "ApnName=ims.\xC3\x84@[,HomeIPType=V6,ApnTypesMask=IMS|XCAP|,IsClatEnabled=true,");
+}
+
+TEST_F(ModemProfileTest, DestructionCallsTheListenersOfLiveKeysInOrder) {
+    const auto key = std::make_shared<FakeKey>();
+    auto dropped = std::make_shared<FakeKey>();
+    auto droppedByListener = std::make_shared<FakeKey>();
+    Texts calls;
+    {
+        Modem3gppProfile profile{ProfileParams()};
+        profile.registerExpirationListener([&] { calls.push_back("dropped"); }, dropped);
+        profile.registerExpirationListener([&] { calls.push_back("no key"); }, {});
+        profile.registerExpirationListener([&] { calls.push_back("first"); }, key);
+        profile.registerExpirationListener([&] { droppedByListener.reset(); }, key);
+        profile.registerExpirationListener([&] { calls.push_back("gone"); }, droppedByListener);
+        profile.registerExpirationListener(nullptr, key);
+        profile.registerExpirationListener([&] { calls.push_back("last"); }, key);
+        dropped.reset();
+        EXPECT_EQ(calls, Texts());
+    }
+    EXPECT_EQ(calls, Texts({"first", "last"}));
+    EXPECT_EQ(log.texts(),
+              Texts({"~ModemProfile()", "invoke callback", "invoke callback",
+                     "ModemProfile: skipping empty expiration listener", "invoke callback"}));
+}
+
+TEST_F(ModemProfileTest, ClearingForgetsListenersOfDeadKeysOnly) {
+    const auto key = std::make_shared<FakeKey>();
+    const auto held = std::make_shared<int>();
+    Modem3gpp2Profile profile{ProfileParams()};
+    profile.registerExpirationListener([held] {}, key);
+    profile.registerExpirationListener([held] {}, std::make_shared<FakeKey>());
+    profile.registerExpirationListener([held] {}, key);
+    profile.clearExpiredListeners();
+    EXPECT_EQ(held.use_count(), 3);
+}
+
+TEST_F(ModemProfileTest, ReferencesAreCountedBelowZeroToo) {
+    Modem3gppProfile profile{ProfileParams()};
+    profile.incRefCount();
+    EXPECT_EQ(profile.getRefCount(), 1);
+    profile.decRefCount();
+    profile.decRefCount();
+    EXPECT_EQ(profile.getRefCount(), -1);
+}
+
+}  // namespace
+}  // namespace kiv
