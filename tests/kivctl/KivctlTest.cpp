@@ -1,0 +1,292 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "CommandLine.h"
+#include "Commands.h"
+#include "ModemEmulator.h"
+
+namespace kiv::kivctl {
+namespace {
+
+using emulator::Fault;
+using emulator::ModemEmulator;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+using FilePointer = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+FilePointer opened(std::FILE* file) {
+    EXPECT_NE(file, nullptr);
+    return {file, std::fclose};
+}
+
+std::string contentsOf(std::FILE* file) {
+    std::rewind(file);
+    std::string text(65536, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    return text;
+}
+
+std::string dataFile(const char* name) {
+    return std::filesystem::path(__FILE__).parent_path() / "data" / name;
+}
+
+std::string temporaryFile(const std::string& name) {
+    return testing::TempDir() + std::to_string(getpid()) + name;
+}
+
+struct Result {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+Result run(std::vector<const char*> arguments) {
+    const FilePointer out = opened(std::tmpfile());
+    const FilePointer err = opened(std::tmpfile());
+    Output output(out.get(), err.get());
+    arguments.insert(arguments.begin(), "kivctl");
+    const int status = runKivctl(static_cast<int>(arguments.size()), arguments.data(), output);
+    return {status, contentsOf(out.get()), contentsOf(err.get())};
+}
+
+Result provision(const char* file, const char* plmn, const char* more = "--format=tsv") {
+    return run({"provision", "--apns", dataFile(file).c_str(), "--plmn", plmn, more});
+}
+
+/// The mismatches of one operator of carriers.xml on the session's modem, as text.
+std::vector<std::string> mismatchesOf(const Session& session, const char* plmn) {
+    const ApnFile file = readApnFile(dataFile("carriers.xml"));
+    std::vector<std::string> texts;
+    for (const Mismatch& one : Provisioner(session, *file.find(plmn)).run().mismatches) {
+        texts.push_back(one.step + " " + one.holder + " " + one.setting + " " + cell(one.asked) +
+                        " " + cell(one.held));
+    }
+    return texts;
+}
+
+TEST(KivctlTest, provisionTellsWhatEachStepTook) {
+    const Result full = provision("carriers.xml", "00101");
+    EXPECT_EQ(full.status, kOk) << full.err << full.out;
+    EXPECT_EQ(full.err, "");
+    EXPECT_THAT(full.out, HasSubstr("\nstep\tattach\texisting, changed\t3GPP 2\tims\t7\n"));
+    EXPECT_THAT(full.out, HasSubstr("\nstep\tdefault\tcreated\t3GPP 3\tInternet.Example\t4\n"));
+    EXPECT_THAT(full.out, HasSubstr("\nstep\temergency\tcreated\t3GPP 4\tsos\t10\n"));
+    EXPECT_THAT(full.out, HasSubstr("\nstep\ttypes\texisting, changed\t3GPP 3\t-\t-\n"));
+    EXPECT_THAT(full.out, HasSubstr("\nsummary\tAPNs\t4\nsummary\tprofiles made\t2\n"));
+    EXPECT_THAT(full.out, HasSubstr("\nafter\t3GPP 3\tno\tkiv_profile\tIPV4V6\tIP\tIPV6\tIPV6\t"
+                                    "internet.example\tdefault,mms,supl\tIP\tIPV6\tPAP/CHAP\tme\t"
+                                    "***\t-\tyes\t-\t-\t20\t300\t5\tyes\n"));
+
+    const Result mmsOnly = provision("carriers.xml", "001002");
+    EXPECT_EQ(mmsOnly.status, kOk);
+    for (const char* step : {"attach", "default"}) {
+        EXPECT_THAT(mmsOnly.out, HasSubstr(std::string("\nstep\t") + step +
+                                           "\tskipped: no entry of type default\t-\t-\t-\n"));
+    }
+    EXPECT_THAT(mmsOnly.out, HasSubstr("\nstep\temergency\tcreated\t"));
+    EXPECT_THAT(mmsOnly.out, HasSubstr("\nstep\ttypes\tnothing to change\t-\t-\t-\n"));
+
+    EXPECT_EQ(provision("carriers.xml", "none").status, kOk);
+}
+
+TEST(KivctlTest, allOperatorsAreCounted) {
+    const Result all = run({"provision", "--apns", dataFile("carriers.xml").c_str(), "--all"});
+    EXPECT_EQ(all.status, kOk) << all.err;
+    EXPECT_EQ(all.out, "operators: 4, APNs: 7, profiles made: 6, mismatches: 0\n");
+    EXPECT_EQ(all.err, "");
+}
+
+TEST(KivctlTest, passwordsAreHiddenUnlessAskedFor) {
+    for (const char* format : {"--format=tsv", "--format=table"}) {
+        const Result hidden = provision("carriers.xml", "00101", format);
+        EXPECT_THAT(hidden.out, AllOf(HasSubstr("***"), Not(HasSubstr("s3cret"))));
+    }
+    EXPECT_THAT(provision("carriers.xml", "00101", "--show-secrets").out,
+                AllOf(HasSubstr("s3cret"), Not(HasSubstr("***"))));
+    const std::vector<Mismatch> mismatches = {
+        {"00101", "attach", "modem", "3GPP 2", "password", "s3cret", {}, true}};
+    Options options;
+    EXPECT_THAT(mismatchText(mismatches, options), Not(HasSubstr("s3cret")));
+    options.showSecrets = true;
+    EXPECT_THAT(mismatchText(mismatches, options), HasSubstr("s3cret"));
+}
+
+TEST(KivctlTest, statusTellsWhatWentWrong) {
+    const std::string good = dataFile("carriers.xml");
+    const Result flawed = provision("flawed.xml", "00101");
+    EXPECT_EQ(flawed.status, kUnreadableEntries);
+    EXPECT_EQ(flawed.err, "kivctl: " + dataFile("flawed.xml") + ":3: unknown APN type 'gold'\n");
+    EXPECT_THAT(flawed.out, HasSubstr("\nsummary\tAPNs\t1\n"));
+    const Result unknown = provision("carriers.xml", "26201");
+    EXPECT_EQ(unknown.status, kFailed);
+    EXPECT_EQ(unknown.err, "kivctl: " + good + ": no readable entry of operator 26201\n");
+    const Result missing = provision("none.xml", "26201");
+    EXPECT_EQ(missing.status, kCannotRead);
+    EXPECT_EQ(missing.err, "kivctl: " + dataFile("none.xml") + ": No such file or directory\n");
+    EXPECT_EQ(run({"list", "--log", "/nonexistent/log"}).status, kCannotWrite);
+    EXPECT_EQ(run({"--version"}).status, kOk);
+    EXPECT_THAT(run({"--help"}).out, HasSubstr("Exit status:"));
+    const std::vector<const char*> wrong[] = {
+        {},
+        {"fly"},
+        {"provision", "--all"},
+        {"provision", "--apns", good.c_str()},
+        {"provision", "--apns", good.c_str(), "--plmn", "2620"},
+        {"provision", "--apns", good.c_str(), "--plmn", "2620x"},
+        {"provision", "--apns", good.c_str(), "--plmn", "26201", "--all"},
+        {"list", "--format", "json"},
+        {"list", "--bind", "-1"},
+        {"list", "more"},
+    };
+    for (const auto& arguments : wrong) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, kUsage) << testing::PrintToString(arguments);
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(result.err, StartsWith("kivctl: "));
+    }
+}
+
+TEST(KivctlTest, listShowsWhatTheLibraryReads) {
+    const Result list = run({"list", "--format", "tsv"});
+    EXPECT_EQ(list.status, kOk) << list.err;
+    EXPECT_THAT(list.out, StartsWith("#profile\tprofile\tapn\ttypes\thome\t"));
+    EXPECT_THAT(list.out, HasSubstr("\nprofile\t3GPP 2\tims\tims\tIPV4V6\t-\t"));
+    const auto lines = static_cast<size_t>(std::count(list.out.begin(), list.out.end(), '\n'));
+    EXPECT_EQ(lines, readModemTable().size() + 1);
+}
+
+TEST(KivctlTest, logGoesToTheFileAndOutputErrorsAreTold) {
+    const std::string log = temporaryFile("kivctl.log");
+    EXPECT_EQ(run({"list", "--bind", "7", "--log", log.c_str()}).status, kOk);
+    EXPECT_THAT(contentsOf(opened(std::fopen(log.c_str(), "r")).get()),
+                HasSubstr("Manager::init(7)"));
+    std::filesystem::remove(log);
+
+    const FilePointer full = opened(std::fopen("/dev/full", "w"));
+    const FilePointer err = opened(std::tmpfile());
+    Output output(full.get(), err.get());
+    const char* const arguments[] = {"kivctl", "list"};
+    EXPECT_EQ(runKivctl(2, arguments, output), kCannotWrite);
+    EXPECT_EQ(contentsOf(err.get()), "kivctl: standard output: No space left on device\n");
+}
+
+TEST(KivctlTest, claimedStandardOutputIsTheToolsAlone) {
+    const FilePointer file = opened(std::tmpfile());
+    std::cout << std::flush;
+    const int saved = dup(STDOUT_FILENO);
+    dup2(fileno(file.get()), STDOUT_FILENO);
+    FilePointer own = opened(claimStandardOutput());
+    std::cout << "noise" << std::endl;
+    std::fputs("result", own.get());
+    own.reset();
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    EXPECT_EQ(contentsOf(file.get()), "result");
+}
+
+TEST(KivctlTest, tableAlignsColumnsAndLeavesOutEmptyOnes) {
+    Table table("t", {"one", "none", "three"});
+    table.add({"a", "-", cell("tab\there\\\"")});
+    table.add({cell("longer"), "-", cell("")});
+    table.add({cell(std::nullopt), "-", cell("-")});
+    EXPECT_EQ(table.text(Format::table),
+              "  one     three\n"
+              "  a       tab\\x09here\\x5c\\x22\n"
+              "  longer  \"\"\n"
+              "  -       \\x2d\n");
+    EXPECT_THAT(table.text(Format::tsv), StartsWith("#t\tone\tnone\tthree\nt\ta\t-\ttab\\x09"));
+}
+
+TEST(MismatchTest, changeThatTheModemRefusesIsNoticed) {
+    Session session(0);
+    session.resetModem();
+    session.powerOn();
+    Fault fault;
+    fault.messageId = RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01;
+    fault.error = WDS_ERR_INTERNAL_V01;
+    ModemEmulator::getInstance().addFault(fault);
+    EXPECT_THAT(mismatchesOf(session, "00101"),
+                ElementsAre("attach modem types ia ims", "attach modem user attach -",
+                            "attach modem password s3cret -", "attach library types ia ims",
+                            "attach library user attach -", "attach library password s3cret -"));
+}
+
+TEST(MismatchTest, profileThatCanNotBeCreatedOrDeletedIsNoticed) {
+    Session session(0);
+    session.resetModem();
+    session.powerOn();
+    Fault fault;
+    fault.error = WDS_ERR_PROFILE_TABLE_FULL_V01;
+    fault.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
+    fault.nth = 2;
+    ModemEmulator::getInstance().addFault(fault);
+    fault.messageId = RAV_WDS_DELETE_PROFILE_REQ_V01;
+    fault.nth = 1;
+    ModemEmulator::getInstance().addFault(fault);
+    EXPECT_THAT(
+        mismatchesOf(session, "00101"),
+        ElementsAre("emergency library profile a new profile -", "release modem profile - present",
+                    "release library profiles 3 4", "release library profile - present"));
+}
+
+TEST(MismatchTest, changeByAnotherPartyIsNoticed) {
+    Session session(0);
+    session.resetModem();
+    session.powerOn();
+    Fault fault;
+    fault.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
+    fault.rewrite = [](void* response, size_t) {
+        const auto* answer = static_cast<const wds_create_profile_resp_msg_v01*>(response);
+        wds_profile_settings_type_v01 settings{};
+        settings.apn_disabled_valid = settings.apn_disabled = 1;
+        ModemEmulator::getInstance().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01,
+                                                   answer->profile.profile_index, settings);
+    };
+    ModemEmulator::getInstance().addFault(fault);
+    EXPECT_THAT(mismatchesOf(session, "00101"), Contains("default modem disabled - yes"));
+}
+
+TEST(MismatchTest, libraryThatReadsSomethingElseIsNoticed) {
+    Session session(0);
+    session.resetModem();
+    Fault fault;
+    fault.messageId = RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01;
+    fault.nth = 2;
+    fault.rewrite = [](void* response, size_t) {
+        auto* answer = static_cast<wds_get_profile_settings_resp_msg_v01*>(response);
+        std::strcpy(answer->settings.apn_name, "xcap");
+    };
+    ModemEmulator::getInstance().addFault(fault);
+    session.powerOn();
+    EXPECT_THAT(mismatchesOf(session, "001002"),
+                ElementsAre("types library apn ims xcap", "release library apn ims xcap"));
+}
+
+TEST(MismatchTest, modemThatRefusesTheClientIsToldAsUnreachable) {
+    Session session(0, std::chrono::milliseconds(0));
+    session.resetModem();
+    Fault fault;
+    fault.messageId = RAV_WDS_BIND_SUBSCRIPTION_REQ_V01;
+    fault.error = WDS_ERR_INTERNAL_V01;
+    // The second is for the library that an earlier test left, if they share a process.
+    for (fault.nth = 1; fault.nth <= 2; ++fault.nth) {
+        ModemEmulator::getInstance().addFault(fault);
+    }
+    EXPECT_THROW(session.powerOn(), ModemUnreachable);
+}
+
+}  // namespace
+}  // namespace kiv::kivctl

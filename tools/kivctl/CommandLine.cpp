@@ -1,0 +1,137 @@
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <sstream>
+
+#include "ApnFile.h"
+#include "Commands.h"
+#include "Session.h"
+
+namespace kiv::kivctl {
+namespace {
+
+constexpr char kFooter[] =
+    "Exit status:\n"
+    "  0  all went well\n"
+    "  1  a mismatch, a failed step, or an operator that is not in the file\n"
+    "  2  wrong usage\n"
+    "  3  entries of the APN file could not be read and were left out; the rest went well\n"
+    "  4  the APN file can't be read\n"
+    "  5  the modem can't be reached\n"
+    "  6  output could not be written\n";
+
+constexpr char kProvisionFooter[] =
+    "Steps: the LTE attach profile (first entry of type ia, else default), the default data call\n"
+    "(first of type default), the emergency profile (first of type emergency, else none), and the\n"
+    "types of all entries. Each is checked against what the modem and the library then hold.\n";
+
+/// The options as they are written.
+struct RawOptions {
+    Options options;
+    std::string format;
+    std::string plmn;
+    std::string logFile;
+};
+
+std::string checkPlmn(const std::string& value) {
+    const bool isDigits =
+        std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
+    if (value == "none" || (isDigits && (value.size() == 5 || value.size() == 6))) {
+        return {};
+    }
+    return "not 5 or 6 digits (MCC and MNC), nor 'none': " + escape(value);
+}
+
+void addCommonOptions(CLI::App& command, RawOptions& raw) {
+    command.add_option("--bind", raw.options.bindValue, "Subscription to bind to; 0 if not given")
+        ->check(CLI::NonNegativeNumber);
+    command.add_option("--format", raw.format, "For people (table, if not given) or for programs")
+        ->check(CLI::IsMember({"table", "tsv"}))
+        ->type_name("FORMAT");
+    command.add_flag("--show-secrets", raw.options.showSecrets, "Show passwords");
+    command.add_option("--log", raw.logFile, "Write the library's log, passwords included, here")
+        ->type_name("FILE");
+}
+
+void addProvisionOptions(CLI::App& command, RawOptions& raw) {
+    command.add_option("--apns", raw.options.apnFile, "APNs in the format of apns-conf.xml")
+        ->type_name("FILE")
+        ->required();
+    CLI::Option_group* which = command.add_option_group("operator");
+    which->add_option("--plmn", raw.plmn, "The operator to serve; none: entries without a PLMN")
+        ->type_name("MCCMNC")
+        ->check(CLI::Validator(checkPlmn, ""));
+    which->add_flag("--all", raw.options.allOperators,
+                    "Serve every operator in the file, each on a fresh modem");
+    which->require_option(1);
+}
+
+int execute(const CLI::App& provision, RawOptions& raw, Output& output) {
+    raw.options.format = raw.format == "tsv" ? Format::tsv : Format::table;
+    raw.options.plmn = raw.plmn == "none" ? "" : raw.plmn;
+    if (raw.logFile.empty()) {
+        discardLog();
+    } else {
+        logToFile(raw.logFile);
+    }
+    const int status =
+        provision.parsed() ? runProvision(raw.options, output) : runList(raw.options, output);
+    output.finish();
+    finishLog();
+    return status;
+}
+
+int parseAndExecute(int argc, const char* const* argv, Output& output) {
+    RawOptions raw;
+    CLI::App app("Drives libkivr against the modem emulator.", "kivctl");
+    app.set_version_flag("--version", "kivctl " KIVCTL_VERSION);
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    CLI::App* provision = app.add_subcommand(
+        "provision", "Serve an operator's APNs as at SIM load, and check what the modem holds");
+    provision->footer(std::string(kProvisionFooter) + "\n" + kFooter);
+    addProvisionOptions(*provision, raw);
+    CLI::App* list =
+        app.add_subcommand("list", "Show the modem's profiles as the library reads them");
+    for (CLI::App* command : {provision, list}) {
+        addCommonOptions(*command, raw);
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& parsed) {
+        std::ostringstream results;
+        std::ostringstream messages;
+        const int status = app.exit(parsed, results, messages);
+        output.print(results.str());
+        output.finish();
+        if (status != 0) {
+            std::string text = messages.str();
+            output.complain(text.erase(text.find_last_not_of('\n') + 1));
+        }
+        return status == 0 ? kOk : kUsage;
+    }
+    return execute(*provision, raw, output);
+}
+
+}  // namespace
+
+int runKivctl(int argc, const char* const* argv, Output& output) {
+    try {
+        return parseAndExecute(argc, argv, output);
+    } catch (const OutputError& error) {
+        output.complain(error.what());
+        return kCannotWrite;
+    } catch (const ModemUnreachable& error) {
+        output.complain(error.what());
+        return kModemUnreachable;
+    } catch (const ApnFileError& error) {
+        output.complain(error.what());
+        return kCannotRead;
+    } catch (const std::exception& error) {
+        output.complain(error.what());
+        return kFailed;
+    }
+}
+
+}  // namespace kiv::kivctl

@@ -1,0 +1,38 @@
+#ifndef TOOLS_KIVCTL_COMMANDLINE_H
+#define TOOLS_KIVCTL_COMMANDLINE_H
+
+#include <string>
+
+#include "Output.h"
+#include "Tables.h"
+
+namespace kiv::kivctl {
+
+/// Exit status of the tool. If several apply it is the first of: kCannotWrite, kModemUnreachable,
+/// kCannotRead, kFailed, kUnreadableEntries.
+enum ExitStatus : int {
+    kOk = 0,
+    kFailed = 1,             ///< a mismatch, a failed step, or nothing to do the work on
+    kUsage = 2,              ///< the command line makes no sense; nothing was started
+    kUnreadableEntries = 3,  ///< entries of the APN file were left out, all else went well
+    kCannotRead = 4,         ///< the APN file can't be used at all
+    kModemUnreachable = 5,
+    kCannotWrite = 6,
+};
+
+/// The options, checked.
+struct Options {
+    Format format = Format::table;
+    bool showSecrets = false;
+    int bindValue = 0;
+    std::string apnFile;
+    bool allOperators = false;
+    std::string plmn;  ///< empty for the entries without one
+};
+
+/// kivctl from its command line to its exit status. Throws nothing.
+int runKivctl(int argc, const char* const* argv, Output& output);
+
+}  // namespace kiv::kivctl
+
+#endif

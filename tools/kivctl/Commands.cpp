@@ -1,0 +1,180 @@
+#include "Commands.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "Manager.h"
+
+namespace kiv::kivctl {
+namespace {
+
+/// What a run amounts to.
+struct Totals {
+    size_t operators = 0;
+    size_t apns = 0;
+    size_t created = 0;
+    std::vector<Mismatch> mismatches;
+};
+
+std::string settingCell(const std::optional<std::string>& value, bool isSecret,
+                        const Options& options) {
+    return isSecret && value && !options.showSecrets ? "***" : cell(value);
+}
+
+/// A table of profiles: the first column names them, the others are their settings.
+class ProfileTable {
+public:
+    ProfileTable(std::string name, const std::vector<Setting>& columns, const Options& optionsToUse)
+        : options(optionsToUse), table(std::move(name), headings(columns)) {}
+
+    void add(TechType techType, int id, const std::vector<Setting>& settings) {
+        std::vector<std::string> cells = {profileText(techType, id)};
+        for (const Setting& setting : settings) {
+            cells.push_back(settingCell(setting.value, setting.isSecret, options));
+        }
+        table.add(std::move(cells));
+    }
+
+    std::string text() const { return table.text(options.format); }
+
+private:
+    static std::vector<std::string> headings(const std::vector<Setting>& columns) {
+        std::vector<std::string> texts = {"profile"};
+        for (const Setting& column : columns) {
+            texts.emplace_back(column.label);
+        }
+        return texts;
+    }
+
+    const Options& options;
+    Table table;
+};
+
+std::string modemTableText(const char* name, const ModemTable& profiles, const Options& options) {
+    ProfileTable table(name, modemSettings({}), options);
+    for (const HeldProfile& profile : profiles) {
+        table.add(profile.techType, profile.id, modemSettings(profile));
+    }
+    return table.text();
+}
+
+std::string title(const char* text, const Options& options) {
+    return options.format == Format::table ? std::string(text) + "\n" : std::string();
+}
+
+std::string gap(const Options& options) { return options.format == Format::table ? "\n" : ""; }
+
+std::string summaryText(const Totals& totals, const Options& options) {
+    const std::pair<size_t, const char*> counts[] = {
+        {totals.operators, "operators"},
+        {totals.apns, "APNs"},
+        {totals.created, "profiles made"},
+        {totals.mismatches.size(), "mismatches"},
+    };
+    std::string text;
+    for (const auto& [count, what] : counts) {
+        if (options.format == Format::tsv) {
+            text += std::string("summary\t") + what + '\t' + std::to_string(count) + '\n';
+        } else {
+            text += (text.empty() ? "" : ", ") + std::string(what) + ": " + std::to_string(count);
+        }
+    }
+    return options.format == Format::tsv ? "#summary\tcounted\tcount\n" + text : text + '\n';
+}
+
+ProvisioningReport serve(const Operator& one, Session& session, Totals& totals) {
+    session.resetModem();
+    session.powerOn();
+    ProvisioningReport report = Provisioner(session, one).run();
+    ++totals.operators;
+    totals.apns += one.entries.size();
+    totals.created += report.createdProfiles;
+    totals.mismatches.insert(totals.mismatches.end(), report.mismatches.begin(),
+                             report.mismatches.end());
+    return report;
+}
+
+}  // namespace
+
+std::string mismatchText(const std::vector<Mismatch>& mismatches, const Options& options) {
+    if (mismatches.empty()) {
+        return {};
+    }
+    Table table("mismatch", {"operator", "step", "holder", "profile", "setting", "asked", "held"});
+    for (const Mismatch& one : mismatches) {
+        table.add({one.plmn.empty() ? "none" : one.plmn, one.step, one.holder,
+                   one.profile.empty() ? "-" : one.profile, one.setting,
+                   settingCell(one.asked, one.isSecret, options),
+                   settingCell(one.held, one.isSecret, options)});
+    }
+    return title("Mismatches", options) + table.text(options.format) + gap(options);
+}
+
+std::string reportText(const ProvisioningReport& report, const Options& options) {
+    Table steps("step", {"step", "result", "profile", "apn", "line"});
+    for (const StepReport& step : report.steps) {
+        const ApnEntry* entry = step.entry;
+        steps.add({step.step, step.result, step.profile.empty() ? "-" : step.profile,
+                   entry ? cell(entry->params.getApnName()) : "-",
+                   entry ? std::to_string(entry->line) : "-"});
+    }
+    return title("Modem before", options) + modemTableText("before", report.before, options) +
+           gap(options) + title("Steps", options) + steps.text(options.format) + gap(options) +
+           title("Modem after", options) + modemTableText("after", report.after, options) +
+           gap(options);
+}
+
+int runProvision(const Options& options, Output& output) {
+    const ApnFile file = readApnFile(options.apnFile);
+    for (const std::string& problem : file.problems) {
+        output.complain(problem);
+    }
+    Session session(options.bindValue);
+    Totals totals;
+    if (options.allOperators) {
+        for (const Operator& one : file.operators) {
+            serve(one, session, totals);
+            output.showProgress(totals.operators, file.operators.size());
+        }
+    } else {
+        const Operator* one = file.find(options.plmn);
+        if (one == nullptr) {
+            output.complain(options.apnFile + ": no readable entry of operator " +
+                            (options.plmn.empty() ? "none" : options.plmn));
+            return kFailed;
+        }
+        output.print(reportText(serve(*one, session, totals), options));
+    }
+    output.print(mismatchText(totals.mismatches, options));
+    output.print(summaryText(totals, options));
+    if (!totals.mismatches.empty()) {
+        return kFailed;
+    }
+    return file.problems.empty() ? kOk : kUnreadableEntries;
+}
+
+int runList(const Options& options, Output& output) {
+    Session session(options.bindValue);
+    session.resetModem();
+    session.powerOn();
+    Manager& manager = Manager::getInstance();
+    auto keys = manager.filter(FilterProfileParams{});
+    if (keys.empty()) {
+        throw ModemUnreachable("the library has read no profile from the modem");
+    }
+    keys.sort([](const auto& a, const auto& b) {
+        return std::pair(a->getTechType(), a->getProfileId()) <
+               std::pair(b->getTechType(), b->getProfileId());
+    });
+    ProfileTable table("profile", clientSettings({}), options);
+    for (const auto& key : keys) {
+        if (const auto params = manager.getProfile(key)) {
+            table.add(key->getTechType(), key->getProfileId(), clientSettings(*params));
+        }
+    }
+    output.print(table.text());
+    return kOk;
+}
+
+}  // namespace kiv::kivctl
