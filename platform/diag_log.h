@@ -20,18 +20,18 @@ typedef struct {
     uint16_t line;         /* source line */
     uint16_t subsystem_id; /* diagnostic subsystem */
     uint32_t mask;         /* level bits */
-    const char *format;    /* printf format of the line */
-    const char *file_name; /* source file */
+    const char* format;    /* printf format of the line */
+    const char* file_name; /* source file */
 } diag_msg_descriptor;
 
 /* Connects to the diagnostic log. The argument is reserved and null. Non-zero on success. */
-int Diag_LSM_Init(uint8_t *reserved);
+int Diag_LSM_Init(uint8_t* reserved);
 
 /* Ends what one Diag_LSM_Init began. Non-zero on success. */
 int Diag_LSM_DeInit(void);
 
 /* Writes one line: the descriptor's format, filled with the arguments that follow. */
-void msg_sprintf(const diag_msg_descriptor *descriptor, ...);
+void msg_sprintf(const diag_msg_descriptor* descriptor, ...);
 
 #ifdef __cplusplus
 }

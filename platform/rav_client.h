@@ -22,10 +22,10 @@ extern "C" {
 #endif
 
 /* A client or a service-arrival notifier; null is no client. */
-typedef struct rav_client_struct *rav_client_type;
+typedef struct rav_client_struct* rav_client_type;
 
 /* Describes one service; obtained from the service's own definition, never freed. */
-typedef const struct rav_service_object *rav_service_object_type;
+typedef const struct rav_service_object* rav_service_object_type;
 
 /* Addresses one running instance of a service. Filled by rav_client_get_any_service. */
 typedef struct {
@@ -35,7 +35,8 @@ typedef struct {
     uint32_t reserved;
 } rav_service_info;
 
-/* Operating-system parameters of a client; zeroed by the caller, private to the messaging library. */
+/* Operating-system parameters of a client; zeroed by the caller, private to the messaging library.
+ */
 typedef struct {
     uint64_t reserved[8];
 } rav_client_os_params;
@@ -64,47 +65,47 @@ typedef enum {
 
 /* Tells that the number of running instances of a service changed. */
 typedef void (*rav_client_notify_cb)(rav_client_type notifier, rav_service_object_type service,
-                                     rav_client_notify_event_type event, void *user_data);
+                                     rav_client_notify_event_type event, void* user_data);
 
 /* Tells that the client's service went away. The client only remains to be released. */
-typedef void (*rav_client_error_cb)(rav_client_type client, int error, void *user_data);
+typedef void (*rav_client_error_cb)(rav_client_type client, int error, void* user_data);
 
 /* Delivers one encoded indication. The bytes are the library's again when the callback returns. */
-typedef void (*rav_client_ind_cb)(rav_client_type client, unsigned int msg_id, void *ind_buf,
-                                  unsigned int ind_buf_len, void *ind_cb_data);
+typedef void (*rav_client_ind_cb)(rav_client_type client, unsigned int msg_id, void* ind_buf,
+                                  unsigned int ind_buf_len, void* ind_cb_data);
 
 /* Creates a notifier that reports the arrival of the service. Does not block. */
-int rav_client_notifier_init(rav_service_object_type service, rav_client_os_params *os_params,
-                             rav_client_type *notifier);
+int rav_client_notifier_init(rav_service_object_type service, rav_client_os_params* os_params,
+                             rav_client_type* notifier);
 
 /* Registers the notifier's callback. A service that is already running is reported at once. */
 int rav_client_register_notify_cb(rav_client_type notifier, rav_client_notify_cb cb,
-                                  void *user_data);
+                                  void* user_data);
 
 /* Fills in the address of one running instance of the service. Does not block. */
-int rav_client_get_any_service(rav_service_object_type service, rav_service_info *info);
+int rav_client_get_any_service(rav_service_object_type service, rav_service_info* info);
 
 /* Opens a client on the given instance. On failure *client is left as it was. */
-int rav_client_init(const rav_service_info *info, rav_service_object_type service,
-                    rav_client_ind_cb ind_cb, void *ind_cb_data, rav_client_os_params *os_params,
-                    rav_client_type *client);
+int rav_client_init(const rav_service_info* info, rav_service_object_type service,
+                    rav_client_ind_cb ind_cb, void* ind_cb_data, rav_client_os_params* os_params,
+                    rav_client_type* client);
 
 /* Registers the callback that reports the loss of the client's service. A service that is already
  * gone is reported at once. */
-int rav_client_register_error_cb(rav_client_type client, rav_client_error_cb cb, void *user_data);
+int rav_client_register_error_cb(rav_client_type client, rav_client_error_cb cb, void* user_data);
 
 /*
  * Sends a request and waits for its response. req and resp are the message's plain structures.
  * Blocks for at most timeout_ms milliseconds. On failure the contents of resp are unspecified.
  */
-int rav_client_send_msg_sync(rav_client_type client, unsigned int msg_id, const void *req,
-                             unsigned int req_len, void *resp, unsigned int resp_len,
+int rav_client_send_msg_sync(rav_client_type client, unsigned int msg_id, const void* req,
+                             unsigned int req_len, void* resp, unsigned int resp_len,
                              unsigned int timeout_ms);
 
 /* Decodes an encoded message into its plain structure of out_len bytes. Does not block. On failure
  * the contents of out are unspecified. */
 int rav_client_message_decode(rav_client_type client, int message_kind, unsigned int msg_id,
-                              const void *buf, unsigned int buf_len, void *out,
+                              const void* buf, unsigned int buf_len, void* out,
                               unsigned int out_len);
 
 /* Closes a client or a notifier. Blocks until its running callbacks have returned. */
