@@ -1,0 +1,288 @@
+#include "Util.h"
+
+#include <gmock/gmock.h>
+
+#include <map>
+
+#include "Engine.h"
+
+namespace kiv::test {
+namespace {
+
+using testing::SizeIs;
+
+constexpr wds_profile_type_enum_v01 k3gpp = WDS_PROFILE_TYPE_3GPP_V01;
+constexpr wds_profile_type_enum_v01 k3gpp2 = WDS_PROFILE_TYPE_3GPP2_V01;
+constexpr wds_pdp_type_enum_v01 kV4 = WDS_PDP_TYPE_IPV4_V01;
+constexpr wds_pdp_type_enum_v01 kV6 = WDS_PDP_TYPE_IPV6_V01;
+constexpr wds_pdp_type_enum_v01 kV4V6 = WDS_PDP_TYPE_IPV4V6_V01;
+
+ProfileParams params(const std::string& apnName, std::optional<IPType> home = std::nullopt,
+                     std::optional<ApnTypes> types = std::nullopt) {
+    ProfileParams result;
+    if (!apnName.empty()) {
+        result.setApnName(apnName);
+    }
+    if (home) {
+        result.setHomeIPType(*home);
+    }
+    if (types) {
+        result.setApnTypesMask(toMask(*types));
+    }
+    return result;
+}
+
+/// The policies on a modem whose profiles another party made.
+class UtilTest : public EngineTest {
+protected:
+    uint8_t has(const wds_profile_settings_type_v01& settings,
+                wds_profile_type_enum_v01 type = k3gpp) {
+        return modem().createProfile(type, settings, true).value();
+    }
+    uint8_t hasNamed(const std::string& profileName, const std::string& apnName,
+                     wds_pdp_type_enum_v01 pdpType = kV4) {
+        auto settings = settings3gpp(apnName, pdpType);
+        settings.profile_name_valid = 1;
+        profileName.copy(settings.profile_name, sizeof(settings.profile_name) - 1);
+        return has(settings);
+    }
+    /// Reads the modem, which must have told all it did before, so that nothing comes in between.
+    void load(bool updateAllowed = false) {
+        ASSERT_TRUE(modem().waitForDeliveries(kPatience));
+        refresh();
+        log.clear();
+        util.setProfileUpdateAllowed(updateAllowed);
+    }
+    static int id(const std::shared_ptr<IProfileKey>& key) {
+        return key ? key->getProfileId() : -1;
+    }
+    wds_profile_settings_type_v01 settings(int index) {
+        return modem().profile(k3gpp, static_cast<uint8_t>(index)).value().settings;
+    }
+
+    Util util;
+};
+
+TEST_F(UtilTest, SetupDataCallPrefersTheExactIPTypeThenALooseOneThenANewProfile) {
+    has(settings3gpp("net", kV4V6));
+    has(settings3gpp("net", kV6));
+    has(settings3gpp("six", kV6));
+    load();
+    const auto find = [this](const ProfileParams& wanted) {
+        return util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, wanted);
+    };
+    EXPECT_EQ(id(find(params("NET", IPType::V6))), 2);
+    EXPECT_EQ(id(find(params("net", IPType::V4))), 1);
+    EXPECT_EQ(id(find(params("six", IPType::V4V6))), 3);
+    const auto created = find(params("six", IPType::V4));
+    EXPECT_EQ(id(created), 4);
+    EXPECT_FALSE(modem().profile(k3gpp, 4)->persistent);
+    EXPECT_EQ(log.count("found existing setupDataCall profile"), 3U);
+    EXPECT_EQ(log.count("setupDataCall profile added"), 1U);
+    EXPECT_TRUE(log.contains("kiv findOrCreateProfileForSetupDataCall < " + created->dump()));
+    // Without a name, any profile of the IP type will do.
+    EXPECT_EQ(settings(id(find(params("", IPType::V6)))).pdp_type, kV6);
+}
+
+TEST_F(UtilTest, SetupDataCallRewritesWhatItFindsIfUpdatesAreAllowed) {
+    has(settings3gpp("net", kV6));
+    load(true);
+    auto wanted = params("net", IPType::V4, ApnTypes::MMS);
+    wanted.setUserName("me");
+    EXPECT_EQ(id(util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, wanted)), 1);
+    EXPECT_EQ(settings(1).pdp_type, kV4);
+    EXPECT_STREQ(settings(1).user_name, "me");
+    EXPECT_EQ(settings(1).apn_type_mask, WDS_APN_TYPE_MASK_MMS_V01);
+    EXPECT_TRUE(log.contains("Modifying profile with input parameters"));
+    EXPECT_TRUE(log.contains("kiv::Util: profileUpdateAllowed 1"));
+}
+
+TEST_F(UtilTest, SetupDataCallLooksAtTheUserNameFor3gpp2Only) {
+    wds_profile_settings_type_v01 stored{};
+    stored.user_id_3gpp2_valid = 1;
+    strcpy(stored.user_id_3gpp2, "other");
+    has(stored, k3gpp2);
+    has(settings3gpp(""));
+    load();
+    ProfileParams wanted;
+    wanted.setUserName("me");
+    EXPECT_EQ(id(util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, wanted)), 1);
+    const auto created = util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp2, wanted);
+    EXPECT_EQ(id(created), 1);
+    EXPECT_THAT(table(k3gpp2), SizeIs(2));
+}
+
+TEST_F(UtilTest, EmergencyTakesByNameThenAnyThenCreatesAPersistentOne) {
+    load();
+    auto wanted = params("SOS", IPType::V4V6, ApnTypes::DEFAULT | ApnTypes::IMS);
+    auto created = util.findOrCreateProfileForEmergencyDataCall(wanted);
+    EXPECT_TRUE(log.contains("emergency profile created"));
+    ASSERT_THAT(table(), SizeIs(1));
+    EXPECT_TRUE(table()[0].persistent);
+    EXPECT_EQ(table()[0].settings.apn_type_mask, WDS_APN_TYPE_MASK_EMERGENCY_V01);
+    EXPECT_EQ(table()[0].settings.support_emergency_calls, 1);
+    EXPECT_STREQ(table()[0].settings.profile_name, "kiv_profile");
+    EXPECT_EQ(id(util.findOrCreateProfileForEmergencyDataCall(params("sos"))), 1);
+    EXPECT_TRUE(log.contains("found an emergency profile by name"));
+    EXPECT_EQ(id(util.findOrCreateProfileForEmergencyDataCall(params("other"))), 1);
+    EXPECT_TRUE(log.contains("found a profile that supports emergency calls"));
+    EXPECT_THAT(table(), SizeIs(1));
+}
+
+TEST_F(UtilTest, LteAttachGoesFromTheBestProfileToANewOne) {
+    const struct {
+        const char* what;
+        std::function<void()> prepare;
+        bool updateAllowed;
+        const char* line;
+        int id;
+        const char* apnName;
+        wds_pdp_type_enum_v01 pdpType;
+    } rows[] = {
+        {"exact", [this] { hasNamed("", "net"); }, false,
+         "kiv Found an exact match modem or KIV IA profile for attach", 1, "net", kV4},
+        {"loose", [this] { hasNamed("", "net", kV4V6); }, false,
+         "It is KIV_IA profile or modem profile.", 1, "net", kV4V6},
+        {"loose and updated", [this] { hasNamed("", "net", kV6); }, true,
+         "It is KIV_IA profile or modem profile.", 1, "net", kV4},
+        {"loose but for other use", [this] { hasNamed("kiv_profile", "net", kV6); }, true,
+         "It is not a KIV_IA profile. so skipping it.", 2, "net", kV4},
+        {"exact but for other use", [this] { hasNamed("kiv_profile", "net"); }, false,
+         "kiv KIV IA profile created for attach", 2, "net", kV4},
+        {"attach profile by name", [this] { hasNamed("kiv_profile_ia", "net", kV6); }, false,
+         "kiv Found a KIV IA profile that matches APN name for attach", 1, "net", kV4},
+        {"any attach profile", [this] { hasNamed("kiv_profile_ia", "old", kV6); }, false,
+         "kiv Found any KIV IA profile for attach", 1, "net", kV4},
+        {"none", [] {}, false, "kiv KIV IA profile created for attach", 1, "net", kV4},
+    };
+    auto wanted = params("Net", IPType::V4, ApnTypes::IA);
+    wanted.setUserName("me");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        modem().factoryReset();
+        row.prepare();
+        load(row.updateAllowed);
+        const auto key = util.findOrCreateProfileForLteAttach(wanted);
+        EXPECT_EQ(id(key), row.id);
+        EXPECT_TRUE(log.contains(row.line));
+        const auto held = settings(row.id);
+        EXPECT_STREQ(held.apn_name, row.apnName);
+        EXPECT_EQ(held.pdp_type, row.pdpType);
+        EXPECT_STREQ(held.user_name, "me");
+        EXPECT_EQ(held.apn_type_mask, WDS_APN_TYPE_MASK_IA_V01);
+        EXPECT_TRUE(modem().profile(k3gpp, static_cast<uint8_t>(row.id))->persistent);
+    }
+    util.findOrCreateProfileForLteAttach(ProfileParams());
+    EXPECT_TRUE(log.contains("kiv NULL apn scenario"));
+}
+
+TEST_F(UtilTest, LteAttachProfileIdMatchesByWhoseProfileItIs) {
+    hasNamed("", "net", kV4V6);
+    hasNamed("kiv_profile_ia", "net", kV4V6);
+    hasNamed("kiv_profile", "net", kV4V6);
+    load();
+    const auto matches = [this](int profileId, IPType home) {
+        return util.matchLteAttachProfileId(profileId, params("NET", home));
+    };
+    EXPECT_TRUE(matches(1, IPType::V4));  // loose for a profile that is not ours to change
+    EXPECT_TRUE(log.contains("kiv matchLteAttachList < 1"));
+    EXPECT_FALSE(matches(2, IPType::V4));
+    EXPECT_TRUE(matches(2, IPType::V4V6));
+    EXPECT_FALSE(matches(3, IPType::V4V6));
+    EXPECT_TRUE(
+        log.contains("Profile id 3 is a KIV profile which is not an IA profile, cannot be "
+                     "used for attach"));
+    log.clear();
+    EXPECT_FALSE(matches(9, IPType::V4));
+    EXPECT_TRUE(log.contains("kiv matchLteAttachProfileId < did not match input params"));
+    util.setProfileUpdateAllowed(true);
+    EXPECT_FALSE(matches(1, IPType::V4));
+}
+
+TEST_F(UtilTest, ApnClassRewritesEveryProfileOfItsClassOrCreatesOne) {
+    auto ims = settings3gpp("old");
+    ims.apn_class_valid = 1;
+    ims.apn_class = static_cast<uint8_t>(ApnClass::IMS);
+    has(ims);
+    has(ims);
+    load();
+    ProfileParams wanted = params("ims");
+    wanted.setApnClass(ApnClass::IMS);
+    ProfileParams other = params("app");
+    other.setApnClass(ApnClass::APP);
+    util.updateModemProfileByApnClass({wanted, other, params("no class")}, {other});
+    ASSERT_THAT(table(), SizeIs(3));
+    EXPECT_STREQ(settings(1).apn_name, "ims");
+    EXPECT_STREQ(settings(2).apn_name, "ims");
+    EXPECT_STREQ(settings(3).apn_name, "app");
+    EXPECT_STREQ(settings(3).profile_name, "kiv_profile");
+    EXPECT_TRUE(table()[2].persistent);
+    EXPECT_THAT(table(k3gpp2), SizeIs(1));
+    EXPECT_TRUE(log.contains("kiv either tech type or apn class is missing"));
+    EXPECT_TRUE(log.contains("    ApnName=app,ApnClass=APP,"));
+}
+
+TEST_F(UtilTest, ApnTypesMoveBetweenSingleAndDualStackProfiles) {
+    using Wanted = std::list<ProfileParams>;
+    const Wanted each = {
+        params("NET", IPType::V4, ApnTypes::DEFAULT), params("net", IPType::V6, ApnTypes::MMS),
+        params("Net", std::nullopt, ApnTypes::SUPL), params("net", IPType::UNKNOWN, ApnTypes::DUN)};
+    constexpr uint32_t kDefault = 1, kMms = 4, kDun = 8, kSupl = 16;
+    constexpr uint32_t kDual = kDun | kSupl, kAll = kDefault | kMms | kDual;
+    using Held = std::map<wds_pdp_type_enum_v01, uint64_t>;
+    const struct {
+        Wanted wanted;
+        std::vector<wds_pdp_type_enum_v01> types;
+        Held held;
+    } rows[] = {
+        {each, {kV4, kV6, kV4V6}, {{kV4, kDefault}, {kV6, kMms}, {kV4V6, kDual}}},
+        {each, {kV6, kV4V6}, {{kV6, kMms}, {kV4V6, kDefault | kDual}}},
+        {each, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, kMms | kDual}}},
+        {each, {kV4V6}, {{kV4V6, kAll}}},
+        {each, {kV4, kV6}, {{kV4, kDefault | kDual}, {kV6, kMms | kDual}}},
+        {each, {kV6}, {{kV6, kAll}}},
+        {each, {kV4}, {{kV4, kAll}}},
+        {{each.front()}, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, 0}}},
+        {{params("net"), params("", IPType::V4, ApnTypes::DEFAULT)},
+         {kV4, kV4V6},
+         {{kV4, 0}, {kV4V6, 0}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        modem().factoryReset();
+        for (const auto type : row.types) {
+            has(settings3gpp("net", type));
+        }
+        load();
+        util.updateAPNTypeBitmaskOnModemProfile(row.wanted);
+        Held held;
+        for (const emulator::Profile& profile : table()) {
+            held[profile.settings.pdp_type] = profile.settings.apn_type_mask;
+        }
+        EXPECT_EQ(held, row.held);
+    }
+    EXPECT_TRUE(log.contains("kiv APN type mask not present, setting to 0"));
+    EXPECT_TRUE(log.contains("kiv Home IP type not present, setting to v4v6"));
+    EXPECT_TRUE(
+        log.contains("kiv processing APN name net, V4 mask:0x0, v6 mask0x0:, v4v6 mask:0x0"));
+}
+
+TEST_F(UtilTest, ApnTypesOfAnApnAreAllOnEachOfItsProfilesIfUpdatesAreAllowed) {
+    has(settings3gpp("net", kV4));
+    has(settings3gpp("other", kV4));
+    wds_profile_settings_type_v01 stored{};
+    stored.apn_string_3gpp2_valid = 1;
+    strcpy(stored.apn_string_3gpp2, "net");
+    const uint8_t index = has(stored, k3gpp2);
+    load(true);
+    util.updateAPNTypeBitmaskOnModemProfile(
+        {params("net", IPType::V4, ApnTypes::DEFAULT), params("NET", IPType::V6, ApnTypes::XCAP)});
+    const uint64_t both = WDS_APN_TYPE_MASK_DEFAULT_V01 | WDS_APN_TYPE_MASK_XCAP_V01;
+    EXPECT_EQ(settings(1).apn_type_mask, both);
+    EXPECT_EQ(settings(2).apn_type_mask_valid, 0);
+    EXPECT_EQ(modem().profile(k3gpp2, index)->settings.apn_type_mask, both);
+    EXPECT_TRUE(log.contains("kiv updating profile id:1, tech type:0, with combined mask0x801:"));
+}
+
+}  // namespace
+}  // namespace kiv::test
