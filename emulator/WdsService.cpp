@@ -267,6 +267,7 @@ uint32_t WdsService::get(Session&, const wds_get_profile_settings_req_msg_v01& r
 
 uint32_t WdsService::list(Session&, const wds_get_profile_list_req_msg_v01& request,
                           wds_get_profile_list_resp_msg_v01& response) {
+    // Without a type the 3GPP profiles are meant.
     const ProfileTable* const table =
         findTable(request.profile_type_valid ? request.profile_type : WDS_PROFILE_TYPE_3GPP_V01);
     if (!table) {

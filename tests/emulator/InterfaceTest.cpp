@@ -97,29 +97,20 @@ TEST_F(InterfaceTest, HandlesThatAreNoneAreRefused) {
 
 TEST_F(InterfaceTest, RequestsOfTheWrongShapeAreRefused) {
     TestClient client;
-    const wds_bind_subscription_req_msg_v01 request{};
-    wds_common_resp_msg_v01 response;
-    const struct {
-        unsigned id;
-        const void* request;
-        unsigned requestLength;
-        void* response;
-        unsigned responseLength;
-        int result;
-    } kCases[] = {
-        {RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, &request, 4, &response, 8, RAV_CLIENT_OK},
-        {RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, &request, 3, &response, 8, RAV_CLIENT_ERR_MALFORMED},
-        {RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, &request, 4, &response, 4, RAV_CLIENT_ERR_MALFORMED},
-        {RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, nullptr, 4, &response, 8, RAV_CLIENT_ERR_INVALID},
-        {RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, &request, 4, nullptr, 8, RAV_CLIENT_ERR_INVALID},
-        {RAV_WDS_PROFILE_CHANGED_IND_V01, &request, 4, &response, 8, RAV_CLIENT_ERR_INVALID},
+    unsigned char in[8]{}, out[8];
+    const auto send = [&](unsigned id, const void* request, unsigned requestLength, void* response,
+                          unsigned responseLength) {
+        return rav_client_send_msg_sync(client.handle, id, request, requestLength, response,
+                                        responseLength, kTimeout);
     };
-    for (const auto& c : kCases) {
-        EXPECT_EQ(rav_client_send_msg_sync(client.handle, c.id, c.request, c.requestLength,
-                                           c.response, c.responseLength, kTimeout),
-                  c.result);
-    }
-    EXPECT_EQ(modem().requests().size(), 1U);
+    constexpr unsigned kBind = RAV_WDS_BIND_SUBSCRIPTION_REQ_V01;
+    EXPECT_EQ(send(kBind, in, 4, out, 8), RAV_CLIENT_OK);
+    EXPECT_EQ(send(kBind, in, 3, out, 8), RAV_CLIENT_ERR_MALFORMED);
+    EXPECT_EQ(send(kBind, in, 4, out, 4), RAV_CLIENT_ERR_MALFORMED);
+    EXPECT_EQ(send(kBind, nullptr, 4, out, 8), RAV_CLIENT_ERR_INVALID);
+    EXPECT_EQ(send(kBind, in, 4, nullptr, 8), RAV_CLIENT_ERR_INVALID);
+    EXPECT_EQ(send(RAV_WDS_PROFILE_CHANGED_IND_V01, in, 4, out, 8), RAV_CLIENT_ERR_INVALID);
+    EXPECT_EQ(modem().requests().size(), 1U) << "the modem saw the good one only";
 }
 
 TEST_F(InterfaceTest, CallsFailOnceWhenTheyAreToldTo) {
