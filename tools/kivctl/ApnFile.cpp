@@ -227,7 +227,7 @@ Draft readEntry(const pugi::xml_node& node, std::vector<std::string>& problems) 
 /// Turns offsets into line numbers, in one pass over the text if they ascend.
 class LineCounter {
 public:
-    explicit LineCounter(std::string_view counted) : text(counted) {}
+    explicit LineCounter(std::string_view text) : text(text) {}
 
     size_t lineOf(ptrdiff_t offset) {
         const size_t wanted =

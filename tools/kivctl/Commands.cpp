@@ -25,8 +25,8 @@ std::string settingCell(const std::optional<std::string>& value, bool isSecret,
 /// A table of profiles: the first column names them, the others are their settings.
 class ProfileTable {
 public:
-    ProfileTable(std::string name, const std::vector<Setting>& columns, const Options& optionsToUse)
-        : options(optionsToUse), table(std::move(name), headings(columns)) {}
+    ProfileTable(std::string name, const std::vector<Setting>& columns, const Options& options)
+        : options(options), table(std::move(name), headings(columns)) {}
 
     void add(TechType techType, int id, const std::vector<Setting>& settings) {
         std::vector<std::string> cells = {profileText(techType, id)};

@@ -33,8 +33,8 @@ std::string choices(const Outcomes& outcomes) {
 
 }  // namespace
 
-Provisioner::Provisioner(const Session& sessionToUse, const Operator& operatorToServe)
-    : session(sessionToUse), served(operatorToServe), verifier(operatorToServe.plmn) {}
+Provisioner::Provisioner(const Session& session, const Operator& served)
+    : session(session), served(served), verifier(served.plmn) {}
 
 ProvisioningReport Provisioner::run() {
     report.before = table = readModemTable();
@@ -45,14 +45,14 @@ ProvisioningReport Provisioner::run() {
         const Outcomes outcomes = expectAttach(table, attach->params);
         finish(kAttach, attach, outcomes, util.findOrCreateProfileForLteAttach(attach->params));
     } else {
-        skip(kAttach);
+        skip(kAttach, "ia or default");
     }
     if (general != nullptr) {
         const Outcomes outcomes = expectDataCall(table, general->params);
         finish(kDefault, general, outcomes,
                util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, general->params));
     } else {
-        skip(kDefault);
+        skip(kDefault, "default");
     }
     // The network finds an emergency PDN without an APN name.
     const ApnEntry* emergency = firstOfType(ApnTypes::EMERGENCY);
@@ -71,8 +71,9 @@ const ApnEntry* Provisioner::firstOfType(ApnTypes type) const {
     return found == served.entries.end() ? nullptr : &*found;
 }
 
-void Provisioner::skip(const char* step) {
-    report.steps.push_back({step, "skipped: no entry of type default", "", nullptr});
+void Provisioner::skip(const char* step, const char* missingTypes) {
+    report.steps.push_back(
+        {step, std::string("skipped: no entry of type ") + missingTypes, "", nullptr});
 }
 
 void Provisioner::finish(const char* step, const ApnEntry* entry, const Outcomes& outcomes,

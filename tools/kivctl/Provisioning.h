@@ -39,7 +39,7 @@ struct ProvisioningReport {
 /// Threads: one. Ownership: the operator and the session outlive it. Blocking: as the library.
 class Provisioner {
 public:
-    Provisioner(const Session& sessionToUse, const Operator& operatorToServe);
+    Provisioner(const Session& session, const Operator& served);
 
     /// Once. Throws ModemUnreachable.
     ProvisioningReport run();
@@ -48,7 +48,7 @@ private:
     using Key = std::shared_ptr<IProfileKey>;
 
     const ApnEntry* firstOfType(ApnTypes type) const;
-    void skip(const char* step);
+    void skip(const char* step, const char* missingTypes);
     /// Checks how a step ended that was to end in one of these ways, and keeps its key.
     void finish(const char* step, const ApnEntry* entry, const Outcomes& outcomes, Key key);
     void updateTypes();

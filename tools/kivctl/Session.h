@@ -15,9 +15,8 @@ struct ModemUnreachable : std::runtime_error {
 /// lives through the modem's restarts, as on a phone.
 class Session {
 public:
-    explicit Session(int bindValueToUse,
-                     std::chrono::milliseconds longestWait = std::chrono::seconds(5))
-        : bindValue(bindValueToUse), patience(longestWait) {}
+    explicit Session(int bindValue, std::chrono::milliseconds patience = std::chrono::seconds(5))
+        : bindValue(bindValue), patience(patience) {}
 
     /// Powers the modem off and brings it back to its factory state. No key may be held.
     void resetModem();

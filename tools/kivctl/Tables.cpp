@@ -40,8 +40,8 @@ std::string cell(const std::optional<std::string>& value) {
     return *value == "-" ? "\\x2d" : escape(*value);
 }
 
-Table::Table(std::string tableName, std::vector<std::string> columnHeadings)
-    : name(std::move(tableName)), headings(std::move(columnHeadings)) {}
+Table::Table(std::string name, std::vector<std::string> headings)
+    : name(std::move(name)), headings(std::move(headings)) {}
 
 void Table::add(std::vector<std::string> cells) {
     cells.resize(headings.size(), "-");

@@ -23,7 +23,7 @@ std::string cell(const std::optional<std::string>& value);
 /// A table of cells that print on one line each.
 class Table {
 public:
-    Table(std::string tableName, std::vector<std::string> columnHeadings);
+    Table(std::string name, std::vector<std::string> headings);
 
     /// As many cells as there are headings.
     void add(std::vector<std::string> cells);

@@ -27,7 +27,7 @@ struct Mismatch {
 /// tables, what the library holds through Manager.
 class Verifier {
 public:
-    explicit Verifier(std::string plmnToReport) : plmn(std::move(plmnToReport)) {}
+    explicit Verifier(std::string plmn) : plmn(std::move(plmn)) {}
 
     /// The modem's whole table, profile by profile and setting by setting.
     void checkModem(const std::string& step, const ModemTable& expected, const ModemTable& held);
