@@ -39,7 +39,7 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
 
 Modem::TransactionPointer Modem::postRequest(rav_client_type client, unsigned messageId,
                                              std::vector<std::byte> request) {
-    const auto transaction = std::make_shared<Transaction>();
+    auto transaction = std::make_shared<Transaction>();
     transaction->client = client;
     transaction->record.messageId = messageId;
     transaction->record.bytes = std::move(request);

@@ -89,7 +89,7 @@ Key findExactLteAttachProfile(Manager& manager, const ProfileParams& params) {
     }
     copyIPTypes(params, filter);
     // Meant: if the first one won't do, the others are not looked at.
-    const Key key = firstOf(manager.filter(filter));
+    Key key = firstOf(manager.filter(filter));
     if (!key) {
         return nullptr;
     }
