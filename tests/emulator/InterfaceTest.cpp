@@ -41,6 +41,7 @@ TEST_F(InterfaceTest, TheDecoderBelievesNothing) {
         {{0x11, 0, 0}, RAV_CLIENT_OK, false},
         {{0x10, 0, 0}, RAV_CLIENT_ERR_MALFORMED, false},
         {{0x10, 4, 0, 1, 2, 3, 4}, RAV_CLIENT_ERR_MALFORMED, false},
+        {join({0x10, 13, 0}, Bytes(13)), RAV_CLIENT_ERR_MALFORMED, false},
         {{0x11, 0xFF, 0xFF}, RAV_CLIENT_ERR_MALFORMED, false},
         {join(kChange, {0x11}), RAV_CLIENT_ERR_MALFORMED, false},
         {join(kChange, {0x11, 1, 0}), RAV_CLIENT_ERR_MALFORMED, false},
