@@ -28,10 +28,12 @@ public:
     virtual int getProfileId() = 0;
     virtual TechType getTechType() = 0;
 
-    /// Has callback called once, on the worker thread, when the profile behind this key goes away
-    /// or is read anew: deleted, changed by another party, or dropped by a refresh. It is not
-    /// called once this key has been dropped. The callback must not throw, must not block for
-    /// long, and can't call the library: such a call returns the empty result. It may drop keys.
+    /// Has callback called once when the profile behind this key goes away or is read anew:
+    /// deleted, changed by another party, dropped by a refresh, or gone with the engine at a second
+    /// Manager::init or at exit. In these last two it runs on the thread that ends the engine;
+    /// otherwise on the worker thread, where library calls that wait return the empty result.
+    /// It is not called once this key has been dropped. The callback must not throw and must not
+    /// block for long. It may drop keys.
     virtual void registerExpirationListener(std::function<void()> callback) = 0;
 
     /// One line of text, for the log.

@@ -29,9 +29,9 @@ class ClientResponse;
 /// Threads: every operation may be called on any thread at any time, also beside init.
 /// Ownership: one instance for the process, from getInstance; it ends with the process.
 /// Blocking: the profile operations wait until the worker thread has answered. Each request to
-/// the modem that this takes lasts at most 1000 ms. dump does not wait for the modem.
-/// Re-entrancy: on the worker thread, that is inside an expiration listener, the operations
-/// return the empty result at once and log an error.
+/// the modem that this takes lasts at most 1000 ms. dump waits for nobody.
+/// Re-entrancy: on the worker thread, that is inside an expiration listener, the operations but
+/// dump return the empty result at once and log an error; so does init.
 ///
 /// Nothing is thrown but by init. A failure shows as the empty result (no key, false, no keys, no
 /// value); its reason is in the log.

@@ -84,6 +84,7 @@ std::string CallbackRequest::dump() const {
         text += "Release " + std::to_string(getReleaseToken());
     } else if (hasExpirationInfo()) {
         const std::shared_ptr<IProfileKey> key = getExpirationKey().lock();
+        // Meant: nothing stands between key and token.
         text += "Register " + (key ? key->dump() : "null") + std::to_string(getExpirationToken());
     }
     return text;

@@ -34,6 +34,7 @@ ClientRequestManager::ClientRequestManager(int bindValue)
         std::lock_guard lock(mutex);
         refreshBlocked = false;
     }
+    // Meant: the thread runs before it can be given a request.
     workerThread = std::thread([this] { runKivThread(); });
     requestFd = createEventFd();
     eventManager.addEventHandler(requestFd, handleClientRequest, this, nullptr, EPOLLIN);
@@ -92,23 +93,22 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
     if (!waitForTurn(lock)) {
         return nullptr;
     }
-    std::shared_ptr<ClientResponse> result;
     const ssize_t written = signalEventFd(requestFd);
-    if (written == static_cast<ssize_t>(sizeof(uint64_t))) {
-        // The worker can't look at the slot before this thread waits.
-        request = clientRequest;
-        while (!response && !closing) {
-            lock.wait(responseCv);
-        }
-        result = std::move(response);
-        response.reset();
-        request.reset();
-    } else {
+    if (written != static_cast<ssize_t>(sizeof(uint64_t))) {
+        const int error = errno;
+        passTurn();
         KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(written),
-                strerror(errno));
+                strerror(error));
+        return nullptr;
     }
+    // The worker can't look at the slot before this thread waits.
+    request = clientRequest;
+    while (!response && !closing) {
+        lock.wait(responseCv);
+    }
+    request.reset();
     passTurn();
-    return result;
+    return std::exchange(response, nullptr);
 }
 
 /// Waits until the mailbox is this client's alone. False if the engine goes away.
@@ -159,6 +159,7 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processOnWorkerThread(
 // Worker thread.
 
 void ClientRequestManager::handleClientRequest(int fd, void* arg) {
+    // Meant: the line number in the trace is fixed.
     KIV_LOG(DEBUG, ":%d:%s", 77, "handleClientRequest");
     drainEventFd(fd);
     if (arg == nullptr) {
@@ -172,7 +173,8 @@ void ClientRequestManager::serveRequest() {
     std::lock_guard lock(mutex);
     if (request) {
         KIV_LOG(INFO, "Handling %s", request->dump().c_str());
-        // Meant: a request of no known type gets no response, and its client goes on waiting.
+        // Meant: a request of no known type, or a refresh of the wrong class, gets no response, and
+        // its client goes on waiting.
         if (std::shared_ptr<ClientResponse> answer = dispatch(*request)) {
             response = std::move(answer);
         }

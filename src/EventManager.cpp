@@ -165,15 +165,31 @@ void EventManager::processEvent(const epoll_event& event) {
     const int fd = event.data.fd;
     const uint32_t flags = event.events;
     if (flags & EPOLLHUP) {
+        // Meant: a hang-up counts alone, even if there is something to read.
         KIV_LOG(INFO, "file descriptor '%d' sent HUP.", fd);
-        removeEventHandler(fd);
-        close(fd);
+        removeHungUp(fd);
     } else if (flags & EPOLLIN) {
         dispatch(fd);
     } else {
         KIV_LOG(INFO, "Unhandled epoll event: %s [flags 0%o]", unhandledFlagNames(flags).c_str(),
                 flags);
     }
+}
+
+/// An earlier callback of the same pass may have removed and closed fd; the number may be somebody
+/// else's by now, and is then left alone.
+void EventManager::removeHungUp(int fd) {
+    bool registered = false;
+    {
+        std::lock_guard lock(mutex);
+        registered = handlers.count(fd) > 0;
+    }
+    if (!registered) {
+        KIV_LOG(INFO, "file descriptor '%d' does not have an event handler registered", fd);
+        return;
+    }
+    removeEventHandler(fd);
+    close(fd);
 }
 
 void EventManager::dispatch(int fd) {
@@ -206,6 +222,7 @@ void EventManager::dispatch(int fd) {
 
 void EventManager::wake() {
     KIV_LOG(VERBOSE, "EventManager::wake() EX");
+    // Meant: this line goes to standard output.
     puts("wake()");
     fflush(stdout);
     const ssize_t result = signalEventFd(wakeFd);

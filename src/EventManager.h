@@ -72,6 +72,7 @@ private:
     };
 
     void processEvent(const epoll_event& event);
+    void removeHungUp(int fd);
     void dispatch(int fd);
 
     // Constant.

@@ -41,7 +41,7 @@ void LocalLogBuffer::addLogWithTimestamp(std::string msg) {
     std::string line = "    " + timestamp() + " [" + name + "]" + msg;
     std::lock_guard lock(mutex);
     // Meant: the bound is tested before the line is added, so that capacity + 1 lines are kept.
-    while (static_cast<int>(logs.size()) > capacity) {
+    while (!logs.empty() && static_cast<int>(logs.size()) > capacity) {
         logs.pop_front();
     }
     logs.push_back(std::move(line));

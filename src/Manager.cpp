@@ -130,10 +130,6 @@ void Manager::refresh(PDCRefreshStatus status) {
 }
 
 std::vector<std::string> Manager::dump() {
-    if (ClientRequestManager::isWorkerThread()) {
-        KIV_LOG(ERROR, "Manager::dump on the worker thread refused");
-        return {};
-    }
     std::vector<std::string> lines;
     {
         std::lock_guard lock(engineMutex);

@@ -63,6 +63,7 @@ uint64_t ProfileCache::generateToken() {
 // Requests.
 
 bool ProfileCache::refresh() {
+    // Meant: what the modem has yet to confirm stays expected.
     {
         Profiles dropped;
         {
@@ -102,6 +103,7 @@ std::shared_ptr<ProfileKey> ProfileCache::add(const AddProfileParams& params) {
 
 bool ProfileCache::modify(const ModifyProfileParams& params,
                           const std::shared_ptr<ProfileKey>& key) {
+    // Meant: an event here, an error in the other operations.
     const std::optional<Profile> found = find(key, LogLevel::EVENT);
     if (!found) {
         return false;
@@ -135,6 +137,7 @@ bool ProfileCache::remove(const std::shared_ptr<ProfileKey>& key) {
         return false;
     }
     if (!proxy.remove(key->getTechType(), key->getProfileId())) {
+        // The capital is meant.
         KIV_LOG(ERROR, "ProfileCache: Failed to remove profile");
         return false;
     }
@@ -210,7 +213,7 @@ bool ProfileCache::releaseProfile(uint64_t token) {
         return true;
     }
     if (profile->getIsPersistent() || !profile->getIsKivCreated()) {
-        // Meant: the text says "non-persistent" of persistent profiles.
+        // Meant: the count stays, and the text says "non-persistent" of persistent profiles.
         KIV_LOG(EVENT, "ProfileCache: ignoring non-persistent or non-kiv created");
         return true;
     }

@@ -19,6 +19,11 @@ namespace {
 
 constexpr unsigned int kRequestTimeoutMs = 1000;
 
+// Meant: the line numbers in the traces are fixed, wherever the code moves.
+constexpr int kIndCbTraceLine = 115;
+constexpr int kErrorCbTraceLine = 160;
+constexpr int kErrorTraceLine = 229;
+
 std::string toText(ProfileChangeEvent event) {
     switch (event) {
         case ProfileChangeEvent::Create:
@@ -104,7 +109,13 @@ void RavWdsProxy::registerRavSvcUp() {
         KIV_LOG(ERROR, "cannot obtain service obj, fatal error");
         return;
     }
+    // The modem may report its loss twice; the second time there is a notifier already.
+    if (notifier != nullptr) {
+        rav_client_release(notifier);
+        notifier = nullptr;
+    }
     osParams = {};
+    // Meant: the results of both are not looked at.
     rav_client_notifier_init(serviceObject, &osParams, &notifier);
     rav_client_register_notify_cb(notifier, ravNotifyCb, this);
 }
@@ -150,6 +161,7 @@ void RavWdsProxy::openClient() {
     osParams = {};
     const int opened = rav_client_init(&info, serviceObject, ravIndCb, this, &osParams, &client);
     if (opened != RAV_CLIENT_OK) {
+        // Meant: nobody tries again, since the notifier is gone.
         KIV_LOG(ERROR, "rav_client_init error. ErrCode : %d", opened);
         return;
     }
@@ -185,7 +197,7 @@ void RavWdsProxy::registerRavIndications() {
 }
 
 void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* userData) {
-    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", 160, "ravErrorCb");
+    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", kErrorCbTraceLine, "ravErrorCb");
     if (userData == nullptr) {
         KIV_LOG(ERROR, "RavWdsProxy NULL in ravErrorCb");
         return;
@@ -195,7 +207,7 @@ void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* us
 }
 
 void RavWdsProxy::handleError(int fd, void* arg) {
-    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", 229, "handleError");
+    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", kErrorTraceLine, "handleError");
     drainEventFd(fd);
     if (arg == nullptr) {
         KIV_LOG(ERROR, "arg is null");
@@ -217,7 +229,7 @@ void RavWdsProxy::handleModemDown() {
 
 void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* indBuf,
                            unsigned int indBufLen, void* indCbData) {
-    KIV_LOG(VERBOSE, "%s:%d", __PRETTY_FUNCTION__, 115);
+    KIV_LOG(VERBOSE, "%s:%d", __PRETTY_FUNCTION__, kIndCbTraceLine);
     if (indBufLen == 0 || indBuf == nullptr || indCbData == nullptr) {
         KIV_LOG(ERROR, "The ind_cb_data/ind_buf is null or ind_buf_len is %d",
                 static_cast<int>(indBufLen));

@@ -7,21 +7,31 @@
 namespace kiv {
 
 std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientRequest> request) {
-    ClientRequestManager* entered = nullptr;
-    {
-        std::lock_guard lock(mutex);
-        if (engine == nullptr) {
-            return nullptr;
-        }
-        entered = engine;
+    ClientRequestManager* const entered = enter();
+    if (entered == nullptr) {
+        return nullptr;
+    }
+    // Also if an exception leaves, for lack of memory: whoever closes the gate waits for it.
+    struct Leaver {
+        RequestGate& gate;
+        ~Leaver() { gate.leave(); }
+    } leaver{*this};
+    return entered->processClientRequest(std::move(request));
+}
+
+ClientRequestManager* RequestGate::enter() {
+    std::lock_guard lock(mutex);
+    if (engine != nullptr) {
         ++inside;
     }
-    std::shared_ptr<ClientResponse> response = entered->processClientRequest(std::move(request));
+    return engine;
+}
+
+void RequestGate::leave() {
     std::lock_guard lock(mutex);
     if (--inside == 0) {
         emptied.notify_all();
     }
-    return response;
 }
 
 void RequestGate::close() {

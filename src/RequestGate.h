@@ -35,6 +35,10 @@ public:
     void waitUntilEmpty() KIV_EXCLUDES(mutex);
 
 private:
+    /// The engine to go on to, or null.
+    ClientRequestManager* enter() KIV_EXCLUDES(mutex);
+    void leave() KIV_EXCLUDES(mutex);
+
     std::mutex mutex;
     std::condition_variable emptied;
     ClientRequestManager* engine KIV_GUARDED_BY(mutex);

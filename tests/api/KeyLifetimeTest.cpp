@@ -56,7 +56,7 @@ TEST_F(KeyLifetimeTest, LibraryCallsInsideAListenerReturnTheEmptyResultAtOnce) {
         empty = !add("new") && !manager.modifyProfile(userName("u"), other) &&
                 !manager.deleteProfile(other) && manager.filter(FilterProfileParams()).empty() &&
                 !manager.getProfile(other) && !manager.match(FilterProfileParams(), other) &&
-                manager.dump().empty() &&
+                !manager.dump().empty() &&  // the one that need not wait
                 !util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, params) &&
                 !util.findOrCreateProfileForEmergencyDataCall(params) &&
                 !util.findOrCreateProfileForLteAttach(params) &&
