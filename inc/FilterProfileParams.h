@@ -10,7 +10,12 @@
 namespace kiv {
 
 /// Selects profiles: every setting that is present must be present on the profile and match; one
-/// that is absent is not looked at. A plain value, like its base.
+/// that is absent is not looked at. Where a 3GPP profile has no roaming IP type, its home IP type
+/// serves; where a 3GPP2 profile has no IP type, it counts as UNKNOWN. A plain value, like its
+/// base.
+///
+/// A setting marked as 3GPP only, and both filters by library profile, match no 3GPP2 profile,
+/// whatever their value.
 ///
 /// Setters and getters follow the rule of ProfileParams.
 class KIV_API FilterProfileParams : public ProfileParams {

@@ -1,6 +1,7 @@
 #ifndef KIVR_UTIL_H
 #define KIVR_UTIL_H
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -17,23 +18,28 @@ namespace kiv {
 /// The policies that pick or make the right profile for a purpose, and that bring the modem's
 /// profiles into line with the carrier's configuration.
 ///
-/// Threads: a Util may be used on any thread; setProfileUpdateAllowed must not run beside another
-/// operation of the same object.
+/// Threads: any, several at once. A policy goes by the setting of the moment at which it starts.
+/// It is several Manager operations, between which others may run: two threads may each make a
+/// profile for the same purpose.
 /// Ownership: made and destroyed by the client at will; it holds nothing but a setting.
 /// Blocking and re-entrancy: as the Manager operations of which each policy makes several.
 ///
-/// A failure shows as an empty key or false; its reason is in the log.
+/// A profile that is neither found nor made shows as an empty key. A change that the modem refuses
+/// does not show; Manager::getProfile tells. The reasons are in the log.
 class KIV_API Util {
 public:
     Util();
     ~Util();
+    Util(const Util&) = delete;
+    Util& operator=(const Util&) = delete;
 
     /// Whether a policy may change an existing modem profile to fit. False at first.
     void setProfileUpdateAllowed(bool allowed);
 
-    /// The profile for a data call: an existing one of that APN, else a new one that is not
-    /// persistent. If updates are allowed the existing one is changed to the given settings;
-    /// otherwise the home IP type must fit.
+    /// The profile for a data call: an existing one of that APN (without an APN name, any of the
+    /// technology), and for 3GPP2 of that user name, else a new one that is not persistent. If
+    /// updates are allowed the existing one is changed to the given settings; otherwise the home IP
+    /// type must fit.
     std::shared_ptr<IProfileKey> findOrCreateProfileForSetupDataCall(TechType techType,
                                                                      const ProfileParams& params);
 
@@ -69,7 +75,7 @@ public:
 
 private:
     Manager* manager;
-    bool profileUpdateAllowed;
+    std::atomic<bool> profileUpdateAllowed;
 };
 
 }  // namespace kiv

@@ -77,7 +77,7 @@ typedef enum {
     WDS_PROFILE_TYPE_MAX_VALUE_V01 = INT32_MAX
 } wds_profile_type_enum_v01;
 
-/* PDP type of a 3GPP profile (3GPP TS 27.007, +CGDCONT; 1, PPP, is not used). */
+/* PDP type of a 3GPP profile; 1 is not used. */
 typedef enum {
     WDS_PDP_TYPE_IPV4_V01 = 0,
     WDS_PDP_TYPE_IPV6_V01 = 2,
@@ -380,6 +380,7 @@ WDS_CHECK_OFFSET(wds_create_profile_resp_msg_v01, profile.profile_type, 8);
 WDS_CHECK_OFFSET(wds_create_profile_resp_msg_v01, profile.profile_index, 12);
 WDS_CHECK_LENGTH(wds_modify_profile_settings_req_msg_v01, 3256);
 WDS_CHECK_OFFSET(wds_modify_profile_settings_req_msg_v01, profile, 0);
+WDS_CHECK_OFFSET(wds_modify_profile_settings_req_msg_v01, settings, 8);
 WDS_CHECK_LENGTH(wds_modify_profile_settings_resp_msg_v01, 16);
 WDS_CHECK_OFFSET(wds_modify_profile_settings_resp_msg_v01, resp, 0);
 WDS_CHECK_LENGTH(wds_delete_profile_req_msg_v01, 8);
@@ -388,6 +389,7 @@ WDS_CHECK_OFFSET(wds_delete_profile_resp_msg_v01, resp, 0);
 WDS_CHECK_LENGTH(wds_get_profile_settings_req_msg_v01, 8);
 WDS_CHECK_LENGTH(wds_get_profile_settings_resp_msg_v01, 3264);
 WDS_CHECK_OFFSET(wds_get_profile_settings_resp_msg_v01, resp, 0);
+WDS_CHECK_OFFSET(wds_get_profile_settings_resp_msg_v01, settings, 16);
 WDS_CHECK_LENGTH(wds_get_profile_list_req_msg_v01, 184);
 WDS_CHECK_OFFSET(wds_get_profile_list_req_msg_v01, profile_type_valid, 0);
 WDS_CHECK_OFFSET(wds_get_profile_list_req_msg_v01, profile_type, 4);

@@ -37,7 +37,7 @@ inline constexpr const char* kKivProfileName = "kiv_profile";
 ///
 /// For each setting X: getX returns the stored value (empty, 0 or false if absent), hasX tells
 /// whether it is present, setX stores a value as it is. In particular setApnName neither cuts nor
-/// lowers; all other ways in do.
+/// lowers; all other ways in lower, and all but the modem's records cut.
 class ModemProfile {
 public:
     virtual ~ModemProfile();

@@ -235,22 +235,23 @@ void Util::setProfileUpdateAllowed(bool allowed) {
 
 Key Util::findOrCreateProfileForSetupDataCall(TechType techType, const ProfileParams& params) {
     KIV_LOG(EVENT, "kiv findOrCreateProfileForSetupDataCall > %s", params.dump().c_str());
+    const bool updateAllowed = profileUpdateAllowed;
     FilterProfileParams filter = filterOf(techType);
     copyApnName(params, filter);
     if (techType == TechType::Tech3gpp2 && params.hasUserName()) {
         filter.setUserName(params.getUserName());
     }
-    if (!profileUpdateAllowed && params.hasHomeIPType()) {
+    if (!updateAllowed && params.hasHomeIPType()) {
         filter.setHomeIPType(params.getHomeIPType());
     }
     Key key = firstOf(manager->filter(filter));
-    if (!key && !profileUpdateAllowed) {
+    if (!key && !updateAllowed) {
         filter.addFilterMatchCriteria(kHomeIPLoose);
         key = firstOf(manager->filter(filter));
     }
     if (key) {
         KIV_LOG(EVENT, "found existing setupDataCall profile");
-        if (profileUpdateAllowed) {
+        if (updateAllowed) {
             KIV_LOG(EVENT, "Modifying profile with input parameters");
             manager->modifyProfile(ModifyProfileParams(params), key);
         }
@@ -392,13 +393,14 @@ void Util::updateModemProfileByApnClassAndTechType(const ProfileParams& params, 
 void Util::updateAPNTypeBitmaskOnModemProfile(const std::list<ProfileParams>& profiles) {
     KIV_LOG(EVENT, "kiv updateAPNTypeBitmaskOnModemProfile > ");
     logDumps(profiles);
+    const bool updateAllowed = profileUpdateAllowed;
     std::list<ProfileParams> wanted = profiles;
     for (const std::string& apnName : normalise(wanted)) {
         const Masks masks = gatherMasks(wanted, apnName);
         // The misplaced colon is meant.
         KIV_LOG(DEBUG, "kiv processing APN name %s, V4 mask:0x%x, v6 mask0x%x:, v4v6 mask:0x%x",
                 apnName.c_str(), masks.v4, masks.v6, masks.v4v6);
-        if (profileUpdateAllowed) {
+        if (updateAllowed) {
             handleCombinedProfileUpdate(masks.v4 | masks.v6 | masks.v4v6, apnName);
         } else {
             for (const TechType techType : {TechType::Tech3gpp, TechType::Tech3gpp2}) {

@@ -113,20 +113,23 @@ TEST_F(UtilTest, SetupDataCallLooksAtTheUserNameFor3gpp2Only) {
 }
 
 TEST_F(UtilTest, EmergencyTakesByNameThenAnyThenCreatesAPersistentOne) {
+    has(settings3gpp("sos"));  // which is no emergency profile
     load();
     auto wanted = params("SOS", IPType::V4V6, ApnTypes::DEFAULT | ApnTypes::IMS);
     auto created = util.findOrCreateProfileForEmergencyDataCall(wanted);
     EXPECT_TRUE(log.contains("emergency profile created"));
-    ASSERT_THAT(table(), SizeIs(1));
-    EXPECT_TRUE(table()[0].persistent);
-    EXPECT_EQ(table()[0].settings.apn_type_mask, WDS_APN_TYPE_MASK_EMERGENCY_V01);
-    EXPECT_EQ(table()[0].settings.support_emergency_calls, 1);
-    EXPECT_STREQ(table()[0].settings.profile_name, "kiv_profile");
-    EXPECT_EQ(id(util.findOrCreateProfileForEmergencyDataCall(params("sos"))), 1);
+    ASSERT_THAT(table(), SizeIs(2));
+    EXPECT_TRUE(table()[1].persistent);
+    EXPECT_EQ(settings(2).apn_type_mask, WDS_APN_TYPE_MASK_EMERGENCY_V01);
+    EXPECT_EQ(settings(2).support_emergency_calls, 1);
+    EXPECT_STREQ(settings(2).profile_name, "kiv_profile");
+    util.setProfileUpdateAllowed(true);
+    EXPECT_EQ(id(util.findOrCreateProfileForEmergencyDataCall(params("sos", IPType::V4))), 2);
     EXPECT_TRUE(log.contains("found an emergency profile by name"));
-    EXPECT_EQ(id(util.findOrCreateProfileForEmergencyDataCall(params("other"))), 1);
+    EXPECT_EQ(id(util.findOrCreateProfileForEmergencyDataCall(params("other", IPType::V4))), 2);
     EXPECT_TRUE(log.contains("found a profile that supports emergency calls"));
-    EXPECT_THAT(table(), SizeIs(1));
+    EXPECT_THAT(table(), SizeIs(2));
+    EXPECT_EQ(settings(2).pdp_type, kV4V6);  // used as it is
 }
 
 TEST_F(UtilTest, LteAttachGoesFromTheBestProfileToANewOne) {
@@ -138,25 +141,43 @@ TEST_F(UtilTest, LteAttachGoesFromTheBestProfileToANewOne) {
         int id;
         const char* apnName;
         wds_pdp_type_enum_v01 pdpType;
+        const char* profileName;
     } rows[] = {
         {"exact", [this] { hasNamed("", "net"); }, false,
-         "kiv Found an exact match modem or KIV IA profile for attach", 1, "net", kV4},
+         "kiv Found an exact match modem or KIV IA profile for attach", 1, "net", kV4, ""},
+        {"first of two exact ones will not do",
+         [this] {
+             hasNamed("kiv_profile", "net");
+             hasNamed("kiv_profile", "net");
+             hasNamed("", "net", kV4V6);
+         },
+         false, "It is KIV_IA profile or modem profile.", 3, "net", kV4V6, ""},
+        {"loose one of ours", [this] { hasNamed("kiv_profile_ia", "net", kV4V6); }, false,
+         "kiv Found a KIV IA profile that matches APN name for attach", 1, "net", kV4,
+         "kiv_profile_ia"},
         {"loose", [this] { hasNamed("", "net", kV4V6); }, false,
-         "It is KIV_IA profile or modem profile.", 1, "net", kV4V6},
+         "It is KIV_IA profile or modem profile.", 1, "net", kV4V6, ""},
         {"loose and updated", [this] { hasNamed("", "net", kV6); }, true,
-         "It is KIV_IA profile or modem profile.", 1, "net", kV4},
+         "It is KIV_IA profile or modem profile.", 1, "net", kV4, ""},
         {"loose but for other use", [this] { hasNamed("kiv_profile", "net", kV6); }, true,
-         "It is not a KIV_IA profile. so skipping it.", 2, "net", kV4},
+         "It is not a KIV_IA profile. so skipping it.", 2, "net", kV4, "kiv_profile_ia"},
         {"exact but for other use", [this] { hasNamed("kiv_profile", "net"); }, false,
-         "kiv KIV IA profile created for attach", 2, "net", kV4},
+         "kiv KIV IA profile created for attach", 2, "net", kV4, "kiv_profile_ia"},
         {"attach profile by name", [this] { hasNamed("kiv_profile_ia", "net", kV6); }, false,
-         "kiv Found a KIV IA profile that matches APN name for attach", 1, "net", kV4},
+         "kiv Found a KIV IA profile that matches APN name for attach", 1, "net", kV4,
+         "kiv_profile_ia"},
         {"any attach profile", [this] { hasNamed("kiv_profile_ia", "old", kV6); }, false,
-         "kiv Found any KIV IA profile for attach", 1, "net", kV4},
-        {"none", [] {}, false, "kiv KIV IA profile created for attach", 1, "net", kV4},
+         "kiv Found any KIV IA profile for attach", 1, "net", kV4, "kiv_profile_ia"},
+        {"none", [] {}, false, "kiv KIV IA profile created for attach", 1, "net", kV4,
+         "kiv_profile_ia"},
     };
     auto wanted = params("Net", IPType::V4, ApnTypes::IA);
     wanted.setUserName("me");
+    wanted.setPassword("secret");
+    wanted.setAuthType(AuthType::CHAP);
+    wanted.setMaxPdnsConnPerBlock(1);
+    wanted.setMaxPdnConnTimer(2);
+    wanted.setPdnReqWaitInterval(3);
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         modem().factoryReset();
@@ -168,12 +189,38 @@ TEST_F(UtilTest, LteAttachGoesFromTheBestProfileToANewOne) {
         const auto held = settings(row.id);
         EXPECT_STREQ(held.apn_name, row.apnName);
         EXPECT_EQ(held.pdp_type, row.pdpType);
+        EXPECT_STREQ(held.profile_name, row.profileName);
         EXPECT_STREQ(held.user_name, "me");
+        EXPECT_STREQ(held.password, "secret");
+        EXPECT_EQ(held.auth_preference, WDS_AUTH_PREF_CHAP_V01);
+        EXPECT_EQ(held.max_pdn_conn_per_block, 1);
+        EXPECT_EQ(held.max_pdn_conn_timer, 2);
+        EXPECT_EQ(held.pdn_req_wait_interval, 3);
         EXPECT_EQ(held.apn_type_mask, WDS_APN_TYPE_MASK_IA_V01);
         EXPECT_TRUE(modem().profile(k3gpp, static_cast<uint8_t>(row.id))->persistent);
     }
     util.findOrCreateProfileForLteAttach(ProfileParams());
     EXPECT_TRUE(log.contains("kiv NULL apn scenario"));
+}
+
+TEST_F(UtilTest, LteAttachLooksAtTheRoamingTypeAndKeepsWhatItCannotRead) {
+    auto stored = settings3gpp("net", kV4V6);
+    stored.lte_roaming_pdp_type_valid = stored.umts_roaming_pdp_type_valid = 1;
+    stored.lte_roaming_pdp_type = stored.umts_roaming_pdp_type = WDS_COMMON_PDP_TYPE_IPV4V6_V01;
+    has(stored);
+    load();
+    auto wanted = params("net", IPType::V4V6);
+    wanted.setRoamIPType(IPType::V4);
+    EXPECT_EQ(id(util.findOrCreateProfileForLteAttach(wanted)), 1);
+    EXPECT_TRUE(log.contains("kiv Found a loose match profile for attach"));
+    EXPECT_TRUE(util.matchLteAttachProfileId(1, wanted));
+    wanted.setPassword("another");
+    EXPECT_FALSE(util.matchLteAttachProfileId(1, wanted));
+    EXPECT_EQ(settings(1).lte_roaming_pdp_type, WDS_COMMON_PDP_TYPE_IPV4V6_V01);
+    util.setProfileUpdateAllowed(true);
+    EXPECT_EQ(id(util.findOrCreateProfileForLteAttach(wanted)), 1);
+    EXPECT_EQ(settings(1).lte_roaming_pdp_type, WDS_COMMON_PDP_TYPE_IPV4_V01);
+    EXPECT_EQ(settings(1).override_home_pdp_type, WDS_COMMON_PDP_TYPE_IPV4V6_V01);
 }
 
 TEST_F(UtilTest, LteAttachProfileIdMatchesByWhoseProfileItIs) {
@@ -234,32 +281,43 @@ TEST_F(UtilTest, ApnTypesMoveBetweenSingleAndDualStackProfiles) {
         Wanted wanted;
         std::vector<wds_pdp_type_enum_v01> types;
         Held held;
+        uint64_t cdma;  // what the 3GPP2 profile gets, which is dual-stack and alone
     } rows[] = {
-        {each, {kV4, kV6, kV4V6}, {{kV4, kDefault}, {kV6, kMms}, {kV4V6, kDual}}},
-        {each, {kV6, kV4V6}, {{kV6, kMms}, {kV4V6, kDefault | kDual}}},
-        {each, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, kMms | kDual}}},
-        {each, {kV4V6}, {{kV4V6, kAll}}},
-        {each, {kV4, kV6}, {{kV4, kDefault | kDual}, {kV6, kMms | kDual}}},
-        {each, {kV6}, {{kV6, kAll}}},
-        {each, {kV4}, {{kV4, kAll}}},
-        {{each.front()}, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, 0}}},
+        {each, {kV4, kV6, kV4V6}, {{kV4, kDefault}, {kV6, kMms}, {kV4V6, kDual}}, kAll},
+        {each, {kV6, kV4V6}, {{kV6, kMms}, {kV4V6, kDefault | kDual}}, kAll},
+        {each, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, kMms | kDual}}, kAll},
+        {each, {kV4V6}, {{kV4V6, kAll}}, kAll},
+        {each, {kV4, kV6}, {{kV4, kDefault | kDual}, {kV6, kMms | kDual}}, kAll},
+        {each, {kV6}, {{kV6, kAll}}, kAll},
+        {each, {kV4}, {{kV4, kAll}}, kAll},
+        {{each.front()}, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, 0}}, kDefault},
         {{params("net"), params("", IPType::V4, ApnTypes::DEFAULT)},
          {kV4, kV4V6},
-         {{kV4, 0}, {kV4V6, 0}}},
+         {{kV4, 0}, {kV4V6, 0}},
+         0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         modem().factoryReset();
         for (const auto type : row.types) {
             has(settings3gpp("net", type));
+            has(settings3gpp("net", type));
         }
+        wds_profile_settings_type_v01 stored{};
+        stored.apn_string_3gpp2_valid = stored.pdn_type_3gpp2_valid = 1;
+        strcpy(stored.apn_string_3gpp2, "net");
+        stored.pdn_type_3gpp2 = WDS_PROFILE_PDN_TYPE_IPV4V6_V01;
+        has(stored, k3gpp2);
         load();
         util.updateAPNTypeBitmaskOnModemProfile(row.wanted);
         Held held;
         for (const emulator::Profile& profile : table()) {
-            held[profile.settings.pdp_type] = profile.settings.apn_type_mask;
+            const auto both =
+                held.emplace(profile.settings.pdp_type, profile.settings.apn_type_mask);
+            EXPECT_EQ(both.first->second, profile.settings.apn_type_mask);
         }
         EXPECT_EQ(held, row.held);
+        EXPECT_EQ(table(k3gpp2)[0].settings.apn_type_mask, row.cdma);
     }
     EXPECT_TRUE(log.contains("kiv APN type mask not present, setting to 0"));
     EXPECT_TRUE(log.contains("kiv Home IP type not present, setting to v4v6"));
