@@ -46,6 +46,13 @@ ProfileChangeEvent convertChangeEvent(wds_profile_change_enum_v01 change) {
     return event < 4 ? static_cast<ProfileChangeEvent>(event) : ProfileChangeEvent::ProfileReady;
 }
 
+void releaseIfOpen(rav_client_type& handle) {
+    if (handle != nullptr) {
+        rav_client_release(handle);
+        handle = nullptr;
+    }
+}
+
 /// Signals an eventfd from a thread of the messaging library; failureFormat takes what write
 /// returned and the error text.
 #define KIV_SIGNAL_OR_LOG(fd, failureFormat)                                           \
@@ -83,12 +90,8 @@ RavWdsProxy::RavWdsProxy(EventManager& eventManager, int bindValue)
 }
 
 RavWdsProxy::~RavWdsProxy() {
-    for (rav_client_type* handle : {&notifier, &client}) {
-        if (*handle != nullptr) {
-            rav_client_release(*handle);
-            *handle = nullptr;
-        }
-    }
+    releaseIfOpen(notifier);
+    releaseIfOpen(client);
     for (const int fd : {svcUpFd, errorFd, indFd}) {
         eventManager.removeEventHandler(fd);
     }
@@ -109,11 +112,8 @@ void RavWdsProxy::registerRavSvcUp() {
         KIV_LOG(ERROR, "cannot obtain service obj, fatal error");
         return;
     }
-    // The modem may report its loss twice; the second time there is a notifier already.
-    if (notifier != nullptr) {
-        rav_client_release(notifier);
-        notifier = nullptr;
-    }
+    // The modem may report its loss twice; then there is a notifier already.
+    releaseIfOpen(notifier);
     osParams = {};
     // Meant: the results of both are not looked at.
     rav_client_notifier_init(serviceObject, &osParams, &notifier);
@@ -150,10 +150,7 @@ void RavWdsProxy::openClient() {
         KIV_LOG(ERROR, "error get service.");
         return;
     }
-    if (notifier != nullptr) {
-        rav_client_release(notifier);
-        notifier = nullptr;
-    }
+    releaseIfOpen(notifier);
     if (client != nullptr) {
         KIV_LOG(DEBUG, "RavWdsProxy client is already present, so skipping client initialization.");
         return;
@@ -217,10 +214,7 @@ void RavWdsProxy::handleError(int fd, void* arg) {
 }
 
 void RavWdsProxy::handleModemDown() {
-    if (client != nullptr) {
-        rav_client_release(client);
-        client = nullptr;
-    }
+    releaseIfOpen(client);
     KIV_LOG(INFO, "Handling modem down");
     registerRavSvcUp();
 }
