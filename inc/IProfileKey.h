@@ -33,7 +33,8 @@ public:
     /// Manager::init or at exit. In these last two it runs on the thread that ends the engine;
     /// otherwise on the worker thread, where library calls that wait return the empty result.
     /// It is not called once this key has been dropped. The callback must not throw and must not
-    /// block for long. It may drop keys.
+    /// block for long. It may drop keys, and it may end the process; static destructors must then
+    /// not wait for threads that are inside a library call.
     virtual void registerExpirationListener(std::function<void()> callback) = 0;
 
     /// One line of text, for the log.

@@ -31,7 +31,8 @@ class ClientResponse;
 /// Blocking: the profile operations wait until the worker thread has answered. Each request to
 /// the modem that this takes lasts at most 1000 ms. dump waits for nobody.
 /// Re-entrancy: on the worker thread, that is inside an expiration listener, the operations but
-/// dump return the empty result at once and log an error; so does init.
+/// dump return the empty result at once and log an error; so does init. In a forked child they
+/// return the empty result too, until the child calls init.
 ///
 /// Nothing is thrown but by init. A failure shows as the empty result (no key, false, no keys, no
 /// value); its reason is in the log.
@@ -82,6 +83,7 @@ private:
         std::function<std::shared_ptr<ClientResponse>(std::shared_ptr<ClientRequest>)>;
 
     KIV_INTERNAL void stop();
+    KIV_INTERNAL void replaceEngine(std::unique_ptr<ClientRequestManager> engine);
     KIV_INTERNAL RequestFunction getRequestFunction();
     template <class Response>
     KIV_INTERNAL std::shared_ptr<Response> process(const char* operation, const char* failure,

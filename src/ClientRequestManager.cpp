@@ -8,6 +8,7 @@
 
 #include "EventFd.h"
 #include "LogWrapper.h"
+#include "NoWaitScope.h"
 
 namespace kiv {
 
@@ -27,8 +28,7 @@ std::shared_ptr<ProfileKey> toProfileKey(const std::shared_ptr<IProfileKey>& key
 // Start and stop.
 
 ClientRequestManager::ClientRequestManager(int bindValue)
-    : gate(std::make_shared<RequestGate>(*this)),
-      profileCache(eventManager, bindValue, getRequestFunction()) {
+    : gate(*this), profileCache(eventManager, bindValue, getRequestFunction()) {
     KIV_LOG(DEBUG, "kiv::ClientRequestManager: constructor");
     {
         std::lock_guard lock(mutex);
@@ -42,11 +42,11 @@ ClientRequestManager::ClientRequestManager(int bindValue)
 
 ClientRequestManager::~ClientRequestManager() {
     KIV_LOG(DEBUG, "kiv::ClientRequestManager: destructor");
-    gate->close();
+    gate.get()->close();
+    eventManager.stop();
     turnClientsAway();
-    gate->waitUntilEmpty();
+    gate.get()->waitUntilEmpty();
     eventManager.removeEventHandler(requestFd);
-    stopping.store(true);
     running.store(false);
     eventManager.wake();
     workerThread.join();
@@ -65,19 +65,19 @@ void ClientRequestManager::turnClientsAway() {
 }
 
 void ClientRequestManager::runKivThread() {
+    const NoWaitScope noWait;
     engineOfThisThread = this;
     KIV_LOG(EVENT, "KIV thread started");
     running.store(true);
-    while (running.load() && !stopping.load()) {
+    // The destructor may have cleared the flag before this thread set it.
+    while (running.load() && !eventManager.isStopped()) {
         eventManager.processEvents();
     }
     eventManager.finishItem();
 }
 
-bool ClientRequestManager::isWorkerThread() { return engineOfThisThread != nullptr; }
-
 RequestFunction ClientRequestManager::getRequestFunction() const {
-    return [gate = gate](std::shared_ptr<ClientRequest> clientRequest) {
+    return [gate = gate.get()](std::shared_ptr<ClientRequest> clientRequest) {
         return gate->process(std::move(clientRequest));
     };
 }
@@ -86,29 +86,32 @@ RequestFunction ClientRequestManager::getRequestFunction() const {
 
 std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
     std::shared_ptr<ClientRequest> clientRequest) {
-    if (isWorkerThread()) {
-        return processOnWorkerThread(clientRequest);
+    if (NoWaitScope::isActive()) {
+        return processWithoutWaiting(clientRequest);
     }
-    WaitLock lock(mutex);
-    if (!waitForTurn(lock)) {
-        return nullptr;
-    }
-    const ssize_t written = signalEventFd(requestFd);
-    if (written != static_cast<ssize_t>(sizeof(uint64_t))) {
-        const int error = errno;
+    ssize_t written = 0;
+    int error = 0;
+    {
+        WaitLock lock(mutex);
+        if (!waitForTurn(lock)) {
+            return nullptr;
+        }
+        written = signalEventFd(requestFd);
+        error = errno;
+        if (written == static_cast<ssize_t>(sizeof(uint64_t))) {
+            // The worker can't look at the slot before this thread waits.
+            request = clientRequest;
+            while (!response && !closing) {
+                lock.wait(responseCv);
+            }
+            request.reset();
+            passTurn();
+            return std::exchange(response, nullptr);
+        }
         passTurn();
-        KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(written),
-                strerror(error));
-        return nullptr;
     }
-    // The worker can't look at the slot before this thread waits.
-    request = clientRequest;
-    while (!response && !closing) {
-        lock.wait(responseCv);
-    }
-    request.reset();
-    passTurn();
-    return std::exchange(response, nullptr);
+    KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(written), strerror(error));
+    return nullptr;
 }
 
 /// Waits until the mailbox is this client's alone. False if the engine goes away.
@@ -135,13 +138,12 @@ void ClientRequestManager::passTurn() {
     }
 }
 
-/// A worker thread can't wait for a worker thread: not for itself, and not for another that might
-/// be waiting for it.
-std::shared_ptr<ClientResponse> ClientRequestManager::processOnWorkerThread(
+std::shared_ptr<ClientResponse> ClientRequestManager::processWithoutWaiting(
     const std::shared_ptr<ClientRequest>& clientRequest) {
     const auto release = std::dynamic_pointer_cast<CallbackRequest>(clientRequest);
     if (!release || !release->hasReleaseToken()) {
-        KIV_LOG(ERROR, "Request on the worker thread refused: %s", clientRequest->dump().c_str());
+        KIV_LOG(ERROR, "Request on a thread that must not wait refused: %s",
+                clientRequest->dump().c_str());
         return nullptr;
     }
     eventManager.defer([this, release] {
@@ -150,7 +152,7 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processOnWorkerThread(
         dispatch(*release);
     });
     if (engineOfThisThread != this) {
-        // The other worker finds an empty mailbox, and then the release.
+        // The worker finds an empty mailbox, and then the release.
         signalEventFd(requestFd);
     }
     return nullptr;

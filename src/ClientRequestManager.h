@@ -28,9 +28,10 @@ namespace kiv {
 /// Ownership: owned by Manager. Keys and callers that may outlive it come in through the gate.
 /// Blocking: processClientRequest waits until the worker has answered or the engine goes away;
 /// then it returns the empty response. The destructor waits for the item in hand and for every
-/// client to leave. It must not run on the worker thread.
-/// Re-entrancy: on a worker thread a request can't wait. A key's release is carried out after the
-/// item in hand; anything else is refused.
+/// client to leave; requests to the modem fail from then on. It must not run on a thread that must
+/// not wait, nor in a forked child.
+/// Re-entrancy: on a thread that must not wait (NoWaitScope), a key's release is carried out after
+/// the worker's item in hand; anything else is refused.
 class ClientRequestManager {
 public:
     /// Throws std::system_error if the worker thread can't be started.
@@ -49,14 +50,14 @@ public:
     /// The cache's dump. Any thread; does not wait for the worker.
     std::vector<std::string> dump() { return profileCache.dump(); }
 
-    /// Whether the calling thread is the worker thread of any engine.
-    static bool isWorkerThread();
+    /// False in a forked child, where the worker thread does not exist.
+    bool isOfThisProcess() const { return gate.get()->isOfThisProcess(); }
 
 private:
     void runKivThread();
     static void handleClientRequest(int fd, void* arg);
 
-    std::shared_ptr<ClientResponse> processOnWorkerThread(
+    std::shared_ptr<ClientResponse> processWithoutWaiting(
         const std::shared_ptr<ClientRequest>& clientRequest);
     bool waitForTurn(WaitLock& lock) KIV_REQUIRES(mutex);
     void passTurn() KIV_REQUIRES(mutex);
@@ -80,7 +81,7 @@ private:
     }
 
     // Constant.
-    const std::shared_ptr<RequestGate> gate;
+    const RequestGateHolder gate;
 
     // Guarded. The worker holds the mutex while it carries out a request.
     std::shared_ptr<ClientRequest> request KIV_GUARDED_BY(mutex);
@@ -97,8 +98,6 @@ private:
 
     // Self-synchronised.
     std::atomic<bool> running{false};
-    /// Set before running is cleared, for a worker that starts so late that it sets running after.
-    std::atomic<bool> stopping{false};
 
     // Constant once constructed.
     int requestFd = -1;

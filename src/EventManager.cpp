@@ -1,9 +1,10 @@
 #include "EventManager.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -46,6 +47,24 @@ ApprovedFds& approvedFd() {
 template <class Function>
 void* address(Function* function) {
     return reinterpret_cast<void*>(function);
+}
+
+/// Writes to standard output, but neither waits for somebody to read it nor dies if nobody will.
+void printIfPossible(const char* text) {
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) != 1 || output.revents != POLLOUT) {
+        return;
+    }
+    sigset_t brokenPipe;
+    sigset_t before;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
+    if (write(STDOUT_FILENO, text, strlen(text)) == -1 && errno == EPIPE) {
+        const timespec atOnce{};
+        sigtimedwait(&brokenPipe, nullptr, &atOnce);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 /// The names of the flags that nobody handles, each with a trailing blank.
@@ -149,6 +168,7 @@ void EventManager::processEvents() {
     if (count == -1) {
         // An interrupted wait too: the caller's loop tests its flag and waits again.
         KIV_LOG(ERROR, "epoll_wait error");
+        finishItem();
         return;
     }
     for (int i = 0; i < count; ++i) {
@@ -223,8 +243,7 @@ void EventManager::dispatch(int fd) {
 void EventManager::wake() {
     KIV_LOG(VERBOSE, "EventManager::wake() EX");
     // Meant: this line goes to standard output.
-    puts("wake()");
-    fflush(stdout);
+    printIfPossible("wake()\n");
     const ssize_t result = signalEventFd(wakeFd);
     if (result != sizeof(uint64_t)) {
         KIV_LOG(INFO, "Error in writing rv: %d, error: %s", static_cast<int>(result),

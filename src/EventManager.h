@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 
 #include <array>
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
@@ -24,8 +25,7 @@ using CloseCallback = void (*)(int fd, void* data);
 /// run. Everything else may be called on any thread.
 /// Ownership: descriptors belong to those who register them; only a descriptor that hangs up is
 /// closed here. Handlers that are left at destruction are dropped without a call.
-/// Blocking: processEvents waits for an event, without a time-out. Nothing else blocks, but for
-/// wake, which prints.
+/// Blocking: processEvents waits for an event, without a time-out. Nothing else blocks.
 /// Re-entrancy: a callback may add and remove handlers, its own too. No lock is held while it
 /// runs.
 class EventManager {
@@ -48,6 +48,10 @@ public:
     void processEvents();
     /// Makes processEvents return.
     void wake();
+
+    /// For good: whoever works for the loop, or asks the modem on its behalf, comes to an end.
+    void stop() { stopped.store(true); }
+    bool isStopped() const { return stopped.load(); }
 
     /// Has work done on the loop's thread once the item in hand is done. From another thread, the
     /// caller sees to it that the loop gets something to do.
@@ -78,6 +82,9 @@ private:
     // Constant.
     int epollFd;
     int wakeFd;
+
+    // Self-synchronised.
+    std::atomic<bool> stopped{false};
 
     // Loop thread only.
     std::array<epoll_event, 4> events{};

@@ -8,6 +8,7 @@
 #include "LocalLogBuffer.h"
 #include "LogWrapper.h"
 #include "NeverDestroyed.h"
+#include "NoWaitScope.h"
 
 namespace kiv {
 
@@ -26,30 +27,28 @@ Manager::Manager() { KIV_LOG(DEBUG, "kiv::Manager: constructor"); }
 Manager::~Manager() { stop(); }
 
 void Manager::init(int bindValue, bool useAdbLog) {
-    if (ClientRequestManager::isWorkerThread()) {
-        KIV_LOG(ERROR, "Manager::init on the worker thread refused");
+    if (NoWaitScope::isActive()) {
+        KIV_LOG(ERROR, "Manager::init on a thread that must not wait refused");
         return;
     }
     std::unique_ptr<LogWriter> writer(useAdbLog ? static_cast<LogWriter*>(new AdbWriter)
                                                 : static_cast<LogWriter*>(new DiagWriter));
     LogWrapper::getInstance().setLogWriter(std::move(writer));
     KIV_LOG(EVENT, "Manager::init(%d)", bindValue);
-    auto engine = std::make_unique<ClientRequestManager>(bindValue);
+    replaceEngine(std::make_unique<ClientRequestManager>(bindValue));
+}
+
+void Manager::stop() { replaceEngine(nullptr); }
+
+/// Destroys the engine of before, with no lock held.
+void Manager::replaceEngine(std::unique_ptr<ClientRequestManager> engine) {
     {
         std::lock_guard lock(engineMutex);
         clientRequestManager.swap(engine);
     }
-    // The engine of before goes here, outside the lock.
-}
-
-void Manager::stop() {
-    std::unique_ptr<ClientRequestManager> engine;
-    {
-        std::lock_guard lock(engineMutex);
-        engine.swap(clientRequestManager);
-    }
-    if (ClientRequestManager::isWorkerThread()) {
-        // A listener ends the process: the worker can't wait for itself, so its engine is left.
+    // Where it can't be taken down it is left as it is: on the worker thread, if a listener ends
+    // the process, and in a forked child, whose parent goes on using the same descriptors.
+    if (engine && (NoWaitScope::isActive() || !engine->isOfThisProcess())) {
         static_cast<void>(engine.release());
     }
 }

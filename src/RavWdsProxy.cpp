@@ -11,6 +11,7 @@
 #include "Conversions.h"
 #include "EventFd.h"
 #include "LogWrapper.h"
+#include "NoWaitScope.h"
 #include "ValueText.h"
 
 namespace kiv {
@@ -18,6 +19,9 @@ namespace kiv {
 namespace {
 
 constexpr unsigned int kRequestTimeoutMs = 1000;
+
+/// So many indications are handled before others get their turn: each may take a refresh.
+constexpr int kIndicationsPerTurn = 4;
 
 // Meant: the line numbers in the traces are fixed, wherever the code moves.
 constexpr int kIndCbTraceLine = 115;
@@ -122,6 +126,7 @@ void RavWdsProxy::registerRavSvcUp() {
 
 void RavWdsProxy::ravNotifyCb(rav_client_type /*notifier*/, rav_service_object_type /*service*/,
                               rav_client_notify_event_type event, void* userData) {
+    const NoWaitScope noWait;
     if (userData == nullptr) {
         KIV_LOG(ERROR, "RavWdsProxy instance is null");
         return;
@@ -194,6 +199,7 @@ void RavWdsProxy::registerRavIndications() {
 }
 
 void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* userData) {
+    const NoWaitScope noWait;
     KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", kErrorCbTraceLine, "ravErrorCb");
     if (userData == nullptr) {
         KIV_LOG(ERROR, "RavWdsProxy NULL in ravErrorCb");
@@ -223,6 +229,7 @@ void RavWdsProxy::handleModemDown() {
 
 void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* indBuf,
                            unsigned int indBufLen, void* indCbData) {
+    const NoWaitScope noWait;
     KIV_LOG(VERBOSE, "%s:%d", __PRETTY_FUNCTION__, kIndCbTraceLine);
     if (indBufLen == 0 || indBuf == nullptr || indCbData == nullptr) {
         KIV_LOG(ERROR, "The ind_cb_data/ind_buf is null or ind_buf_len is %d",
@@ -250,7 +257,10 @@ void RavWdsProxy::handleIndication(int fd, void* arg) {
     }
     auto* proxy = static_cast<RavWdsProxy*>(arg);
     IndInfo_t* info = nullptr;
-    while (proxy->takeIndication(info)) {
+    for (int handled = 0; handled < kIndicationsPerTurn; ++handled) {
+        if (!proxy->takeIndication(info)) {
+            return;
+        }
         if (info == nullptr) {
             KIV_LOG(ERROR, "handleIndication: arg is null");
             return;
@@ -262,6 +272,7 @@ void RavWdsProxy::handleIndication(int fd, void* arg) {
         delete info;
         proxy->eventManager.finishItem();
     }
+    KIV_SIGNAL_OR_LOG(fd, "Error in writing rv: %d, error: %s");
 }
 
 /// Takes the front record off the queue. False if there is none.
@@ -312,6 +323,9 @@ void RavWdsProxy::handleProfileChangedInd(wds_profile_changed_ind_type_v01 ind) 
 
 template <class Request, class Response>
 bool RavWdsProxy::send(unsigned int msgId, const Request& request, Response& response) {
+    if (eventManager.isStopped()) {
+        return false;
+    }
     const int sent = rav_client_send_msg_sync(client, msgId, &request, sizeof(request), &response,
                                               sizeof(response), kRequestTimeoutMs);
     return sent == RAV_CLIENT_OK && response.resp.result == WDS_RESULT_SUCCESS_V01;

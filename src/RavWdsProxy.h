@@ -24,7 +24,8 @@ namespace kiv {
 /// while that thread does not run yet or any more. The three rav callbacks run on threads of the
 /// messaging library and touch nothing but the eventfds and the indication queue.
 /// Ownership: owned by the ProfileCache; owns its client, its notifier and its eventfds.
-/// Blocking: each request waits up to 1000 ms for the modem. Nobody waits for the service.
+/// Blocking: each request waits up to 1000 ms for the modem, or fails at once when the event loop
+/// was stopped. Nobody waits for the service.
 /// Re-entrancy: the receiver of indications may call every operation.
 class RavWdsProxy {
 public:

@@ -1,22 +1,34 @@
 #include "RequestGate.h"
 
+#include <unistd.h>
+
 #include <utility>
 
 #include "ClientRequestManager.h"
+#include "NoWaitScope.h"
 
 namespace kiv {
 
+RequestGate::RequestGate(ClientRequestManager& engine) : owner(getpid()), engine(&engine) {}
+
 std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientRequest> request) {
-    ClientRequestManager* const entered = enter();
-    if (entered == nullptr) {
+    // In a forked child the mutex may be held by a thread that was not forked along.
+    if (!isOfThisProcess()) {
         return nullptr;
     }
-    // Also if an exception leaves, for lack of memory: whoever closes the gate waits for it.
-    struct Leaver {
-        RequestGate& gate;
-        ~Leaver() { gate.leave(); }
-    } leaver{*this};
-    return entered->processClientRequest(std::move(request));
+    std::shared_ptr<ClientResponse> response;
+    if (ClientRequestManager* const entered = enter()) {
+        // Also if an exception leaves, for lack of memory: whoever closes the gate waits for it.
+        struct Leaver {
+            RequestGate& gate;
+            ~Leaver() { gate.leave(); }
+        } leaver{*this};
+        response = entered->processClientRequest(std::move(request));
+    }
+    if (!response) {
+        waitUntilGone();
+    }
+    return response;
 }
 
 ClientRequestManager* RequestGate::enter() {
@@ -30,20 +42,40 @@ ClientRequestManager* RequestGate::enter() {
 void RequestGate::leave() {
     std::lock_guard lock(mutex);
     if (--inside == 0) {
-        emptied.notify_all();
+        changed.notify_all();
+    }
+}
+
+void RequestGate::waitUntilGone() {
+    if (NoWaitScope::isActive()) {
+        return;
+    }
+    WaitLock lock(mutex);
+    while (engine == nullptr && !gone && closer != std::this_thread::get_id()) {
+        lock.wait(changed);
     }
 }
 
 void RequestGate::close() {
     std::lock_guard lock(mutex);
     engine = nullptr;
+    closer = std::this_thread::get_id();
 }
 
 void RequestGate::waitUntilEmpty() {
     WaitLock lock(mutex);
     while (inside > 0) {
-        lock.wait(emptied);
+        lock.wait(changed);
     }
 }
+
+void RequestGate::finish() {
+    std::lock_guard lock(mutex);
+    engine = nullptr;
+    gone = true;
+    changed.notify_all();
+}
+
+bool RequestGate::isOfThisProcess() const { return getpid() == owner; }
 
 }  // namespace kiv

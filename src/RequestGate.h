@@ -1,9 +1,12 @@
 #ifndef KIVR_SRC_REQUESTGATE_H
 #define KIVR_SRC_REQUESTGATE_H
 
+#include <sys/types.h>
+
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include "ThreadSafety.h"
 
@@ -17,32 +20,63 @@ class ClientResponse;
 /// began before it was replaced. While the gate is open it leads to the engine; closed, every
 /// request gets the empty answer.
 ///
-/// Threads: any. Ownership: shared by the engine and everyone who may post to it.
-/// Blocking: process waits for the worker thread; waitUntilEmpty for everyone who is inside.
+/// Threads: any, and those of a forked child, which has no worker thread and gets the empty answer
+/// at once. Ownership: shared by the engine and everyone who may post to it.
+/// Blocking: process waits for the worker thread, and while the engine goes away for its end: a
+/// listener whose key was dropped then is not called any more. waitUntilEmpty waits for everyone
+/// who is inside.
 /// Re-entrancy: no lock is held while the engine works.
 class RequestGate {
 public:
-    explicit RequestGate(ClientRequestManager& engine) : engine(&engine) {}
+    explicit RequestGate(ClientRequestManager& engine);
     RequestGate(const RequestGate&) = delete;
     RequestGate& operator=(const RequestGate&) = delete;
 
     std::shared_ptr<ClientResponse> process(std::shared_ptr<ClientRequest> request)
         KIV_EXCLUDES(mutex);
 
-    /// Nobody gets in any more.
+    /// Nobody gets in any more. Called on the thread that then takes the engine down.
     void close() KIV_EXCLUDES(mutex);
     /// Waits until those who are inside have left. Not for a thread that is inside itself.
     void waitUntilEmpty() KIV_EXCLUDES(mutex);
+    /// The engine is gone.
+    void finish() KIV_EXCLUDES(mutex);
+
+    /// False in a forked child of the process that made the engine.
+    bool isOfThisProcess() const;
 
 private:
     /// The engine to go on to, or null.
     ClientRequestManager* enter() KIV_EXCLUDES(mutex);
     void leave() KIV_EXCLUDES(mutex);
+    void waitUntilGone() KIV_EXCLUDES(mutex);
 
+    // Constant.
+    const pid_t owner;
+
+    // Guarded.
     std::mutex mutex;
-    std::condition_variable emptied;
+    std::condition_variable changed;
     ClientRequestManager* engine KIV_GUARDED_BY(mutex);
     int inside KIV_GUARDED_BY(mutex) = 0;
+    std::thread::id closer KIV_GUARDED_BY(mutex);
+    bool gone KIV_GUARDED_BY(mutex) = false;
+};
+
+/// The engine's own hold on its gate. As the engine's first member it is destroyed last, and says
+/// so.
+class RequestGateHolder {
+public:
+    explicit RequestGateHolder(ClientRequestManager& engine)
+        : gate(std::make_shared<RequestGate>(engine)) {}
+    ~RequestGateHolder() { gate->finish(); }
+    RequestGateHolder(const RequestGateHolder&) = delete;
+    RequestGateHolder& operator=(const RequestGateHolder&) = delete;
+
+    const std::shared_ptr<RequestGate>& get() const { return gate; }
+
+private:
+    const std::shared_ptr<RequestGate> gate;
 };
 
 }  // namespace kiv

@@ -71,8 +71,9 @@ TEST_F(KeyLifetimeTest, LibraryCallsInsideAListenerReturnTheEmptyResultAtOnce) {
     deleteInModem(key);
     heard.get_future().wait();
     EXPECT_TRUE(empty);
-    EXPECT_TRUE(log.contains("Request on the worker thread refused: Delete " + other->dump()));
-    EXPECT_TRUE(log.contains("Manager::init on the worker thread refused"));
+    EXPECT_TRUE(
+        log.contains("Request on a thread that must not wait refused: Delete " + other->dump()));
+    EXPECT_TRUE(log.contains("Manager::init on a thread that must not wait refused"));
     EXPECT_TRUE(manager.getProfile(other));
     EXPECT_THAT(table(), SizeIs(1));
 }

@@ -42,7 +42,6 @@ TEST_F(ManagerTest, BeforeInitEveryOperationFailsAndSaysSo) {
     EXPECT_FALSE(fresh.match(FilterProfileParams(), nullptr));
     fresh.refresh(PDCRefreshStatus::Complete);
     EXPECT_EQ(log.count("Manager not initialized!"), 7U);
-    EXPECT_THAT(log.lines(), SizeIs(7));
     EXPECT_EQ(fresh.dump().front(), "Logs");
 }
 
