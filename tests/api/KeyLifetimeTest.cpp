@@ -1,4 +1,6 @@
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <future>
@@ -242,6 +244,38 @@ TEST_F(ProcessEndTest, QuickExit) {
         static std::shared_ptr<IProfileKey> key;
         key = test.addPersistent();
         quick_exit(0);
+    });
+}
+
+/// Forks and waits until the child, which has the engine's memory but not its thread, has ended
+/// well. Then the parent's engine must still serve, and stop.
+void expectEngineSurvives(void (*child)()) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        child();
+    }
+    int status = -1;
+    waitpid(pid, &status, 0);
+    const bool serves = Manager::getInstance().filter(FilterProfileParams()).size() == 1;
+    exit(status == 0 && serves ? 0 : 1);
+}
+
+TEST_F(ProcessEndTest, ForkedChildExits) {
+    expectClean([](ProcessEndTest& test) {
+        const auto key = test.addPersistent();
+        expectEngineSurvives([] { exit(0); });
+    });
+}
+
+TEST_F(ProcessEndTest, ForkedChildDropsAKeyAndCallsTheLibrary) {
+    expectClean([](ProcessEndTest& test) {
+        static std::shared_ptr<IProfileKey> key;
+        key = test.addPersistent();
+        expectEngineSurvives([] {
+            const bool empty = Manager::getInstance().filter(FilterProfileParams()).empty();
+            key.reset();
+            _exit(empty ? 0 : 1);
+        });
     });
 }
 
