@@ -12,18 +12,22 @@
 #include <thread>
 #include <vector>
 
-#include "ModemEmulator.h"
+#include "EmulatedModem.h"
 
 namespace kiv::emulator {
 
-constexpr unsigned kTimeout = 30000;
-constexpr auto kPatience = std::chrono::milliseconds(kTimeout);
+using test::kPatience;
+using test::modem;
+using test::settings3gpp;
 
-inline ModemEmulator& modem() { return ModemEmulator::getInstance(); }
+constexpr unsigned kTimeout = 30000;
+constexpr auto k3gpp = WDS_PROFILE_TYPE_3GPP_V01;
+constexpr auto k3gpp2 = WDS_PROFILE_TYPE_3GPP2_V01;
+constexpr auto kAll = WDS_PROFILE_TYPE_ALL_V01;
 
 inline rav_service_object_type service() { return wds_get_service_object_internal_v01(1, 241, 6); }
 
-/// What callbacks told, one line each: "up", "down", "gone", or "3gpp 5 created" and the like.
+/// What callbacks told, one line each.
 class Events {
 public:
     void add(const std::string& line) {
@@ -47,20 +51,28 @@ private:
     std::vector<std::string> lines;
 };
 
-/// A client of the modem, or a notifier, that notes its callbacks. Released at the latest with it.
+inline wds_create_profile_req_msg_v01 describeCreate(wds_profile_type_enum_v01 type) {
+    wds_create_profile_req_msg_v01 request{};
+    request.profile_type = type;
+    return request;
+}
+
+/// A client of the modem that notes its callbacks. Released at the latest with it.
 class TestClient {
 public:
     TestClient() {
         rav_service_info info{};
         EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_OK);
-        EXPECT_EQ(rav_client_init(&info, service(), onIndication, this, &parameters, &handle),
-                  RAV_CLIENT_OK);
+        EXPECT_EQ(init(info), RAV_CLIENT_OK);
         EXPECT_EQ(rav_client_register_error_cb(handle, onError, this), RAV_CLIENT_OK);
     }
     ~TestClient() { release(); }
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
 
+    int init(const rav_service_info& info) {
+        return rav_client_init(&info, service(), onIndication, this, &parameters, &handle);
+    }
     int release() { return rav_client_release(handle); }
 
     template <class Response, class Request>
@@ -78,6 +90,14 @@ public:
         return response.resp.error;
     }
 
+    int sendCreate(wds_profile_type_enum_v01 type, unsigned timeout = kTimeout) {
+        return send(RAV_WDS_CREATE_PROFILE_REQ_V01, describeCreate(type), created, timeout);
+    }
+    uint32_t create(const wds_create_profile_req_msg_v01& request) {
+        return ask(RAV_WDS_CREATE_PROFILE_REQ_V01, request, created);
+    }
+    uint32_t create(wds_profile_type_enum_v01 type) { return create(describeCreate(type)); }
+
     void bindAndRegister() {
         wds_common_resp_msg_v01 response;
         const wds_bind_subscription_req_msg_v01 bind{1};
@@ -88,7 +108,6 @@ public:
         EXPECT_EQ(ask(RAV_WDS_INDICATION_REGISTER_REQ_V01, indications, response),
                   WDS_ERR_NONE_V01);
     }
-
     uint32_t configureEvents(const std::vector<wds_profile_identifier_type_v01>& wanted) {
         wds_configure_profile_event_list_req_msg_v01 request{};
         request.profile_event_valid = 1;
@@ -97,13 +116,13 @@ public:
         wds_common_resp_msg_v01 response;
         return ask(RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, request, response);
     }
-
     void registerForEverything() {
         bindAndRegister();
-        EXPECT_EQ(configureEvents({{WDS_PROFILE_TYPE_ALL_V01, 255}}), WDS_ERR_NONE_V01);
+        EXPECT_EQ(configureEvents({{kAll, 255}}), WDS_ERR_NONE_V01);
     }
 
     rav_client_type handle = nullptr;
+    wds_create_profile_resp_msg_v01 created{};
     Events events;
     std::function<void()> onEachIndication = [] {};
 
@@ -130,15 +149,6 @@ private:
 
     rav_client_os_params parameters{};
 };
-
-inline wds_create_profile_req_msg_v01 describeCreate(wds_profile_type_enum_v01 type,
-                                                     bool persistent = true) {
-    wds_create_profile_req_msg_v01 request{};
-    request.profile_type = type;
-    request.persistent_valid = 1;
-    request.persistent = persistent;
-    return request;
-}
 
 /// Starts every test with a modem as it leaves the factory, powered on.
 class ModemTest : public testing::Test {

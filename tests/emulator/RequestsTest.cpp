@@ -1,5 +1,4 @@
 #include <cstring>
-#include <numeric>
 
 #include "ModemTest.h"
 
@@ -8,14 +7,10 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr auto k3gpp = WDS_PROFILE_TYPE_3GPP_V01;
-constexpr auto k3gpp2 = WDS_PROFILE_TYPE_3GPP2_V01;
+constexpr unsigned kCreate = RAV_WDS_CREATE_PROFILE_REQ_V01;
 
 class RequestsTest : public ModemTest {
 protected:
-    uint32_t create(const wds_create_profile_req_msg_v01& request) {
-        return client.ask(RAV_WDS_CREATE_PROFILE_REQ_V01, request, created);
-    }
     uint32_t modify(wds_profile_type_enum_v01 type, uint8_t index,
                     const wds_profile_settings_type_v01& settings = {}) {
         wds_modify_profile_settings_req_msg_v01 request{};
@@ -41,7 +36,6 @@ protected:
     }
 
     TestClient client;
-    wds_create_profile_resp_msg_v01 created;
     wds_get_profile_settings_resp_msg_v01 got;
     wds_get_profile_list_resp_msg_v01 listed;
 };
@@ -53,46 +47,38 @@ TEST_F(RequestsTest, TablesGiveOutTheLowestFreeIndexUntilTheyAreFull) {
     } const kCases[] = {{k3gpp, 1, 200}, {k3gpp2, 0, 0}};
     for (const auto& c : kCases) {
         for (unsigned i = 0; i < 255; ++i) {
-            ASSERT_EQ(create(describeCreate(c.type)), WDS_ERR_NONE_V01);
-            ASSERT_EQ(created.profile.profile_type, c.type);
-            ASSERT_EQ(created.profile.profile_index, c.first + i);
+            ASSERT_EQ(client.create(c.type), WDS_ERR_NONE_V01);
+            ASSERT_EQ(client.created.profile.profile_type, c.type);
+            ASSERT_EQ(client.created.profile.profile_index, c.first + i);
         }
-        EXPECT_EQ(create(describeCreate(c.type)), WDS_ERR_PROFILE_TABLE_FULL_V01);
+        EXPECT_EQ(client.create(c.type), WDS_ERR_PROFILE_TABLE_FULL_V01);
         EXPECT_EQ(remove(c.type, c.freed), WDS_ERR_NONE_V01);
-        EXPECT_EQ(create(describeCreate(c.type)), WDS_ERR_NONE_V01);
-        EXPECT_EQ(created.profile.profile_index, c.freed);
+        EXPECT_EQ(client.create(c.type), WDS_ERR_NONE_V01);
+        EXPECT_EQ(client.created.profile.profile_index, c.freed);
         EXPECT_EQ(list(c.type), WDS_ERR_NONE_V01);
         ASSERT_EQ(listed.profile_list_len, 255U);
         EXPECT_EQ(listed.profile_list[254].profile_index, c.first + 254);
+        // A capacity limits what is created and keeps what is there.
+        EXPECT_FALSE(modem().setCapacity(c.type, 256));
+        EXPECT_TRUE(modem().setCapacity(c.type, 0));
+        EXPECT_EQ(modem().profiles(c.type).size(), 255U);
+        EXPECT_EQ(remove(c.type, c.freed), WDS_ERR_NONE_V01);
+        EXPECT_EQ(client.create(c.type), WDS_ERR_PROFILE_TABLE_FULL_V01);
     }
-}
-
-TEST_F(RequestsTest, CapacityLimitsWhatIsCreatedAndKeepsWhatIsThere) {
-    EXPECT_FALSE(modem().setCapacity(k3gpp, 256));
-    EXPECT_FALSE(modem().setCapacity(WDS_PROFILE_TYPE_ALL_V01, 1));
-    EXPECT_TRUE(modem().setCapacity(k3gpp, 1));
-    EXPECT_EQ(create(describeCreate(k3gpp)), WDS_ERR_NONE_V01);
-    EXPECT_EQ(create(describeCreate(k3gpp)), WDS_ERR_PROFILE_TABLE_FULL_V01);
-    EXPECT_EQ(create(describeCreate(k3gpp2)), WDS_ERR_NONE_V01);
-    EXPECT_TRUE(modem().setCapacity(k3gpp, 0));
-    EXPECT_EQ(modem().profiles(k3gpp).size(), 1U);
 }
 
 TEST_F(RequestsTest, UnknownProfilesAndTypesAreRefused) {
     const auto kNoType = static_cast<wds_profile_type_enum_v01>(2);
-    struct {
-        wds_profile_type_enum_v01 type;
-        uint32_t error;
-    } const kCases[] = {{k3gpp, WDS_ERR_UNKNOWN_PROFILE_V01},
-                        {k3gpp2, WDS_ERR_UNKNOWN_PROFILE_V01},
-                        {WDS_PROFILE_TYPE_ALL_V01, WDS_ERR_INVALID_PROFILE_TYPE_V01},
-                        {kNoType, WDS_ERR_INVALID_PROFILE_TYPE_V01}};
-    for (const auto& c : kCases) {
-        EXPECT_EQ(modify(c.type, 7), c.error);
-        EXPECT_EQ(remove(c.type, 7), c.error);
-        EXPECT_EQ(get(c.type, 7), c.error);
+    const std::pair<wds_profile_type_enum_v01, uint32_t> kCases[] = {
+        {k3gpp, WDS_ERR_UNKNOWN_PROFILE_V01},
+        {kAll, WDS_ERR_INVALID_PROFILE_TYPE_V01},
+        {kNoType, WDS_ERR_INVALID_PROFILE_TYPE_V01}};
+    for (const auto& [type, error] : kCases) {
+        EXPECT_EQ(modify(type, 7), error);
+        EXPECT_EQ(remove(type, 7), error);
+        EXPECT_EQ(get(type, 7), error);
     }
-    EXPECT_EQ(create(describeCreate(kNoType)), WDS_ERR_INVALID_PROFILE_TYPE_V01);
+    EXPECT_EQ(client.create(kNoType), WDS_ERR_INVALID_PROFILE_TYPE_V01);
     EXPECT_EQ(list(kNoType), WDS_ERR_INVALID_PROFILE_TYPE_V01);
     EXPECT_EQ(client.configureEvents({{kNoType, 1}}), WDS_ERR_INVALID_PROFILE_TYPE_V01);
     wds_configure_profile_event_list_req_msg_v01 endless{};
@@ -108,14 +94,13 @@ TEST_F(RequestsTest, SettingsComeBackCleanAndOfTheirOwnTechnologyOnly) {
     std::memset(&request, 0xFF, sizeof(request));
     request.profile_type = k3gpp2;
     auto& sent = request.settings;
-    EXPECT_EQ(create(request), WDS_ERR_MALFORMED_MESSAGE_V01);
     for (char* text : {sent.apn_string_3gpp2, sent.user_id_3gpp2, sent.password_3gpp2,
                        sent.pdn_level_user_id_3gpp2}) {
         std::strcpy(text, "text");
     }
-    EXPECT_EQ(create(request), WDS_ERR_MALFORMED_MESSAGE_V01);
+    EXPECT_EQ(client.create(request), WDS_ERR_MALFORMED_MESSAGE_V01);
     sent.pdn_level_password_3gpp2[WDS_PASSWORD_SIZE_V01 - 1] = '\0';
-    EXPECT_EQ(create(request), WDS_ERR_NONE_V01);
+    EXPECT_EQ(client.create(request), WDS_ERR_NONE_V01);
 
     EXPECT_EQ(get(k3gpp2, 0), WDS_ERR_NONE_V01);
     EXPECT_EQ(got.persistent_valid, 1);
@@ -127,24 +112,19 @@ TEST_F(RequestsTest, SettingsComeBackCleanAndOfTheirOwnTechnologyOnly) {
     EXPECT_EQ(stored.apn_string_3gpp2[WDS_APN_NAME_SIZE_V01 - 1], '\0');
     EXPECT_EQ(std::strlen(stored.pdn_level_password_3gpp2), 127U);
     EXPECT_EQ(stored.apn_class_3gpp2, 255);
-    // From the first to the last member of the other technology, and what is reserved.
+    // From the first to the last member of the other technology.
     const char* const begin = reinterpret_cast<const char*>(&stored.profile_name_valid);
     const char* const end = reinterpret_cast<const char*>(&stored.apn_string_3gpp2_valid);
     EXPECT_TRUE(std::all_of(begin, end, [](char byte) { return byte == 0; }));
-    EXPECT_EQ(std::accumulate(std::begin(stored.reserved), std::end(stored.reserved), 0), 0);
 }
 
 TEST_F(RequestsTest, ModifyMergesWhatIsPresent) {
-    auto request = describeCreate(k3gpp, false);
-    request.settings.apn_name_valid = 1;
-    std::strcpy(request.settings.apn_name, "internet");
-    request.settings.profile_name_valid = 1;
-    std::strcpy(request.settings.profile_name, "first");
-    EXPECT_EQ(create(request), WDS_ERR_NONE_V01);
+    auto request = describeCreate(k3gpp);
+    request.persistent_valid = 1;
+    request.settings = settings3gpp("internet", WDS_PDP_TYPE_IPV6_V01);
+    EXPECT_EQ(client.create(request), WDS_ERR_NONE_V01);
 
-    wds_profile_settings_type_v01 change{};
-    change.apn_name_valid = 1;
-    std::strcpy(change.apn_name, "ims");
+    auto change = settings3gpp("ims");
     change.apn_class_valid = 2;
     change.apn_class = 9;
     change.apn_class_3gpp2_valid = 1;
@@ -158,48 +138,41 @@ TEST_F(RequestsTest, ModifyMergesWhatIsPresent) {
 
     EXPECT_EQ(get(k3gpp, 1), WDS_ERR_NONE_V01);
     EXPECT_EQ(got.persistent, 0);
-    EXPECT_STREQ(got.settings.profile_name, "first");
-    EXPECT_EQ(std::string(got.settings.apn_name, 9), std::string("ims\0\0\0\0\0\0", 9));
-    EXPECT_EQ(got.settings.apn_class_valid, 1);
-    EXPECT_EQ(got.settings.apn_class, 9);
-    EXPECT_EQ(got.settings.apn_class_3gpp2_valid + got.settings.user_name_valid, 0);
-    EXPECT_EQ(got.settings.max_pdn_conn_timer_valid + got.settings.max_pdn_conn_timer, 0);
-    EXPECT_EQ(list(k3gpp), WDS_ERR_NONE_V01);
-    EXPECT_STREQ(listed.profile_list[0].profile_name, "first");
+    auto merged = settings3gpp("ims", WDS_PDP_TYPE_IPV6_V01);
+    merged.apn_class_valid = 1;
+    merged.apn_class = 9;
+    EXPECT_EQ(std::memcmp(&got.settings, &merged, sizeof(merged)), 0);
 }
 
 TEST_F(RequestsTest, FactoryProfilesFillEmptyTablesOnly) {
-    EXPECT_EQ(create(describeCreate(k3gpp2)), WDS_ERR_NONE_V01);
+    EXPECT_EQ(client.create(k3gpp2), WDS_ERR_NONE_V01);
     modem().installFactoryProfiles();
     modem().installFactoryProfiles();
-    EXPECT_EQ(modem().profiles(k3gpp).size(), 2U);
     EXPECT_EQ(modem().profiles(k3gpp2).size(), 1U);
+    EXPECT_EQ(list(k3gpp), WDS_ERR_NONE_V01);
+    ASSERT_EQ(listed.profile_list_len, 2U);
+    EXPECT_STREQ(listed.profile_list[1].profile_name, "ims");
     EXPECT_EQ(get(k3gpp, 2), WDS_ERR_NONE_V01);
     EXPECT_STREQ(got.settings.apn_name, "ims");
     EXPECT_EQ(got.settings.apn_type_mask, WDS_APN_TYPE_MASK_IMS_V01);
 }
 
 TEST_F(RequestsTest, FaultsStrikeTheNthOfTheirKindOnce) {
-    Fault refused{RAV_WDS_CREATE_PROFILE_REQ_V01, 2, {}, {}, WDS_ERR_INTERNAL_V01, {}};
-    Fault lost{RAV_WDS_CREATE_PROFILE_REQ_V01, 3, {}, RAV_CLIENT_ERR_TIMEOUT, {}, {}};
-    Fault rewritten{
-        RAV_WDS_CREATE_PROFILE_REQ_V01, 4, {}, {}, {}, [](void* bytes, size_t length) {
-            ASSERT_EQ(length, sizeof(wds_create_profile_resp_msg_v01));
-            static_cast<wds_create_profile_resp_msg_v01*>(bytes)->profile.profile_index = 77;
-        }};
-    for (const Fault& fault : {rewritten, refused, lost}) {
-        modem().addFault(fault);
-    }
-    const auto request = describeCreate(k3gpp);
-    EXPECT_EQ(create(request), WDS_ERR_NONE_V01);
+    const auto rewrite = [](void* bytes, size_t length) {
+        ASSERT_EQ(length, sizeof(client.created));
+        static_cast<wds_create_profile_resp_msg_v01*>(bytes)->profile.profile_index = 77;
+    };
+    modem().addFault({kCreate, 4, {}, {}, {}, rewrite});
+    modem().addFault({kCreate, 2, {}, {}, WDS_ERR_INTERNAL_V01, {}});
+    modem().addFault({kCreate, 3, {}, RAV_CLIENT_ERR_TIMEOUT, {}, {}});
+    EXPECT_EQ(client.create(k3gpp), WDS_ERR_NONE_V01);
     EXPECT_EQ(remove(k3gpp, 9), WDS_ERR_UNKNOWN_PROFILE_V01);
-    EXPECT_EQ(create(request), WDS_ERR_INTERNAL_V01);
-    EXPECT_EQ(client.send(RAV_WDS_CREATE_PROFILE_REQ_V01, request, created),
-              RAV_CLIENT_ERR_TIMEOUT);
-    EXPECT_EQ(create(request), WDS_ERR_NONE_V01);
-    EXPECT_EQ(created.profile.profile_index, 77);
-    EXPECT_EQ(create(request), WDS_ERR_NONE_V01);
-    EXPECT_EQ(created.profile.profile_index, 3);
+    EXPECT_EQ(client.create(k3gpp), WDS_ERR_INTERNAL_V01);
+    EXPECT_EQ(client.sendCreate(k3gpp), RAV_CLIENT_ERR_TIMEOUT);
+    EXPECT_EQ(client.create(k3gpp), WDS_ERR_NONE_V01);
+    EXPECT_EQ(client.created.profile.profile_index, 77);
+    EXPECT_EQ(client.create(k3gpp), WDS_ERR_NONE_V01);
+    EXPECT_EQ(client.created.profile.profile_index, 3);
 
     std::vector<std::string> outcomes;
     for (const Request& r : modem().requests()) {
@@ -208,32 +181,30 @@ TEST_F(RequestsTest, FaultsStrikeTheNthOfTheirKindOnce) {
     }
     EXPECT_THAT(outcomes,
                 ElementsAre("1:0/0/0", "2:0/1/4", "3:0/1/3", "4:-3/0/0", "5:0/0/0", "6:0/0/0"));
+    const auto request = describeCreate(k3gpp);
     ASSERT_EQ(modem().requests()[0].bytes.size(), sizeof(request));
     EXPECT_EQ(std::memcmp(modem().requests()[0].bytes.data(), &request, sizeof(request)), 0);
 }
 
 TEST_F(RequestsTest, AnAnswerThatComesTooLateLeavesTheCallersMemoryAlone) {
     Events gate;
-    modem().addFault({RAV_WDS_CREATE_PROFILE_REQ_V01, 1, {}, {}, {}, [&](void*, size_t) {
-                          gate.waitForCount(1);
-                      }});
-    std::vector<unsigned char> memory(sizeof(created), 0xA5);
-    auto& response = reinterpret_cast<wds_create_profile_resp_msg_v01&>(memory[0]);
-    EXPECT_EQ(client.send(RAV_WDS_CREATE_PROFILE_REQ_V01, describeCreate(k3gpp), response, 1),
-              RAV_CLIENT_ERR_TIMEOUT);
+    const auto wait = [&](void*, size_t) { gate.waitForCount(1); };
+    modem().addFault({kCreate, 1, {}, {}, {}, wait});
+    std::memset(&client.created, 0xA5, sizeof(client.created));
+    const auto before = client.created;
+    EXPECT_EQ(client.sendCreate(k3gpp, 1), RAV_CLIENT_ERR_TIMEOUT);
     gate.add("open");
     EXPECT_TRUE(modem().waitForDeliveries(kPatience));
-    EXPECT_THAT(memory, testing::Each(0xA5));
+    EXPECT_EQ(std::memcmp(&client.created, &before, sizeof(before)), 0);
     EXPECT_EQ(modem().profiles(k3gpp).size(), 1U) << "the modem carries it out all the same";
     EXPECT_EQ(modem().requests().at(0).transportResult, RAV_CLIENT_ERR_TIMEOUT);
 }
 
 TEST_F(RequestsTest, ADelayBeyondTheTimeOutDelaysNobodyElse) {
-    modem().addFault({RAV_WDS_CREATE_PROFILE_REQ_V01, 1, std::chrono::hours(1), {}, {}, {}});
-    EXPECT_EQ(client.send(RAV_WDS_CREATE_PROFILE_REQ_V01, describeCreate(k3gpp), created, 1),
-              RAV_CLIENT_ERR_TIMEOUT);
-    EXPECT_EQ(create(describeCreate(k3gpp)), WDS_ERR_NONE_V01);
-    EXPECT_EQ(created.profile.profile_index, 2);
+    modem().addFault({kCreate, 1, std::chrono::hours(1), {}, {}, {}});
+    EXPECT_EQ(client.sendCreate(k3gpp, 1), RAV_CLIENT_ERR_TIMEOUT);
+    EXPECT_EQ(client.create(k3gpp), WDS_ERR_NONE_V01);
+    EXPECT_EQ(client.created.profile.profile_index, 2);
 }
 
 TEST_F(RequestsTest, TheObserverSeesEveryRequestAndNoneOnceItIsReplaced) {
@@ -242,7 +213,7 @@ TEST_F(RequestsTest, TheObserverSeesEveryRequestAndNoneOnceItIsReplaced) {
         seen.add(std::to_string(request.messageId) + "/" + std::to_string(request.error));
         EXPECT_EQ(modem().requests().back().number, request.number);
     });
-    EXPECT_EQ(create(describeCreate(k3gpp)), WDS_ERR_NONE_V01);
+    EXPECT_EQ(client.create(k3gpp), WDS_ERR_NONE_V01);
     EXPECT_EQ(get(k3gpp, 3), WDS_ERR_UNKNOWN_PROFILE_V01);
     EXPECT_THAT(seen.all(), ElementsAre("39/0", "43/4")) << "before the sender goes on";
     modem().setRequestObserver({});

@@ -9,6 +9,7 @@
 #include "EmulatedModem.h"
 #include "LogCapture.h"
 #include "Manager.h"
+#include "Params.h"
 
 namespace kiv::test {
 
@@ -28,18 +29,8 @@ protected:
     }
     void refresh() { manager.refresh(PDCRefreshStatus::Complete); }
 
-    static AddProfileParams addParams(const std::string& apnName, bool persistent = false) {
-        ProfileParams params;
-        params.setApnName(apnName);
-        return {params, persistent, TechType::Tech3gpp, false};
-    }
     std::shared_ptr<IProfileKey> add(const std::string& apnName, bool persistent = false) {
         return manager.addProfile(addParams(apnName, persistent));
-    }
-    static ModifyProfileParams userName(const std::string& name) {
-        ModifyProfileParams params;
-        params.setUserName(name);
-        return params;
     }
     static std::vector<emulator::Profile> table(
         wds_profile_type_enum_v01 type = WDS_PROFILE_TYPE_3GPP_V01) {

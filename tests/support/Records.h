@@ -9,14 +9,6 @@
 
 namespace kiv::test {
 
-/// Parameters, or anything else that starts empty, filled by one function.
-template <class Value>
-Value filled(void (*fill)(Value&)) {
-    Value value;
-    fill(value);
-    return value;
-}
-
 /// A record of the data service whose bytes, padding included, are all alike.
 template <class Record>
 Record recordOf(unsigned char byte) {

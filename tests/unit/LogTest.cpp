@@ -1,19 +1,17 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
+#include <atomic>
+#include <future>
 #include <regex>
 #include <thread>
 
 #include "LocalLogBuffer.h"
-#include "LogCapture.h"
-#include "LogWrapper.h"
+#include "LoggedTest.h"
 #include "ModemEmulator.h"
 
 namespace kiv {
 namespace {
 
-using emulator::ModemEmulator;
-using test::LogCapture;
 using testing::ElementsAre;
 using testing::SizeIs;
 
@@ -21,15 +19,11 @@ void logAt(LogLevel level, const std::string& text) {
     LogWrapper::getInstance().log(level, kLogTag, "%s", text.c_str());
 }
 
-class LogTest : public testing::Test {
+class LogTest : public test::LoggedTest {
 protected:
-    void SetUp() override {
-        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
-        LocalLogBuffer::getInstance().flush();
-    }
-    void TearDown() override { LogWrapper::getInstance().setLogWriter(nullptr); }
+    LogTest() { buffer.flush(); }
 
-    LogCapture log;
+    LocalLogBuffer& buffer = LocalLogBuffer::getInstance();
 };
 
 TEST_F(LogTest, LevelsMapToPrioritiesMasksAndTheLocalBuffer) {
@@ -44,117 +38,88 @@ TEST_F(LogTest, LevelsMapToPrioritiesMasksAndTheLocalBuffer) {
         {4, ANDROID_LOG_FATAL, 16, false},  {5, ANDROID_LOG_INFO, 4, true},
         {6, ANDROID_LOG_INFO, 1, false},    {-1, ANDROID_LOG_INFO, 1, false},
     };
-    DiagWriter diag;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.level);
         log.clear();
-        LocalLogBuffer::getInstance().flush();
+        buffer.flush();
         const auto level = static_cast<LogLevel>(row.level);
         logAt(level, "line");
-        ASSERT_THAT(log.lines(), SizeIs(1));
+        ASSERT_THAT(log.texts(), ElementsAre("line"));
         EXPECT_EQ(log.lines()[0].priority, row.priority);
         EXPECT_EQ(log.lines()[0].tag, "KIV");
-        EXPECT_EQ(log.lines()[0].text, "line");
-        EXPECT_EQ(diag.convertPrio(level), row.mask);
-        EXPECT_THAT(LocalLogBuffer::getInstance().getLogs(), SizeIs(row.kept ? 1 : 0));
+        EXPECT_EQ(DiagWriter().convertPrio(level), row.mask);
+        EXPECT_THAT(buffer.getLogs(), SizeIs(row.kept ? 1 : 0));
     }
 }
 
 TEST_F(LogTest, LongMessageIsCutTo511BytesEverywhere) {
     logAt(LogLevel::EVENT, std::string(600, 'x'));
     EXPECT_THAT(log.texts(), ElementsAre(std::string(511, 'x')));
-    EXPECT_THAT(LocalLogBuffer::getInstance().getLogs()[0],
-                testing::EndsWith("[KIV]" + std::string(511, 'x')));
+    EXPECT_THAT(buffer.getLogs(), ElementsAre(testing::EndsWith("[KIV]" + std::string(511, 'x'))));
 }
 
-TEST_F(LogTest, WithoutWriterTheLocalBufferStillKeepsLines) {
+TEST_F(LogTest, LocalBufferKeepsOneLineMoreThanItsCapacityAlsoWithoutAWriter) {
     LogWrapper::getInstance().setLogWriter(nullptr);
-    logAt(LogLevel::ERROR, "kept %s");
-    EXPECT_THAT(log.lines(), SizeIs(0));
-    const auto lines = LocalLogBuffer::getInstance().getLogs();
-    ASSERT_THAT(lines, SizeIs(1));
-    const std::regex format(R"(    \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[KIV\]kept %s)");
-    EXPECT_TRUE(std::regex_match(lines[0], format)) << lines[0];
-}
-
-TEST_F(LogTest, LocalBufferKeepsOneLineMoreThanItsCapacity) {
     for (int i = 0; i < 250; ++i) {
-        logAt(LogLevel::ERROR, "line " + std::to_string(i));
+        logAt(LogLevel::ERROR, "%s " + std::to_string(i));
     }
-    const auto lines = LocalLogBuffer::getInstance().getLogs();
+    EXPECT_THAT(log.lines(), SizeIs(0));
+    const auto lines = buffer.getLogs();
     ASSERT_THAT(lines, SizeIs(201));
-    EXPECT_THAT(lines.front(), testing::EndsWith("]line 49"));
-    EXPECT_THAT(lines.back(), testing::EndsWith("]line 249"));
-    LocalLogBuffer::getInstance().flush();
-    EXPECT_THAT(LocalLogBuffer::getInstance().getLogs(), SizeIs(0));
+    const std::regex first(R"(    \d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[KIV\]%s 49)");
+    EXPECT_TRUE(std::regex_match(lines.front(), first)) << lines.front();
+    EXPECT_THAT(lines.back(), testing::EndsWith("]%s 249"));
 }
 
 TEST_F(LogTest, DiagnosticLogKeepsTheMaskOfTheProcessesFirstLine) {
-    auto& modem = ModemEmulator::getInstance();
-    const int users = modem.diagUsers();
+    auto& modem = emulator::ModemEmulator::getInstance();
     LogWrapper::getInstance().setLogWriter(std::make_unique<DiagWriter>());
-    EXPECT_EQ(modem.diagUsers(), users + 1);
-    modem.takeDiagLines();
+    EXPECT_EQ(modem.diagUsers(), 1);
     logAt(LogLevel::VERBOSE, "first");
     logAt(LogLevel::FATAL, "second");
-    const auto lines = modem.takeDiagLines();
-    ASSERT_THAT(lines, SizeIs(2));
-    EXPECT_EQ(lines[0].text, "|KIV| first");
-    EXPECT_EQ(lines[1].text, "|KIV| second");
-    EXPECT_EQ(lines[0].mask, 1U);
-    EXPECT_EQ(lines[1].mask, 1U);
+    std::vector<std::string> lines;
+    for (const auto& line : modem.takeDiagLines()) {
+        lines.push_back(std::to_string(line.mask) + " " + line.text);
+    }
+    EXPECT_THAT(lines, ElementsAre("1 |KIV| first", "1 |KIV| second"));
     LogWrapper::getInstance().setLogWriter(nullptr);
-    EXPECT_EQ(modem.diagUsers(), users);
+    EXPECT_EQ(modem.diagUsers(), 0);
 }
 
-/// A writer that is slow to finish a line, to see what happens to it meanwhile.
-class GatedWriter : public LogWriter {
+struct SlowLine {
+    std::promise<void> begun;
+    std::promise<void> mayEnd;
+    std::atomic<bool> isWriterGone = false;
+};
+
+/// Holds back a line, to see what happens to its writer meanwhile.
+class SlowWriter : public LogWriter {
 public:
-    struct State {
-        std::mutex mutex;
-        std::condition_variable changed;
-        bool writing = false;
-        bool open = false;
-        bool destroyed = false;
-    };
-    explicit GatedWriter(State& state) : state(state) {}
-    ~GatedWriter() override {
-        std::lock_guard lock(state.mutex);
-        state.destroyed = true;
-    }
+    explicit SlowWriter(SlowLine& line) : line(line) {}
+    ~SlowWriter() override { line.isWriterGone = true; }
     void write(LogLevel, std::string, std::string) override {
-        std::unique_lock lock(state.mutex);
-        state.writing = true;
-        state.changed.notify_all();
-        state.changed.wait(lock, [this] { return state.open; });
-        EXPECT_FALSE(state.destroyed);
+        line.begun.set_value();
+        line.mayEnd.get_future().wait();
     }
     int convertPrio(LogLevel) override { return 0; }
 
 private:
-    State& state;
+    SlowLine& line;
 };
 
 TEST_F(LogTest, WriterReplacedWhileALineIsWrittenLivesUntilTheLineIsDone) {
-    GatedWriter::State state;
-    LogWrapper::getInstance().setLogWriter(std::make_unique<GatedWriter>(state));
+    SlowLine line;
+    LogWrapper::getInstance().setLogWriter(std::make_unique<SlowWriter>(line));
     std::thread other([] { logAt(LogLevel::INFO, "slow"); });
-    {
-        std::unique_lock lock(state.mutex);
-        state.changed.wait(lock, [&] { return state.writing; });
-    }
+    line.begun.get_future().wait();
     // Neither replacing it nor logging elsewhere waits for the slow line.
     LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
     logAt(LogLevel::INFO, "quick");
     EXPECT_TRUE(log.contains("quick"));
-    {
-        std::lock_guard lock(state.mutex);
-        EXPECT_FALSE(state.destroyed);
-        state.open = true;
-        state.changed.notify_all();
-    }
+    EXPECT_FALSE(line.isWriterGone);
+    line.mayEnd.set_value();
     other.join();
-    EXPECT_TRUE(state.destroyed);
+    EXPECT_TRUE(line.isWriterGone);
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "ModemProfile.h"
+#include "Params.h"
 #include "Profiles.h"
-#include "Records.h"
 
 namespace kiv {
 namespace {
@@ -63,13 +63,10 @@ TEST(Modem3gppMatch, AnswersBySettings) {
     };
     static constexpr auto longName = [](P& p) { p.setApnName(std::string(150, 'a')); };
     static constexpr auto high = [](P& p) { p.setApnTypesMask(UINT64_C(0x100000001)); };
-    static constexpr auto noTypes = [](P& p) { p.setApnTypesMask(0); };
     const Row<P> rows[] = {
-        {__LINE__, none, [](F&) {}, 0, true},
         {__LINE__, full, [](F& f) { f.setApnName("IMS.mnc001.MCC001"); }, 0, true},
         {__LINE__, full, [](F& f) { f.setApnName("ims"); }, kTypes, false},
         {__LINE__, full, [](F& f) { f.setApnName("MNC"); }, kName, true},
-        {__LINE__, full, [](F& f) { f.setApnName(""); }, kName, true},
         {__LINE__, none, [](F& f) { f.setApnName(""); }, kName, false},
         {__LINE__, longName, [](F& f) { f.setApnName(std::string(151, 'A')); }, 0, true},
         {__LINE__, full, [](F& f) { f.setUserName("Bob"); }, 0, true},
@@ -77,10 +74,8 @@ TEST(Modem3gppMatch, AnswersBySettings) {
         {__LINE__, none, [](F& f) { f.setUserName(""); }, 0, false},
         {__LINE__, full, [](F& f) { f.setPassword("pw"); }, 0, false},
         {__LINE__, full, [](F& f) { f.setAuthType(AuthType::NONE); }, 0, true},
-        {__LINE__, none, [](F& f) { f.setAuthType(AuthType::NONE); }, 0, false},
         {__LINE__, full, [](F& f) { f.setApnClass(ApnClass::APP); }, 0, false},
         {__LINE__, none, [](F& f) { f.setIsClatEnabled(false); }, 0, false},
-        {__LINE__, full, [](F& f) { f.setIsClatEnabled(true); }, 0, false},
         {__LINE__, full, [](F& f) { f.setApnTypesMask(0x141); }, 0, true},
         {__LINE__, full, [](F& f) { f.setApnTypesMask(0x140); }, kName, false},
         {__LINE__, full, [](F& f) { f.setApnTypesMask(0x140); }, kTypes, true},
@@ -89,24 +84,17 @@ TEST(Modem3gppMatch, AnswersBySettings) {
         {__LINE__, none, [](F& f) { f.setApnTypesMask(0); }, kTypes, false},
         {__LINE__, high, [](F& f) { f.setApnTypesMask(1); }, 0, false},
         {__LINE__, high, [](F& f) { f.setApnTypesMask(1); }, kTypes, true},
-        {__LINE__, noTypes, [](F& f) { f.setApnTypesMask(0x1000); }, 0, true},
         {__LINE__, full, [](F& f) { f.setFilterByProfileId(7); }, 0, true},
-        {__LINE__, none, [](F& f) { f.setFilterByProfileId(5); }, 0, false},
+        {__LINE__, full, [](F& f) { f.setFilterByProfileId(5); }, 0, false},
+        {__LINE__, full, [](F& f) { f.setFilterByProfileId(8); }, 0, false},
         {__LINE__, none, [](F& f) { f.setFilterByTechType(TechType::Tech3gpp2); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setFilterByTechType(TechType::Tech3gpp); }, 0, true},
         {__LINE__, ia, [](F& f) { f.setFilterByIsIAProfile(true); }, 0, true},
         {__LINE__, ia, [](F& f) { f.setFilterByIsKivProfile(true); }, 0, true},
         {__LINE__, kiv, [](F& f) { f.setFilterByIsIAProfile(true); }, 0, false},
         {__LINE__, kiv, [](F& f) { f.setFilterByIsKivProfile(true); }, 0, true},
         {__LINE__, other, [](F& f) { f.setFilterByIsKivProfile(true); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setFilterByIsKivProfile(false); }, 0, true},
         {__LINE__, other, notIAButKiv, 0, true},
-        {__LINE__, full, [](F& f) { f.setMaxPdnConnTimer(3); }, 0, true},
         {__LINE__, full, [](F& f) { f.setMaxPdnConnTimer(4); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setMaxPdnsConnPerBlock(0); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setPdnReqWaitInterval(0); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setIsApnDisabled(false); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setIsEmergencySupported(false); }, 0, false},
     };
     check(rows);
 }
@@ -127,7 +115,6 @@ TEST(Modem3gppMatch, AnswersByIPTypes) {
         {__LINE__, {no, no, no, no}, v46, no, kHomeSuper, false},
         {__LINE__, {no, v4, no, no}, v4, no, 0, true},
         {__LINE__, {unknown, no, no, no}, v46, no, kHomeSuper, true},
-        {__LINE__, {v4, no, v4, no}, no, v4, kRoamSub, false},
         {__LINE__, {v4, no, no, v4}, no, v4, kRoamSub, false},
         {__LINE__, {v4, no, v4, v6}, no, v4, kRoamSub, false},
         {__LINE__, {v6, no, v4, v4}, no, v4, 0, true},
@@ -146,7 +133,7 @@ TEST(Modem3gppMatch, AnswersByIPTypes) {
     }
 }
 
-TEST(Modem3gpp2Match, TakesNoFilterFor3gppAndAnAbsentTypeAsEmpty) {
+TEST(Modem3gpp2Match, TakesAnAbsentTypeAsEmpty) {
     using P = Modem3gpp2Profile;
     static constexpr auto none = [](P&) {};
     static constexpr auto type4 = [](P& p) { p.setCommonIPType(IPType::V4); };
@@ -160,13 +147,20 @@ TEST(Modem3gpp2Match, TakesNoFilterFor3gppAndAnAbsentTypeAsEmpty) {
         {__LINE__, none, [](F& f) { f.setFilterByIsIAProfile(false); }, 0, false},
         {__LINE__, none, [](F& f) { f.setFilterByIsKivProfile(false); }, 0, false},
         {__LINE__, none, [](F& f) { f.setRoamIPType(IPType::UNKNOWN); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setMaxPdnsConnPerBlock(0); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setMaxPdnConnTimer(0); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setPdnReqWaitInterval(0); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setIsApnDisabled(false); }, 0, false},
-        {__LINE__, none, [](F& f) { f.setIsEmergencySupported(false); }, 0, false},
     };
     check(rows);
+}
+
+TEST(ModemProfileMatch, TakesNoFilterForASettingThatIsAbsent) {
+    void (*const asks[])(F&) = {
+        [](F& f) { f.setMaxPdnsConnPerBlock(0); },      [](F& f) { f.setMaxPdnConnTimer(0); },
+        [](F& f) { f.setPdnReqWaitInterval(0); },       [](F& f) { f.setIsApnDisabled(false); },
+        [](F& f) { f.setIsEmergencySupported(false); },
+    };
+    for (const auto& ask : asks) {
+        EXPECT_FALSE(Modem3gppProfile(ProfileParams()).match(filled(ask)));
+        EXPECT_FALSE(Modem3gpp2Profile(ProfileParams()).match(filled(ask)));
+    }
 }
 
 }  // namespace

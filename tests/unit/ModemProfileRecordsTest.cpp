@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
-#include "LogWrapper.h"
+#include "LoggedTest.h"
 #include "ModemProfile.h"
 #include "Profiles.h"
 #include "Records.h"
@@ -18,13 +15,7 @@ using Texts = std::vector<std::string>;
 using Response = wds_get_profile_settings_resp_msg_v01;
 using Settings = wds_profile_settings_type_v01;
 
-class ModemProfileRecords : public ::testing::Test {
-protected:
-    ModemProfileRecords() { LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>()); }
-    ~ModemProfileRecords() override { LogWrapper::getInstance().setLogWriter(nullptr); }
-
-    LogCapture log;
-};
+using ModemProfileRecords = LoggedTest;
 
 /// A record with every 3GPP member, some at their limits, and the profile that it stands for.
 Settings record3gpp() {
@@ -144,6 +135,7 @@ TEST_F(ModemProfileRecords, UnknownTypesAreLogged) {
     setMember(s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type, 255);
     setMember(s.umts_roaming_pdp_type_valid, s.umts_roaming_pdp_type, 7);
     setText(s.apn_name_valid, s.apn_name, "IMS.\xC3\x84");
+    setText(s.apn_string_3gpp2_valid, s.apn_string_3gpp2, "CDMA");
     setMember(s.pdn_type_3gpp2_valid, s.pdn_type_3gpp2, 4);
     setMember(s.auth_protocol_3gpp2_valid, s.auth_protocol_3gpp2, 4);
     const Modem3gppProfile profile(0, response);
@@ -151,23 +143,23 @@ TEST_F(ModemProfileRecords, UnknownTypesAreLogged) {
               "TechType=3GPP,ProfileId=0,ApnName=ims.\xC3\x84,CommonIPType=UNKNOWN,"
               "OverrideHomeIPType=UNKNOWN,UmtsRoamIP=UNKNOWN,");
     const Modem3gpp2Profile profile2(0, response);
-    EXPECT_EQ(profile2.dump(), "TechType=3GPP2,ProfileId=0,AuthType=NONE,CommonIPType=UNKNOWN,");
+    EXPECT_EQ(profile2.dump(),
+              "TechType=3GPP2,ProfileId=0,ApnName=cdma,AuthType=NONE,CommonIPType=UNKNOWN,");
     EXPECT_EQ(log.texts(), Texts({"Unknown pdp_type_enum 1", "Unknown pdp_type_enum 255",
                                   "Unknown pdp_type_enum 7", "Unknown profile_pdn_type_enum 4"}));
 }
 
 TEST_F(ModemProfileRecords, RubbishIsReadWithinItsBounds) {
     const auto response = std::make_unique<Response>(recordOf<Response>(0xFF));
+    const auto full = [](size_t size) { return std::string(size, '\xFF'); };
     const Modem3gppProfile profile(255, *response);
-    EXPECT_EQ(profile.getApnName(), std::string(WDS_APN_NAME_SIZE_V01, '\xFF'));
-    EXPECT_EQ(profile.getProfileName(), std::string(WDS_PROFILE_NAME_SIZE_V01, '\xFF'));
-    EXPECT_EQ(profile.getUserName(), std::string(WDS_USER_NAME_SIZE_V01, '\xFF'));
-    EXPECT_EQ(profile.getPassword(), std::string(WDS_PASSWORD_SIZE_V01, '\xFF'));
-    EXPECT_EQ(profile.getLteRoamIPType(), IPType::UNKNOWN);
+    EXPECT_EQ(profile.getApnName(), full(WDS_APN_NAME_SIZE_V01));
+    EXPECT_EQ(profile.getProfileName(), full(WDS_PROFILE_NAME_SIZE_V01));
+    EXPECT_EQ(profile.getUserName(), full(WDS_USER_NAME_SIZE_V01));
+    EXPECT_EQ(profile.getPassword(), full(WDS_PASSWORD_SIZE_V01));
     const Modem3gpp2Profile profile2(255, *response);
-    EXPECT_EQ(profile2.getApnName(), std::string(WDS_APN_NAME_SIZE_V01, '\xFF'));
-    EXPECT_EQ(profile2.getUserName(), std::string(WDS_USER_NAME_SIZE_V01, '\xFF'));
-    EXPECT_EQ(profile2.getCommonIPType(), IPType::UNKNOWN);
+    EXPECT_EQ(profile2.getApnName(), full(WDS_APN_NAME_SIZE_V01));
+    EXPECT_EQ(profile2.getUserName(), full(WDS_USER_NAME_SIZE_V01));
 }
 
 }  // namespace

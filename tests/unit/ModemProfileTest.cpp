@@ -1,21 +1,19 @@
 #include "ModemProfile.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
-#include "LogWrapper.h"
+#include "LoggedTest.h"
+#include "Params.h"
 #include "Profiles.h"
-#include "Records.h"
 
 namespace kiv {
 namespace {
 
 using namespace test;
 using Texts = std::vector<std::string>;
+using ModemProfileTest = LoggedTest;
 
 class FakeKey : public IProfileKey {
 public:
@@ -23,14 +21,6 @@ public:
     TechType getTechType() override { return TechType::Tech3gpp; }
     void registerExpirationListener(std::function<void()>) override {}
     std::string dump() override { return ""; }
-};
-
-class ModemProfileTest : public ::testing::Test {
-protected:
-    ModemProfileTest() { LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>()); }
-    ~ModemProfileTest() override { LogWrapper::getInstance().setLogWriter(nullptr); }
-
-    LogCapture log;
 };
 
 TEST_F(ModemProfileTest, KeepsFoldedTypesAndReportsWhatTheClientAskedFor) {
@@ -63,45 +53,22 @@ TEST_F(ModemProfileTest, KeepsFoldedTypesAndReportsWhatTheClientAskedFor) {
 
 TEST_F(ModemProfileTest, DestructionCallsTheListenersOfLiveKeysInOrder) {
     const auto key = std::make_shared<FakeKey>();
-    auto dropped = std::make_shared<FakeKey>();
     auto droppedByListener = std::make_shared<FakeKey>();
     Texts calls;
     {
         Modem3gppProfile profile{ProfileParams()};
-        profile.registerExpirationListener([&] { calls.push_back("dropped"); }, dropped);
         profile.registerExpirationListener([&] { calls.push_back("no key"); }, {});
         profile.registerExpirationListener([&] { calls.push_back("first"); }, key);
         profile.registerExpirationListener([&] { droppedByListener.reset(); }, key);
         profile.registerExpirationListener([&] { calls.push_back("gone"); }, droppedByListener);
         profile.registerExpirationListener(nullptr, key);
         profile.registerExpirationListener([&] { calls.push_back("last"); }, key);
-        dropped.reset();
         EXPECT_EQ(calls, Texts());
     }
     EXPECT_EQ(calls, Texts({"first", "last"}));
     EXPECT_EQ(log.texts(),
               Texts({"~ModemProfile()", "invoke callback", "invoke callback",
                      "ModemProfile: skipping empty expiration listener", "invoke callback"}));
-}
-
-TEST_F(ModemProfileTest, ClearingForgetsListenersOfDeadKeysOnly) {
-    const auto key = std::make_shared<FakeKey>();
-    const auto held = std::make_shared<int>();
-    Modem3gpp2Profile profile{ProfileParams()};
-    profile.registerExpirationListener([held] {}, key);
-    profile.registerExpirationListener([held] {}, std::make_shared<FakeKey>());
-    profile.registerExpirationListener([held] {}, key);
-    profile.clearExpiredListeners();
-    EXPECT_EQ(held.use_count(), 3);
-}
-
-TEST_F(ModemProfileTest, ReferencesAreCountedBelowZeroToo) {
-    Modem3gppProfile profile{ProfileParams()};
-    profile.incRefCount();
-    EXPECT_EQ(profile.getRefCount(), 1);
-    profile.decRefCount();
-    profile.decRefCount();
-    EXPECT_EQ(profile.getRefCount(), -1);
 }
 
 }  // namespace
