@@ -41,7 +41,6 @@ TEST_F(InterfaceTest, TheDecoderBelievesNothing) {
     const std::pair<Bytes, const char*> kCases[] = {
         {kChange, "1 300 -2"},
         {join(kOther, kChange), "1 300 -2"},
-        {{}, "nothing"},
         {kOther, "nothing"},
         {{0x10, 0, 0}, "malformed"},
         {join({0x10, 13, 0}, Bytes(13)), "malformed"},

@@ -60,9 +60,9 @@ public:
     void waitFor(const std::string& text, long times = 1) const {
         State& state = shared();
         std::unique_lock lock(state.mutex);
+        const auto isIt = [&](const Line& line) { return line.text == text; };
         state.added.wait(lock, [&] {
-            return std::count_if(state.lines.begin(), state.lines.end(),
-                                 [&](const Line& line) { return line.text == text; }) >= times;
+            return std::count_if(state.lines.begin(), state.lines.end(), isIt) >= times;
         });
     }
 

@@ -77,23 +77,17 @@ TEST_F(EventManagerTest, SecondRegistrationIsRefusedUntilTheFirstIsRemoved) {
 
 TEST_F(EventManagerTest, RegistrationThatEpollRefusesIsKeptAllTheSame) {
     EXPECT_TRUE(add(9999));
-    EXPECT_TRUE(log.contains("Cannot add event handler"));
     EXPECT_TRUE(EventManager::isApprovedFd(9999));
     manager->removeEventHandler(9999);
-    EXPECT_TRUE(log.contains("Cannot remove event handler"));
     EXPECT_THAT(closed, ElementsAre(9999));
     EXPECT_FALSE(EventManager::isApprovedFd(9999));
 }
 
-TEST_F(EventManagerTest, DescriptorThatIsNotApprovedIsReportedUntilItIs) {
+TEST_F(EventManagerTest, DescriptorThatIsNotApprovedWaitsUntilItIs) {
     const int fd = readyFd();
     add(fd);
     EventManager::remApprovedFd(fd);
     manager->processEvents();
-    manager->processEvents();
-    EXPECT_EQ(log.count("file descriptor " + std::to_string(fd) +
-                        " is not on the approved list, cannot process event"),
-              2U);
     EXPECT_THAT(called, ElementsAre());
     EventManager::addApprovedFd(fd);
     manager->processEvents();

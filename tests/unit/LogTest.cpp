@@ -28,9 +28,7 @@ protected:
 
 TEST_F(LogTest, LevelsMapToPrioritiesMasksAndTheLocalBuffer) {
     const struct {
-        int level;
-        int priority;
-        int mask;
+        int level, priority, mask;
         bool kept;
     } rows[] = {
         {0, ANDROID_LOG_VERBOSE, 1, false}, {1, ANDROID_LOG_DEBUG, 1, false},

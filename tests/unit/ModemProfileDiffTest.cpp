@@ -16,9 +16,7 @@ using M = ModifyProfileParams;
 /// What a profile dumps behind technology and id.
 template <class Profile>
 std::string behindHead(const Profile& profile) {
-    const std::string head = Profile(ProfileParams()).dump();
-    EXPECT_EQ(profile.dump().substr(0, head.size()), head);
-    return profile.dump().substr(head.size());
+    return profile.dump().substr(Profile(ProfileParams()).dump().size());
 }
 
 /// What a difference dumps there; nothing if there is none.
@@ -54,16 +52,13 @@ TEST(ModemProfileDiff, OfEverySettingIsAppliedOnce) {
     Modem3gppProfile profile{ProfileParams()};
     profile.setProfileId(5);
     profile.setProfileName("kept");
-    const std::string before = profile.dump();
     EXPECT_EQ(difference(profile, all), name + user + "V4V6," + settings);
-    EXPECT_EQ(profile.dump(), before);
 
     const auto change = std::make_shared<Modem3gppProfile>(all);
     change->setApnName(all.getApnName());
     change->setProfileName("not taken over");
     profile.apply(change);
     profile.apply(nullptr);
-    profile.apply(std::make_shared<Modem3gppProfile>(ProfileParams()));
     EXPECT_EQ(difference(profile, all), "");
     profile.apply(std::make_shared<Modem3gpp2Profile>(withIPTypes<ProfileParams>(v6, no)));
     EXPECT_EQ(profile.dump(),
@@ -128,11 +123,10 @@ TEST(ModemProfileDiff, Of3gpp2LooksAtCommonSettingsAndHomeTypeOnly) {
     modification.setMaxPdnConnTimer(4);
     EXPECT_EQ(difference(profile, modification), "");
     modification.setHomeIPType(IPType::UNKNOWN);
-    EXPECT_EQ(difference(profile, modification), "CommonIPType=UNKNOWN,");
+    modification.setUserName("Bob");
+    EXPECT_EQ(difference(profile, modification), "UserName=Bob,CommonIPType=UNKNOWN,");
     profile.apply(profile.diff(modification));
     EXPECT_EQ(difference(profile, modification), "");
-    modification.setUserName("Bob");
-    EXPECT_EQ(difference(profile, modification), "UserName=Bob,");
 }
 
 }  // namespace
