@@ -266,6 +266,14 @@ TEST_F(ProfileCacheTest, ListenersOfLiveKeysHearThatTheProfileWent) {
     EXPECT_THAT(heard, ElementsAre(1, 3, 4));
 }
 
+TEST_F(ProfileCacheTest, ModemRestartBringsUpANewClient) {
+    modem().restart();
+    serveUntil("Handling modem down");
+    serveUntil("RavWdsProxy config register request successful!", 2);
+    EXPECT_EQ(modem().openClients(), 1U);
+    EXPECT_TRUE(cache->add(addParams("apn", true)));
+}
+
 TEST_F(ProfileCacheTest, IndicationsThatSayNothingAreLoggedAndDropped) {
     const std::vector<std::byte> empty = {std::byte{0x7F}, std::byte{0}, std::byte{0}};
     modem().sendIndication(RAV_WDS_PROFILE_CHANGED_IND_V01, empty);
