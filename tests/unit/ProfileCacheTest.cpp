@@ -41,6 +41,10 @@ protected:
         serveUntil("RavWdsProxy config register request successful!");
     }
     ~ProfileCacheTest() override {
+        // What the modem told is taken in before the cache goes, which would not free it.
+        EXPECT_TRUE(modem().waitForDeliveries(kPatience));
+        events.wake();
+        events.processEvents();
         cache.reset();
         modem().stop();
         EXPECT_EQ(modem().openClients(), 0U);
