@@ -47,11 +47,7 @@ int carryOut(Call call, Operation operation) {
     });
 }
 
-int decode(const Modem& modem, rav_client_type client, const void* buf, unsigned length,
-           void* out) {
-    if (!modem.isOpenClient(client)) {
-        return RAV_CLIENT_ERR_INVALID;
-    }
+int decode(const void* buf, unsigned length, void* out) {
     wds_profile_changed_ind_msg_v01 message;
     const std::span bytes(static_cast<const std::byte*>(buf), length);
     if (!kiv::emulator::decodeChange(bytes, message)) {
@@ -136,7 +132,7 @@ KIV_EMULATOR_API int rav_client_send_msg_sync(rav_client_type client, unsigned i
     });
 }
 
-KIV_EMULATOR_API int rav_client_message_decode(rav_client_type client, int message_kind,
+KIV_EMULATOR_API int rav_client_message_decode(rav_client_type /*client*/, int message_kind,
                                                unsigned int msg_id, const void* buf,
                                                unsigned int buf_len, void* out,
                                                unsigned int out_len) {
@@ -147,8 +143,7 @@ KIV_EMULATOR_API int rav_client_message_decode(rav_client_type client, int messa
     if (out_len != sizeof(wds_profile_changed_ind_msg_v01)) {
         return RAV_CLIENT_ERR_MALFORMED;
     }
-    return carryOut(Call::MessageDecode,
-                    [&](const Modem& modem) { return decode(modem, client, buf, buf_len, out); });
+    return carryOut(Call::MessageDecode, [&](const Modem&) { return decode(buf, buf_len, out); });
 }
 
 KIV_EMULATOR_API int rav_client_release(rav_client_type client) {

@@ -102,8 +102,9 @@ int rav_client_send_msg_sync(rav_client_type client, unsigned int msg_id, const 
                              unsigned int req_len, void* resp, unsigned int resp_len,
                              unsigned int timeout_ms);
 
-/* Decodes an encoded message into its plain structure of out_len bytes. Does not block. On failure
- * the contents of out are unspecified. */
+/* Decodes an encoded message into its plain structure of out_len bytes. Does not block. The client
+ * is the one that the message came for; it may have been released meanwhile, and need not be known
+ * any more. On failure the contents of out are unspecified. */
 int rav_client_message_decode(rav_client_type client, int message_kind, unsigned int msg_id,
                               const void* buf, unsigned int buf_len, void* out,
                               unsigned int out_len);
