@@ -127,6 +127,16 @@ bool Modem::isRunning() const {
     return running;
 }
 
+bool Modem::restore(const ProfileTables& tables) {
+    std::lock_guard lock(mutex);
+    if (running) {
+        return false;
+    }
+    service.restore(tables);
+    service.dropTransientProfiles();
+    return true;
+}
+
 void Modem::sendChange(const wds_profile_changed_ind_type_v01& change) {
     std::lock_guard lock(mutex);
     deliverChange(change);

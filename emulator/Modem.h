@@ -53,6 +53,8 @@ public:
     void stop();
     bool isRunning() const;
     void reset();
+    /// False, and nothing changed, while the modem is on.
+    bool restore(const ProfileTables& tables);
     void sendChange(const wds_profile_changed_ind_type_v01& change);
     void sendIndication(unsigned messageId, const std::vector<std::byte>& bytes);
     void addFault(Fault fault);

@@ -5,6 +5,7 @@
 #include "DiagLog.h"
 #include "Encoding.h"
 #include "Modem.h"
+#include "StateFile.h"
 
 namespace kiv::emulator {
 namespace {
@@ -38,6 +39,30 @@ void ModemEmulator::installFactoryProfiles() {
         service.installFactoryProfiles();
         return true;
     });
+}
+
+bool ModemEmulator::saveState(const std::string& path, std::string& error) const {
+    const auto tables =
+        modem().withService([](const WdsService& service) { return service.tables(); });
+    try {
+        writeStateFile(path, tables);
+        return true;
+    } catch (const StateFileError& failure) {
+        error = failure.what();
+        return false;
+    }
+}
+
+bool ModemEmulator::loadState(const std::string& path, std::string& error) {
+    try {
+        if (modem().restore(readStateFile(path))) {
+            return true;
+        }
+        error = path + ": not loaded, the modem is on";
+    } catch (const StateFileError& failure) {
+        error = failure.what();
+    }
+    return false;
 }
 
 bool ModemEmulator::setCapacity(wds_profile_type_enum_v01 type, unsigned capacity) {

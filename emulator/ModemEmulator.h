@@ -93,6 +93,17 @@ public:
     /// no one.
     void installFactoryProfiles();
 
+    /// Writes the tables with their capacities into a file that only its owner may read, since
+    /// passwords are in it. A crash at any moment leaves the old file or the new one, and maybe a
+    /// file FILE.XXXXXX beside it. False, with what went wrong, if the file could not be written,
+    /// or if a table holds more than its capacity, as it does after a capacity was lowered.
+    bool saveState(const std::string& path, std::string& error) const;
+
+    /// Puts the tables of such a file in place of the modem's, as a restart would: profiles that
+    /// are not persistent are dropped. Tells no one. False, with path, place and what is wrong, and
+    /// nothing changed, if the file can't be used or the modem is on.
+    bool loadState(const std::string& path, std::string& error);
+
     /// How many profiles a table can hold: 0 to 255, 255 at first. Profiles that it already holds
     /// stay. Returns false, and changes nothing, for any other number or an unknown type.
     bool setCapacity(wds_profile_type_enum_v01 type, unsigned capacity);

@@ -10,29 +10,14 @@ namespace {
 
 using Settings = wds_profile_settings_type_v01;
 
-enum class Technology { Both, Only3gpp, Only3gpp2 };
-
-/// Where a member and its flag lie in the settings.
-struct Member {
-    Technology technology;
-    size_t flag;
-    size_t value;
-    size_t size;
-    bool isText;
-
-    bool belongsTo(wds_profile_type_enum_v01 type) const {
-        return technology == Technology::Both ||
-               (technology == Technology::Only3gpp) == (type == WDS_PROFILE_TYPE_3GPP_V01);
-    }
-};
-
-#define KIV_MEMBER(technology, name)                                                        \
-    Member {                                                                                \
-        Technology::technology, offsetof(Settings, name##_valid), offsetof(Settings, name), \
-            sizeof(Settings::name), std::is_array_v<decltype(Settings::name)>               \
+#define KIV_MEMBER(technology, name)                                                     \
+    SettingsMember {                                                                     \
+#name, SettingsMember::Technology::technology, offsetof(Settings, name##_valid), \
+            offsetof(Settings, name), sizeof(Settings::name),                            \
+            std::is_array_v < decltype(Settings::name)>                                  \
     }
 
-constexpr Member kMembers[] = {
+constexpr SettingsMember kMembers[] = {
     KIV_MEMBER(Both, apn_type_mask),
     KIV_MEMBER(Both, clat_enabled),
     KIV_MEMBER(Only3gpp, profile_name),
@@ -66,37 +51,38 @@ const std::byte* bytesOf(const Settings& settings) {
     return reinterpret_cast<const std::byte*>(&settings);
 }
 
-bool isPresent(const Member& member, wds_profile_type_enum_v01 type, const Settings& settings) {
-    return member.belongsTo(type) && bytesOf(settings)[member.flag] != std::byte{0};
-}
-
-/// How many bytes of the member count: of a text, those before its terminating zero.
-size_t usedSize(const Member& member, const Settings& settings) {
-    if (!member.isText) {
-        return member.size;
-    }
-    const std::byte* value = bytesOf(settings) + member.value;
-    return static_cast<size_t>(std::find(value, value + member.size, std::byte{0}) - value);
-}
-
 }  // namespace
 
+bool SettingsMember::isPresent(wds_profile_type_enum_v01 type, const Settings& settings) const {
+    return belongsTo(type) && bytesOf(settings)[flag] != std::byte{0};
+}
+
+std::span<const std::byte> SettingsMember::used(const Settings& settings) const {
+    const std::span bytes(bytesOf(settings) + value, size);
+    const auto end = isText ? std::find(bytes.begin(), bytes.end(), std::byte{0}) : bytes.end();
+    return {bytes.begin(), end};
+}
+
+void SettingsMember::set(Settings& settings, std::span<const std::byte> bytes) const {
+    auto* const target = reinterpret_cast<std::byte*>(&settings);
+    target[flag] = std::byte{1};
+    std::fill(std::copy(bytes.begin(), bytes.end(), target + value), target + value + size,
+              std::byte{0});
+}
+
+std::span<const SettingsMember> settingsMembers() { return kMembers; }
+
 bool areTextsTerminated(wds_profile_type_enum_v01 type, const Settings& settings) {
-    return std::all_of(std::begin(kMembers), std::end(kMembers), [&](const Member& member) {
-        return !member.isText || !isPresent(member, type, settings) ||
-               usedSize(member, settings) < member.size;
+    return std::all_of(std::begin(kMembers), std::end(kMembers), [&](const auto& member) {
+        return !member.isText || !member.isPresent(type, settings) ||
+               member.used(settings).size() < member.size;
     });
 }
 
 void mergeSettings(wds_profile_type_enum_v01 type, const Settings& change, Settings& stored) {
-    auto* const target = reinterpret_cast<std::byte*>(&stored);
-    for (const Member& member : kMembers) {
-        if (isPresent(member, type, change)) {
-            const size_t used = usedSize(member, change);
-            std::byte* const value = target + member.value;
-            target[member.flag] = std::byte{1};
-            std::copy_n(bytesOf(change) + member.value, used, value);
-            std::fill(value + used, value + member.size, std::byte{0});
+    for (const SettingsMember& member : kMembers) {
+        if (member.isPresent(type, change)) {
+            member.set(stored, member.used(change));
         }
     }
 }

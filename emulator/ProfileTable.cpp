@@ -9,14 +9,24 @@ std::optional<uint8_t> ProfileTable::create(const wds_profile_settings_type_v01&
     if (profiles.size() >= capacity) {
         return std::nullopt;
     }
-    uint8_t index = type == WDS_PROFILE_TYPE_3GPP_V01 ? 1 : 0;
+    auto index = static_cast<uint8_t>(firstIndex());
     for (auto taken = profiles.begin(); taken != profiles.end() && taken->first == index; ++taken) {
         ++index;
     }
-    Profile profile{type, index, persistent, {}};
-    mergeSettings(type, settings, profile.settings);
-    profiles.emplace(index, profile);
+    insert(index, settings, persistent);
     return index;
+}
+
+bool ProfileTable::insert(uint8_t index, const wds_profile_settings_type_v01& settings,
+                          bool persistent) {
+    if (profiles.size() >= capacity || index < firstIndex() || index > lastIndex()) {
+        return false;
+    }
+    const auto [place, isNew] = profiles.try_emplace(index, Profile{type, index, persistent, {}});
+    if (isNew) {
+        mergeSettings(type, settings, place->second.settings);
+    }
+    return isNew;
 }
 
 bool ProfileTable::modify(uint8_t index, const wds_profile_settings_type_v01& settings) {

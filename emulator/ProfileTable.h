@@ -21,22 +21,36 @@ public:
 
     /// Stores a profile under the lowest free index; no value when the table is full.
     std::optional<uint8_t> create(const wds_profile_settings_type_v01& settings, bool persistent);
+    /// Stores a profile under an index of its own: false if that is taken or out of range, or the
+    /// table is full.
+    bool insert(uint8_t index, const wds_profile_settings_type_v01& settings, bool persistent);
     bool modify(uint8_t index, const wds_profile_settings_type_v01& settings);
     bool remove(uint8_t index);
+
+    wds_profile_type_enum_v01 technology() const { return type; }
+    unsigned firstIndex() const { return type == WDS_PROFILE_TYPE_3GPP_V01 ? 1 : 0; }
+    unsigned lastIndex() const { return firstIndex() + kMostProfiles - 1; }
 
     const Profile* find(uint8_t index) const;
     const std::map<uint8_t, Profile>& all() const { return profiles; }
 
     /// False, and nothing changed, for more than kMostProfiles. Profiles beyond the number stay.
     bool setCapacity(unsigned number);
+    unsigned getCapacity() const { return capacity; }
 
     void dropTransient();
     void reset();
 
 private:
-    const wds_profile_type_enum_v01 type;
+    wds_profile_type_enum_v01 type;
     unsigned capacity = kMostProfiles;
     std::map<uint8_t, Profile> profiles;
+};
+
+/// All that a modem keeps.
+struct ProfileTables {
+    ProfileTable table3gpp{WDS_PROFILE_TYPE_3GPP_V01};
+    ProfileTable table3gpp2{WDS_PROFILE_TYPE_3GPP2_V01};
 };
 
 }  // namespace kiv::emulator

@@ -177,6 +177,11 @@ void WdsService::reset() {
     changes.clear();
 }
 
+void WdsService::restore(const ProfileTables& tables) {
+    table3gpp = tables.table3gpp;
+    table3gpp2 = tables.table3gpp2;
+}
+
 std::vector<wds_profile_changed_ind_type_v01> WdsService::takeChanges() {
     return std::exchange(changes, {});
 }

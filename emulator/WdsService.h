@@ -60,6 +60,10 @@ public:
     void dropTransientProfiles();
     void reset();
 
+    ProfileTables tables() const { return {table3gpp, table3gpp2}; }
+    /// Puts other tables in place of its own, and reports no change.
+    void restore(const ProfileTables& tables);
+
     /// The changes that are yet to be reported, oldest first.
     std::vector<wds_profile_changed_ind_type_v01> takeChanges();
 
