@@ -147,6 +147,7 @@ TEST(KivctlTest, statusTellsWhatWentWrong) {
         {"provision", "--apns", good.c_str(), "--plmn", "2620x"},
         {"provision", "--apns", good.c_str(), "--plmn", "26201", "--all"},
         {"list", "--format", "json"},
+        {"provision", "--apns", good.c_str(), "--all", "--state", "unused"},
         {"list", "--bind", "-1"},
         {"list", "more"},
     };
@@ -165,6 +166,26 @@ TEST(KivctlTest, listShowsWhatTheLibraryReads) {
     EXPECT_THAT(list.out, HasSubstr("\nprofile\t3GPP 2\tims\tims\tIPV4V6\t-\t"));
     const auto lines = static_cast<size_t>(std::count(list.out.begin(), list.out.end(), '\n'));
     EXPECT_EQ(lines, readModemTable().size() + 1);
+}
+
+TEST(KivctlTest, stateLivesFromRunToRun) {
+    const std::string state = temporaryFile("state.json");
+    const std::string option = "--state=" + state;
+    const Result first = provision("carriers.xml", "00101", option.c_str());
+    EXPECT_EQ(first.status, kOk) << first.err << first.out;
+    const Result second = provision("carriers.xml", "00101", option.c_str());
+    EXPECT_EQ(second.status, kOk) << second.err << second.out;
+    EXPECT_THAT(second.out, HasSubstr("existing, unchanged")) << "the attach profile is as it was";
+    EXPECT_THAT(run({"list", "--format=tsv", option.c_str()}).out,
+                HasSubstr("\nprofile\t3GPP 2\tims\tia\tIPV4V6\t-\t-\tattach\t"));
+
+    std::filesystem::resize_file(state, 1);
+    const Result damaged = run({"list", option.c_str()});
+    EXPECT_EQ(damaged.status, kCannotRead);
+    EXPECT_THAT(damaged.err, StartsWith("kivctl: " + state + ":1:"));
+    EXPECT_EQ(std::filesystem::file_size(state), 1U);
+    std::filesystem::remove(state);
+    EXPECT_EQ(run({"list", "--state", "/nonexistent/state"}).status, kCannotWrite);
 }
 
 TEST(KivctlTest, logGoesToTheFileAndOutputErrorsAreTold) {

@@ -17,7 +17,7 @@ constexpr char kFooter[] =
     "  1  a mismatch, a failed step, or an operator that is not in the file\n"
     "  2  wrong usage\n"
     "  3  entries of the APN file could not be read and were left out; the rest went well\n"
-    "  4  the APN file can't be read\n"
+    "  4  the APN file or the modem's state can't be read\n"
     "  5  the modem can't be reached\n"
     "  6  output could not be written\n";
 
@@ -52,6 +52,12 @@ void addCommonOptions(CLI::App& command, RawOptions& raw) {
     command.add_flag("--show-secrets", raw.options.showSecrets, "Show passwords");
     command.add_option("--log", raw.logFile, "Write the library's log, passwords included, here")
         ->type_name("FILE");
+    command
+        .add_option("--state", raw.options.stateFile,
+                    "Take the modem's profiles, passwords included, from here and leave them here; "
+                    "without such a file the modem is fresh")
+        ->check([](const std::string& name) { return name.empty() ? "no name" : std::string(); })
+        ->type_name("FILE");
 }
 
 void addProvisionOptions(CLI::App& command, RawOptions& raw) {
@@ -62,8 +68,10 @@ void addProvisionOptions(CLI::App& command, RawOptions& raw) {
     which->add_option("--plmn", raw.plmn, "The operator to serve; none: entries without a PLMN")
         ->type_name("MCCMNC")
         ->check(CLI::Validator(checkPlmn, ""));
-    which->add_flag("--all", raw.options.allOperators,
-                    "Serve every operator in the file, each on a fresh modem");
+    which
+        ->add_flag("--all", raw.options.allOperators,
+                   "Serve every operator in the file, each on a fresh modem")
+        ->excludes(command.get_option("--state"));
     which->require_option(1);
 }
 
@@ -91,12 +99,12 @@ int parseAndExecute(int argc, const char* const* argv, Output& output) {
     CLI::App* provision = app.add_subcommand(
         "provision", "Serve an operator's APNs as at SIM load, and check what the modem holds");
     provision->footer(std::string(kProvisionFooter) + "\n" + kFooter);
-    addProvisionOptions(*provision, raw);
     CLI::App* list =
         app.add_subcommand("list", "Show the modem's profiles as the library reads them");
     for (CLI::App* command : {provision, list}) {
         addCommonOptions(*command, raw);
     }
+    addProvisionOptions(*provision, raw);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& parsed) {
@@ -126,6 +134,9 @@ int runKivctl(int argc, const char* const* argv, Output& output) {
         output.complain(error.what());
         return kModemUnreachable;
     } catch (const ApnFileError& error) {
+        output.complain(error.what());
+        return kCannotRead;
+    } catch (const StateUnreadable& error) {
         output.complain(error.what());
         return kCannotRead;
     } catch (const std::exception& error) {

@@ -15,7 +15,7 @@ enum ExitStatus : int {
     kFailed = 1,             ///< a mismatch, a failed step, or nothing to do the work on
     kUsage = 2,              ///< the command line makes no sense; nothing was started
     kUnreadableEntries = 3,  ///< entries of the APN file were left out, all else went well
-    kCannotRead = 4,         ///< the APN file can't be used at all
+    kCannotRead = 4,         ///< the APN file or the modem's state can't be used at all
     kModemUnreachable = 5,
     kCannotWrite = 6,
 };
@@ -25,6 +25,7 @@ struct Options {
     Format format = Format::table;
     bool showSecrets = false;
     int bindValue = 0;
+    std::string stateFile;  ///< empty for none
     std::string apnFile;
     bool allOperators = false;
     std::string plmn;  ///< empty for the entries without one

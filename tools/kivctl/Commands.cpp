@@ -83,10 +83,12 @@ std::string summaryText(const Totals& totals, const Options& options) {
     return options.format == Format::tsv ? "#summary\tcounted\tcount\n" + text : text + '\n';
 }
 
-ProvisioningReport serve(const Operator& one, Session& session, Totals& totals) {
-    session.resetModem();
+ProvisioningReport serve(const Operator& one, const Options& options, Session& session,
+                         Totals& totals) {
+    session.resetModem(options.stateFile);
     session.powerOn();
     ProvisioningReport report = Provisioner(session, one).run();
+    session.saveModem(options.stateFile);
     ++totals.operators;
     totals.apns += one.entries.size();
     totals.created += report.createdProfiles;
@@ -134,7 +136,7 @@ int runProvision(const Options& options, Output& output) {
     Totals totals;
     if (options.allOperators) {
         for (const Operator& one : file.operators) {
-            serve(one, session, totals);
+            serve(one, options, session, totals);
             output.showProgress(totals.operators, file.operators.size());
         }
     } else {
@@ -144,7 +146,7 @@ int runProvision(const Options& options, Output& output) {
                             (options.plmn.empty() ? "none" : options.plmn));
             return kFailed;
         }
-        output.print(reportText(serve(*one, session, totals), options));
+        output.print(reportText(serve(*one, options, session, totals), options));
     }
     output.print(mismatchText(totals.mismatches, options));
     output.print(summaryText(totals, options));
@@ -156,11 +158,11 @@ int runProvision(const Options& options, Output& output) {
 
 int runList(const Options& options, Output& output) {
     Session session(options.bindValue);
-    session.resetModem();
+    session.resetModem(options.stateFile);
     session.powerOn();
     Manager& manager = Manager::getInstance();
     auto keys = manager.filter(FilterProfileParams{});
-    if (keys.empty()) {
+    if (keys.empty() && !readModemTable().empty()) {
         throw ModemUnreachable("the library has read no profile from the modem");
     }
     keys.sort([](const auto& a, const auto& b) {
@@ -173,6 +175,7 @@ int runList(const Options& options, Output& output) {
             table.add(key->getTechType(), key->getProfileId(), clientSettings(*params));
         }
     }
+    session.saveModem(options.stateFile);
     output.print(table.text());
     return kOk;
 }

@@ -7,8 +7,8 @@
 
 namespace kiv::kivctl {
 
-/// The commands; each returns an ExitStatus. They throw ApnFileError, ModemUnreachable and
-/// OutputError.
+/// The commands; each returns an ExitStatus. They throw ApnFileError, StateUnreadable,
+/// ModemUnreachable and OutputError.
 int runProvision(const Options& options, Output& output);
 int runList(const Options& options, Output& output);
 

@@ -1,21 +1,39 @@
 #include "Session.h"
 
+#include <filesystem>
 #include <string>
 
 #include "Manager.h"
 #include "ModemEmulator.h"
+#include "Output.h"
 
 namespace kiv::kivctl {
 
 using emulator::ModemEmulator;
 
-void Session::resetModem() {
+void Session::resetModem(const std::string& stateFile) {
     ModemEmulator& modem = ModemEmulator::getInstance();
     // Echoes that were not delivered would be taken for echoes of the next modem's changes.
     settle();
     modem.stop();
     modem.factoryReset();
-    modem.installFactoryProfiles();
+    std::error_code ignored;
+    if (stateFile.empty() || std::filesystem::symlink_status(stateFile, ignored).type() ==
+                                 std::filesystem::file_type::not_found) {
+        modem.installFactoryProfiles();
+        return;
+    }
+    std::string error;
+    if (!modem.loadState(stateFile, error)) {
+        throw StateUnreadable(error);
+    }
+}
+
+void Session::saveModem(const std::string& stateFile) const {
+    std::string error;
+    if (!stateFile.empty() && !ModemEmulator::getInstance().saveState(stateFile, error)) {
+        throw OutputError(error);
+    }
 }
 
 void Session::powerOn() {

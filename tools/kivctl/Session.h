@@ -3,11 +3,17 @@
 
 #include <chrono>
 #include <stdexcept>
+#include <string>
 
 namespace kiv::kivctl {
 
 /// The modem, or the library's way to it, did not get ready in time.
 struct ModemUnreachable : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// The file with the modem's state can't be read.
+struct StateUnreadable : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
@@ -18,8 +24,13 @@ public:
     explicit Session(int bindValue, std::chrono::milliseconds patience = std::chrono::seconds(5))
         : bindValue(bindValue), patience(patience) {}
 
-    /// Powers the modem off and brings it back to its factory state. No key may be held.
-    void resetModem();
+    /// Powers the modem off and brings it back to its factory state, or to the one that the file
+    /// holds; no name, or one that no file has, is the factory state. No key may be held. Throws
+    /// ModemUnreachable and StateUnreadable.
+    void resetModem(const std::string& stateFile = {});
+
+    /// Writes the modem's state into the file, unless the name is empty. Throws OutputError.
+    void saveModem(const std::string& stateFile) const;
 
     /// Powers the modem on, and has the library find it and read its profiles. Throws
     /// ModemUnreachable.
