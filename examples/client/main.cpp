@@ -1,20 +1,84 @@
+#include <chrono>
+#include <cstdio>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Manager.h"
 #include "ModemEmulator.h"
 #include "Util.h"
 
 static_assert(__cplusplus == 201703L, "the headers are for clients of the oldest standard too");
 
-// Ends well if the installed library provides a profile on the installed emulator.
-int main() {
-    auto& modem = kiv::emulator::ModemEmulator::getInstance();
-    modem.start();
-    auto& manager = kiv::Manager::getInstance();
-    manager.init(0, true);
-    if (!modem.waitForRegisteredClient(std::chrono::minutes(1))) {
-        return 1;
-    }
+namespace {
+
+constexpr std::chrono::minutes kPatience{1};
+
+kiv::emulator::ModemEmulator& modem() { return kiv::emulator::ModemEmulator::getInstance(); }
+
+int require(bool condition, const char* what) {
+    std::printf("%s: %s\n", condition ? "ok" : "FAILED", what);
+    return condition ? 0 : 1;
+}
+
+// What a data call asks of the library.
+kiv::ProfileParams internet() {
     kiv::ProfileParams params;
     params.setApnName("internet");
-    auto key =
-        manager.addProfile(kiv::AddProfileParams(params, true, kiv::TechType::Tech3gpp, false));
-    return key && modem.profile(WDS_PROFILE_TYPE_3GPP_V01, key->getProfileId()) ? 0 : 2;
+    params.setHomeIPType(kiv::IPType::V4V6);
+    params.setApnTypesMask(kiv::toMask(kiv::ApnTypes::DEFAULT));
+    return params;
+}
+
+// The modem refuses to create the next profile.
+void refuseNextProfile() {
+    kiv::emulator::Fault fault;
+    fault.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
+    fault.error = WDS_ERR_PROFILE_TABLE_FULL_V01;
+    modem().addFault(fault);
+}
+
+int run(kiv::Manager& manager) {
+    kiv::Util util;
+    int failures = 0;
+
+    refuseNextProfile();
+    auto key = util.findOrCreateProfileForSetupDataCall(kiv::TechType::Tech3gpp, internet());
+    failures += require(!key, "no profile while the modem refuses");
+
+    key = util.findOrCreateProfileForSetupDataCall(kiv::TechType::Tech3gpp, internet());
+    if (!key) {
+        return failures + require(false, "a profile for the data call");
+    }
+    const auto index = static_cast<uint8_t>(key->getProfileId());
+    const auto held = modem().profile(WDS_PROFILE_TYPE_3GPP_V01, index);
+    failures += require(held && held->settings.apn_name == std::string("internet"),
+                        "the modem holds the data call's profile");
+
+    auto expired = std::make_shared<std::promise<void>>();
+    auto changed = expired->get_future();
+    key->registerExpirationListener([expired] { expired->set_value(); });
+    wds_profile_settings_type_v01 settings{};
+    settings.apn_disabled_valid = settings.apn_disabled = 1;
+    modem().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01, index, settings);
+    failures += require(changed.wait_for(kPatience) == std::future_status::ready,
+                        "the network's change is told");
+
+    const auto params = manager.getProfile(key);
+    failures += require(params && params->getIsApnDisabled(), "and the new settings are read");
+    return failures;
+}
+
+}  // namespace
+
+int main() {
+    modem().start();
+    auto& manager = kiv::Manager::getInstance();
+    manager.init(0, true);
+    if (!modem().waitForRegisteredClient(kPatience)) {
+        return require(false, "the library finds the modem");
+    }
+    manager.refresh(kiv::PDCRefreshStatus::Complete);
+    return run(manager);
 }

@@ -7,7 +7,7 @@ trap 'rm -rf "$place"' EXIT
 
 "$1" --install "$2" --prefix "$place/first" >/dev/null
 mv "$place/first" "$place/moved"
-"$1" -S tests/build/client -B "$place/client" -DCMAKE_CXX_COMPILER="$3" \
+"$1" -S examples/client -B "$place/client" -DCMAKE_CXX_COMPILER="$3" \
     -DCMAKE_PREFIX_PATH="$place/moved" >/dev/null
 "$1" --build "$place/client"
 "$place/client/client"
