@@ -1,0 +1,26 @@
+// Any bytes as indications, on their way through the emulator into the library's worker.
+
+#include "FuzzInput.h"
+#include "Library.h"
+
+using namespace kiv::fuzz;
+
+/// The library keeps what it can't decode; that is meant.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() { return "leak:ravIndCb\n"; }
+
+// An indication is its bytes, counted; one without bytes is of an unknown kind.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    kiv::Manager& manager = library();
+    FuzzInput input(data, size);
+    while (!input.empty()) {
+        const auto bytes = input.takeCounted();
+        modem().sendIndication(bytes.empty() ? 0xffff : RAV_WDS_PROFILE_CHANGED_IND_V01,
+                               bytes.empty() ? input.take(4) : bytes);
+    }
+    require(modem().waitForDeliveries(std::chrono::minutes(1)));
+    // Whatever came, the worker still answers, and reads the modem.
+    manager.refresh(kiv::PDCRefreshStatus::Complete);
+    require(!manager.filter({}).empty());
+    return 0;
+}
