@@ -10,12 +10,15 @@ namespace {
 
 using Settings = wds_profile_settings_type_v01;
 
-#define KIV_MEMBER(technology, name)                                                     \
-    SettingsMember {                                                                     \
-#name, SettingsMember::Technology::technology, offsetof(Settings, name##_valid), \
-            offsetof(Settings, name), sizeof(Settings::name),                            \
-            std::is_array_v < decltype(Settings::name)>                                  \
-    }
+constexpr SettingsMember describe(std::string_view name, size_t flag, size_t value, size_t size,
+                                  SettingsMember::Technology technology, bool isText) {
+    return {name, flag, value, size, technology, isText};
+}
+
+#define KIV_MEMBER(technology, name)                                            \
+    describe(#name, offsetof(Settings, name##_valid), offsetof(Settings, name), \
+             sizeof(Settings::name), SettingsMember::Technology::technology,    \
+             std::is_array_v<decltype(Settings::name)>)
 
 constexpr SettingsMember kMembers[] = {
     KIV_MEMBER(Both, apn_type_mask),

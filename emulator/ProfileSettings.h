@@ -14,10 +14,10 @@ struct SettingsMember {
     enum class Technology { Both, Only3gpp, Only3gpp2 };
 
     std::string_view name;
-    Technology technology;
     size_t flag;
     size_t value;
     size_t size;
+    Technology technology;
     bool isText;
 
     bool belongsTo(wds_profile_type_enum_v01 type) const {

@@ -13,7 +13,7 @@ extern "C" const char* __lsan_default_suppressions() { return "leak:ravIndCb\n";
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kiv::Manager& manager = library();
     FuzzInput input(data, size);
-    while (!input.empty()) {
+    for (int sent = 0; sent < 16 && !input.empty(); ++sent) {
         const auto bytes = input.takeCounted();
         modem().sendIndication(bytes.empty() ? 0xffff : RAV_WDS_PROFILE_CHANGED_IND_V01,
                                bytes.empty() ? input.take(4) : bytes);
