@@ -167,6 +167,28 @@ bool Modem::waitForDeliveries(TimePoint deadline) {
     return callbackThread.waitForDue(deadline);
 }
 
+bool Modem::useVirtualClock(bool on) {
+    std::lock_guard lock(mutex);
+    if (running || !open.empty()) {
+        return false;
+    }
+    std::lock_guard clockLock(clock.mutex);
+    clock.useVirtual(on);
+    return true;
+}
+
+std::chrono::milliseconds Modem::passTime(std::chrono::milliseconds atMost) {
+    if (!clock.isVirtual() || modemThread.isCurrentThread() || callbackThread.isCurrentThread()) {
+        return std::chrono::milliseconds(0);
+    }
+    std::unique_lock lock(clock.mutex);
+    const TimePoint limit = clock.now() + sensible(atMost);
+    clock.pass(lock, limit);
+    const auto left = limit - clock.now();
+    return std::max(std::chrono::milliseconds(0),
+                    std::chrono::duration_cast<std::chrono::milliseconds>(left));
+}
+
 size_t Modem::openClients() const {
     std::lock_guard lock(mutex);
     return clients.size();

@@ -49,6 +49,9 @@ public:
     int release(rav_client_type handle);
 
     // Control. As in ModemEmulator.
+    bool useVirtualClock(bool on);
+    bool isClockVirtual() const { return clock.isVirtual(); }
+    std::chrono::milliseconds passTime(std::chrono::milliseconds atMost);
     void start();
     void stop();
     bool isRunning() const;
@@ -93,6 +96,9 @@ private:
     /// and does not change from then on; the rest is guarded.
     struct Transaction {
         rav_client_type client;
+        std::chrono::milliseconds timeout;
+        bool isCounted = false;       ///< by the clock, as one that waits
+        bool isFromCallback = false;  ///< its sender holds all other callbacks up
         Request record;
         Fault fault;
         std::vector<std::byte> response;
@@ -117,8 +123,10 @@ private:
     void reportChanges();
     void deliverChange(const wds_profile_changed_ind_type_v01& change);
     TransactionPointer postRequest(rav_client_type client, unsigned messageId,
-                                   std::vector<std::byte> request);
+                                   std::vector<std::byte> request,
+                                   std::chrono::milliseconds timeout);
     bool decide(const TransactionPointer& transaction, int result);
+    void letGo(Transaction& transaction);
     void giveUp(const TransactionPointer& transaction, int result);
     /// Ends the requests in progress of one client, or of all for null.
     void abandonRequests(rav_client_type client, int result);
@@ -128,13 +136,21 @@ private:
     // On the modem thread, without the mutex.
     void takeRequest(const TransactionPointer& transaction);
     void answer(const TransactionPointer& transaction);
+    void expire(const TransactionPointer& transaction);
+    /// Observes what is decided and lets the sender go on.
+    void finish(const TransactionPointer& transaction);
+    /// Runs a step of the request on the modem thread; with the virtual clock, once the callbacks
+    /// caused so far have been made, so that their order is the same each time.
+    void afterCallbacks(const TransactionPointer& transaction,
+                        void (Modem::*step)(const TransactionPointer&));
 
     // On the modem thread, with the mutex held, but not while foreign code runs.
     void observe(std::unique_lock<std::mutex>& lock, const Transaction& transaction);
     void runForeignCode(std::unique_lock<std::mutex>& lock, std::function<void()> code);
 
-    TaskQueue& modemThread = *new TaskQueue("modem");
-    TaskQueue& callbackThread = *new TaskQueue("modem-callback");
+    Clock& clock = *new Clock;
+    TaskQueue& modemThread = *new TaskQueue("modem", clock);
+    TaskQueue& callbackThread = *new TaskQueue("modem-callback", clock);
 
     mutable std::mutex mutex;
     mutable std::condition_variable sessionChanged;

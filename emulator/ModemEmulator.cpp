@@ -30,6 +30,12 @@ void ModemEmulator::restart() {
     modem().start();
 }
 
+bool ModemEmulator::useVirtualClock(bool on) { return modem().useVirtualClock(on); }
+
+std::chrono::milliseconds ModemEmulator::passTime(std::chrono::milliseconds atMost) {
+    return modem().passTime(atMost);
+}
+
 bool ModemEmulator::isRunning() const { return modem().isRunning(); }
 
 void ModemEmulator::factoryReset() { modem().reset(); }
@@ -141,11 +147,11 @@ void ModemEmulator::setRequestObserver(std::function<void(const Request&)> obser
 }
 
 bool ModemEmulator::waitForRegisteredClient(std::chrono::milliseconds timeout) const {
-    return modem().waitForRegisteredClient(timeAfter(timeout));
+    return modem().waitForRegisteredClient(realTimeAfter(timeout));
 }
 
 bool ModemEmulator::waitForDeliveries(std::chrono::milliseconds timeout) const {
-    return modem().waitForDeliveries(timeAfter(timeout));
+    return modem().waitForDeliveries(realTimeAfter(timeout));
 }
 
 size_t ModemEmulator::openClients() const { return modem().openClients(); }

@@ -84,6 +84,18 @@ public:
 
     bool isRunning() const;
 
+    /// Chooses between the machine's clock, as at first, and a virtual one. False, and nothing
+    /// changed, while the power is on or a request in progress. The virtual clock stands still
+    /// until a sender waits and nothing is to be done, and then jumps to what falls due next, so
+    /// that time-outs and delays cost no time. A request's callbacks have then returned before its
+    /// sender goes on. Limits of waits for other threads are real in either case.
+    bool useVirtualClock(bool on);
+
+    /// Lets virtual time pass, at most so long, but only until something has fallen due and been
+    /// done, and returns how much is left. 0 at once with the machine's clock and on a thread of
+    /// the emulator. Blocks until what is due is done.
+    std::chrono::milliseconds passTime(std::chrono::milliseconds atMost);
+
     /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
     /// requests and the observer. The power stays as it is. Blocks until a running observer or
     /// rewrite has returned, unless called from it.

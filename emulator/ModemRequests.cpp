@@ -14,7 +14,7 @@ constexpr size_t kMostLoggedRequests = 16384;
 
 int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<std::byte> request,
                        void* response, std::chrono::milliseconds timeout) {
-    const TimePoint deadline = timeAfter(timeout);
+    const TimePoint deadline = realTimeAfter(timeout);
     std::unique_lock lock(mutex);
     const Client* const client = findClient(handle, false);
     if (!client) {
@@ -23,27 +23,39 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
     if (client->isGone) {
         return RAV_CLIENT_ERR_SERVICE_GONE;
     }
-    const TransactionPointer transaction = postRequest(handle, messageId, std::move(request));
-    const bool isAnswered =
-        transaction->answered.wait_until(lock, deadline, [&] { return transaction->isAnswered; });
-    // What is decided counts, also while a slow observer still holds it back.
-    if (!isAnswered && !transaction->isDecided) {
+    const TransactionPointer transaction =
+        postRequest(handle, messageId, std::move(request), timeout);
+    const auto isAnswered = [&] { return transaction->isAnswered; };
+    if (transaction->isCounted) {
+        transaction->answered.wait(lock, isAnswered);
+    } else if (!transaction->answered.wait_until(lock, deadline, isAnswered) &&
+               !transaction->isDecided) {
+        // What is decided counts, also while a slow observer still holds it back.
         giveUp(transaction, RAV_CLIENT_ERR_TIMEOUT);
     }
     const int result = transaction->record.transportResult;
     if (result == RAV_CLIENT_OK) {
         std::memcpy(response, transaction->response.data(), transaction->response.size());
+        transaction->response = {};
     }
     return result;
 }
 
 Modem::TransactionPointer Modem::postRequest(rav_client_type client, unsigned messageId,
-                                             std::vector<std::byte> request) {
+                                             std::vector<std::byte> request,
+                                             std::chrono::milliseconds timeout) {
     auto transaction = std::make_shared<Transaction>();
     transaction->client = client;
+    transaction->timeout = timeout;
+    transaction->isFromCallback = callbackThread.isCurrentThread();
     transaction->record.messageId = messageId;
     transaction->record.bytes = std::move(request);
     modemThread.post([this, transaction] { takeRequest(transaction); });
+    // It is not taken before the mutex is free.
+    transaction->isCounted = clock.isVirtual();
+    if (transaction->isCounted) {
+        clock.enterSender();
+    }
     transaction->record.number = ++requestCount;
     transaction->observerNumber = observersSoFar;
     if (log.size() == kMostLoggedRequests) {
@@ -73,10 +85,34 @@ void Modem::takeRequest(const TransactionPointer& transaction) {
     }
     const auto delay = fault.delay;
     lock.unlock();
-    if (delay.count() > 0) {
-        modemThread.post([this, transaction] { answer(transaction); }, delay);
+    if (delay.count() == 0) {
+        afterCallbacks(transaction, &Modem::answer);
+        return;
+    }
+    modemThread.post([=, this] { afterCallbacks(transaction, &Modem::answer); }, delay,
+                     transaction.get());
+    if (clock.isVirtual()) {
+        // Whoever is answered at once needs none.
+        modemThread.post([=, this] { expire(transaction); }, transaction->timeout,
+                         transaction.get());
+    }
+}
+
+void Modem::afterCallbacks(const TransactionPointer& transaction,
+                           void (Modem::*step)(const TransactionPointer&)) {
+    if (!clock.isVirtual() || transaction->isFromCallback || callbackThread.hasNothingToDo()) {
+        (this->*step)(transaction);
     } else {
-        answer(transaction);
+        // Looks again: a callback may have caused others.
+        callbackThread.post(
+            [=, this] { modemThread.post([=, this] { afterCallbacks(transaction, step); }); });
+    }
+}
+
+void Modem::expire(const TransactionPointer& transaction) {
+    std::lock_guard lock(mutex);
+    if (!transaction->isDecided) {
+        giveUp(transaction, RAV_CLIENT_ERR_TIMEOUT);
     }
 }
 
@@ -93,10 +129,23 @@ void Modem::answer(const TransactionPointer& transaction) {
         });
     }
     if (decide(transaction, result)) {
-        observe(lock, *transaction);
-        transaction->isAnswered = true;
-        transaction->answered.notify_all();
+        lock.unlock();
+        finish(transaction);
     }
+}
+
+void Modem::finish(const TransactionPointer& transaction) {
+    std::unique_lock lock(mutex);
+    observe(lock, *transaction);
+    letGo(*transaction);
+}
+
+void Modem::letGo(Transaction& transaction) {
+    if (transaction.isCounted && !transaction.isAnswered) {
+        clock.leaveSender();
+    }
+    transaction.isAnswered = true;
+    transaction.answered.notify_all();
 }
 
 void Modem::observe(std::unique_lock<std::mutex>& lock, const Transaction& transaction) {
@@ -119,18 +168,19 @@ bool Modem::decide(const TransactionPointer& transaction, int result) {
         record.error = head.error;
     }
     transaction->isDecided = true;
+    if (transaction->fault.delay.count() > 0) {
+        modemThread.forget(transaction.get());
+    }
     std::erase(open, transaction);
     return true;
 }
 
 void Modem::giveUp(const TransactionPointer& transaction, int result) {
     decide(transaction, result);
-    transaction->isAnswered = true;
-    transaction->answered.notify_all();
-    modemThread.post([this, transaction] {
-        std::unique_lock lock(mutex);
-        observe(lock, *transaction);
-    });
+    if (!transaction->isCounted) {
+        letGo(*transaction);
+    }
+    modemThread.post([=, this] { afterCallbacks(transaction, &Modem::finish); });
 }
 
 void Modem::abandonRequests(rav_client_type client, int result) {

@@ -4,10 +4,16 @@
 
 namespace kiv::emulator {
 
+TaskQueue::TaskQueue(const char* threadName, Clock& timeSource)
+    : name(threadName), clock(timeSource), mutex(timeSource.mutex) {
+    std::lock_guard lock(mutex);
+    clock.add(*this);
+}
+
 void TaskQueue::post(Task task, std::chrono::milliseconds delay, Owner owner) {
     std::lock_guard lock(mutex);
     start();
-    tasks.emplace(Key(timeAfter(delay), nextNumber++), Entry{std::move(task), owner});
+    tasks.emplace(Key(clock.now() + sensible(delay), nextNumber++), Entry{std::move(task), owner});
     posted.notify_one();
 }
 
@@ -15,10 +21,18 @@ void TaskQueue::cancel(Owner owner) {
     std::unique_lock lock(mutex);
     std::erase_if(tasks, [owner](const auto& task) { return task.second.owner == owner; });
     finished.notify_all();
+    posted.notify_one();  // what comes next is another task
     if (thread == std::this_thread::get_id()) {
         return;
     }
     finished.wait(lock, [&] { return !running || running->owner != owner; });
+}
+
+void TaskQueue::forget(Owner owner) {
+    std::lock_guard lock(mutex);
+    std::erase_if(tasks, [owner](const auto& task) { return task.second.owner == owner; });
+    finished.notify_all();
+    posted.notify_one();
 }
 
 bool TaskQueue::waitForDue(TimePoint deadline) {
@@ -27,7 +41,7 @@ bool TaskQueue::waitForDue(TimePoint deadline) {
         return false;
     }
     const uint64_t before = nextNumber;
-    const TimePoint due = Clock::now();
+    const TimePoint due = clock.now();
     return finished.wait_until(lock, deadline, [&] { return isDone(before, due); });
 }
 
@@ -44,6 +58,19 @@ bool TaskQueue::isDone(uint64_t before, TimePoint due) const {
         }
     }
     return true;
+}
+
+bool TaskQueue::hasNothingToDo() const {
+    std::lock_guard lock(mutex);
+    return isAtRest();
+}
+
+bool TaskQueue::isAtRest() const {
+    return !running && (tasks.empty() || tasks.begin()->first.first > clock.now());
+}
+
+std::optional<TimePoint> TaskQueue::nextDue() const {
+    return tasks.empty() ? std::nullopt : std::optional(tasks.begin()->first.first);
 }
 
 bool TaskQueue::isCurrentThread() const {
@@ -63,12 +90,16 @@ void TaskQueue::run() {
     std::unique_lock lock(mutex);
     thread = std::this_thread::get_id();
     for (;;) {
-        if (tasks.empty()) {
-            posted.wait(lock);
-        } else if (const TimePoint due = tasks.begin()->first.first; due > Clock::now()) {
-            posted.wait_until(lock, due);
-        } else {
+        const std::optional<TimePoint> due = nextDue();
+        if (due && *due <= clock.now()) {
             runFirst(lock);
+        } else if (!clock.jump()) {
+            clock.rested.notify_all();
+            if (due && !clock.isVirtual()) {
+                posted.wait_until(lock, *due);
+            } else {
+                posted.wait(lock);
+            }
         }
     }
 }

@@ -28,7 +28,7 @@ public:
     using Task = std::function<void()>;
     using Owner = const void*;  ///< in whose name a task runs; never dereferenced
 
-    explicit TaskQueue(const char* threadName) : name(threadName) {}
+    TaskQueue(const char* threadName, Clock& timeSource);
     ~TaskQueue() = delete;
     TaskQueue(const TaskQueue&) = delete;
     TaskQueue& operator=(const TaskQueue&) = delete;
@@ -40,11 +40,22 @@ public:
     /// wait: the running task is then the owner's last.
     void cancel(Owner owner);
 
-    /// Waits until everything posted before, and due by now, is done. False at the deadline, and
-    /// at once when called within a task, which can't wait for itself.
+    /// Drops the owner's tasks and waits for none.
+    void forget(Owner owner);
+
+    /// Waits until everything posted before, and due by now, is done. False at the deadline, which
+    /// is a real one, and at once when called within a task, which can't wait for itself.
     bool waitForDue(TimePoint deadline);
 
     bool isCurrentThread() const;
+
+    /// Whether nothing is due or running.
+    bool hasNothingToDo() const;
+
+    // For the clock, with its mutex held.
+    bool isAtRest() const;
+    std::optional<TimePoint> nextDue() const;
+    void wake() const { posted.notify_one(); }
 
 private:
     struct Entry {
@@ -63,9 +74,10 @@ private:
     bool isDone(uint64_t before, TimePoint due) const;
 
     const char* const name;
+    Clock& clock;
 
-    mutable std::mutex mutex;
-    std::condition_variable posted;
+    std::mutex& mutex;  ///< the clock's
+    mutable std::condition_variable posted;
     std::condition_variable finished;
     std::map<Key, Entry> tasks;
     uint64_t nextNumber = 0;
