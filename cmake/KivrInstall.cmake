@@ -28,6 +28,7 @@ if(TARGET kivr_emulator)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr_emulator FILES_MATCHING PATTERN "*.h")
     install(FILES ${PROJECT_SOURCE_DIR}/emulator/ModemEmulator.h
+            ${PROJECT_SOURCE_DIR}/emulator/Scenario.h
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr_emulator)
 endif()
 if(TARGET kivctl)

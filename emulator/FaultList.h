@@ -2,8 +2,9 @@
 #define EMULATOR_FAULTLIST_H
 
 #include <list>
+#include <random>
 
-#include "ModemEmulator.h"
+#include "Scenario.h"
 
 namespace kiv::emulator {
 
@@ -11,14 +12,22 @@ namespace kiv::emulator {
 class FaultList {
 public:
     void add(Fault fault);
-    void clear() { armed.clear(); }
+    void seed(uint64_t number) { random.seed(number); }
 
     /// Counts one request of the kind and returns what is to be done to it: all faults that strike
-    /// it in one, delays added up, rewrites one after the other, else the first that says anything.
+    /// it in one, delays added up, rewrites and consequences one after the other, else the first
+    /// that says anything.
     Fault strike(unsigned messageId);
 
 private:
-    std::list<Fault> armed;  ///< nth counts down
+    struct Armed {
+        Fault fault;
+        unsigned seen = 0;
+    };
+    bool strikes(Armed& armed);
+
+    std::list<Armed> armed;
+    std::mt19937_64 random;
 };
 
 }  // namespace kiv::emulator

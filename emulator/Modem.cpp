@@ -91,32 +91,44 @@ int Modem::release(rav_client_type handle) {
     return RAV_CLIENT_OK;
 }
 
-void Modem::start() {
-    std::lock_guard lock(mutex);
+void Modem::startNow() {
+    modemThread.forget(&startDelay);
     if (running) {
         return;
     }
     running = true;
     ++instance;
-    for (const auto& [handle, client] : clients) {
+    noteEvent("service up");
+    for (auto& [handle, client] : clients) {
+        if (client.isDeaf) {
+            client.isDeaf = false;
+            client.isGone = true;
+            abandonRequests(handle, RAV_CLIENT_ERR_SERVICE_GONE);
+            postError(handle, client);
+        }
         postNotification(handle, client, RAV_CLIENT_SERVICE_APPEARED);
     }
 }
 
-void Modem::stop() {
-    std::lock_guard lock(mutex);
+void Modem::stopNow(bool silently) {
+    modemThread.forget(&startDelay);
     if (!running) {
         return;
     }
     running = false;
+    noteEvent(silently ? "service down, silently" : "service down");
     service.dropTransientProfiles();
-    abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
+    if (!silently) {
+        abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
+    }
     for (auto& [handle, client] : clients) {
-        if (client.isNotifier) {
+        client.session = {};
+        if (silently) {
+            client.isDeaf = !client.isNotifier && !client.isGone;
+        } else if (client.isNotifier) {
             postNotification(handle, client, RAV_CLIENT_SERVICE_DISAPPEARED);
         } else if (!client.isGone) {
             client.isGone = true;
-            client.session = {};
             postError(handle, client);
         }
     }
@@ -144,11 +156,7 @@ void Modem::sendChange(const wds_profile_changed_ind_type_v01& change) {
 
 void Modem::sendIndication(unsigned messageId, const std::vector<std::byte>& bytes) {
     std::lock_guard lock(mutex);
-    for (const auto& [handle, client] : clients) {
-        if (client.session.reportsChanges) {
-            postIndication(handle, client, messageId, bytes);
-        }
-    }
+    deliverBytes(messageId, bytes);
 }
 
 bool Modem::waitForRegisteredClient(TimePoint deadline) const {
@@ -160,11 +168,16 @@ bool Modem::waitForRegisteredClient(TimePoint deadline) const {
 }
 
 bool Modem::waitForDeliveries(TimePoint deadline) {
-    // An observer is itself a task of the modem thread.
-    if (!modemThread.isCurrentThread() && !modemThread.waitForDue(deadline)) {
-        return false;
+    deliverHeldAndIdle();
+    // An answer waits for callbacks, and callbacks for what follows it.
+    for (int round = 0; round < (clock.isVirtual() ? 2 : 1); ++round) {
+        // An observer is itself a task of the modem thread.
+        if ((!modemThread.isCurrentThread() && !modemThread.waitForDue(deadline)) ||
+            !callbackThread.waitForDue(deadline)) {
+            return false;
+        }
     }
-    return callbackThread.waitForDue(deadline);
+    return true;
 }
 
 bool Modem::useVirtualClock(bool on) {
@@ -181,12 +194,35 @@ std::chrono::milliseconds Modem::passTime(std::chrono::milliseconds atMost) {
     if (!clock.isVirtual() || modemThread.isCurrentThread() || callbackThread.isCurrentThread()) {
         return std::chrono::milliseconds(0);
     }
+    deliverHeldAndIdle();
     std::unique_lock lock(clock.mutex);
     const TimePoint limit = clock.now() + sensible(atMost);
     clock.pass(lock, limit);
     const auto left = limit - clock.now();
     return std::max(std::chrono::milliseconds(0),
                     std::chrono::duration_cast<std::chrono::milliseconds>(left));
+}
+
+TimePoint Modem::now() const {
+    std::lock_guard lock(clock.mutex);
+    return clock.now();
+}
+
+bool Modem::startJournal(const std::string& path, bool showSecrets) {
+    std::lock_guard lock(mutex);
+    clientCount = 0;
+    return journal.open(path, showSecrets, now());
+}
+
+bool Modem::finishJournal() {
+    std::lock_guard lock(mutex);
+    return journal.close();
+}
+
+void Modem::noteEvent(const std::string& what) {
+    if (journal.isOpen()) {
+        journal.addEvent(now(), "event", 0, what);
+    }
 }
 
 size_t Modem::openClients() const {
@@ -199,7 +235,7 @@ rav_client_type Modem::addClient(const Client& client) {
     constexpr uintptr_t kStep = 16;
     lastHandle += kStep;
     const auto handle = reinterpret_cast<rav_client_type>(lastHandle);
-    clients.emplace(handle, client);
+    clients.emplace(handle, client).first->second.number = ++clientCount;
     return handle;
 }
 
@@ -209,19 +245,35 @@ Modem::Client* Modem::findClient(rav_client_type handle, bool isNotifier) {
                                                                             : nullptr;
 }
 
+template <class Note>
+void Modem::noteCallback(Note note) {
+    if (journal.isOpen()) {
+        std::lock_guard lock(mutex);
+        note();
+    }
+}
+
 void Modem::postNotification(rav_client_type handle, const Client& client,
                              rav_client_notify_event_type event) {
     if (client.notify) {
-        callbackThread.post([handle, event, notify = client.notify, object = client.serviceObject,
-                             data = client.userData] { notify(handle, object, event, data); },
-                            {}, handle);
+        callbackThread.post(
+            [this, handle, event, number = client.number, notify = client.notify,
+             object = client.serviceObject, data = client.userData] {
+                noteCallback([&] {
+                    const bool isUp = event == RAV_CLIENT_SERVICE_APPEARED;
+                    journal.addEvent(now(), "notify", number, isUp ? "appeared" : "disappeared");
+                });
+                notify(handle, object, event, data);
+            },
+            {}, handle);
     }
 }
 
 void Modem::postError(rav_client_type handle, const Client& client) {
     if (client.error) {
         callbackThread.post(
-            [handle, error = client.error, data = client.userData] {
+            [this, handle, number = client.number, error = client.error, data = client.userData] {
+                noteCallback([&] { journal.addEvent(now(), "error", number, "service gone"); });
                 error(handle, RAV_CLIENT_ERR_SERVICE_GONE, data);
             },
             {}, handle);
@@ -232,8 +284,9 @@ void Modem::postIndication(rav_client_type handle, const Client& client, unsigne
                            const std::vector<std::byte>& bytes) {
     if (client.indicate) {
         callbackThread.post(
-            [handle, messageId, copy = bytes, indicate = client.indicate,
-             data = client.indicationData]() mutable {
+            [this, handle, messageId, number = client.number, copy = bytes,
+             indicate = client.indicate, data = client.indicationData]() mutable {
+                noteCallback([&] { journal.addIndication(now(), number, messageId, copy); });
                 indicate(handle, messageId, copy.data(), static_cast<unsigned>(copy.size()), data);
             },
             {}, handle);
@@ -241,7 +294,11 @@ void Modem::postIndication(rav_client_type handle, const Client& client, unsigne
 }
 
 void Modem::reportChanges() {
+    static constexpr const char* kChanges[] = {"", " created", " deleted", " modified"};
     for (const auto& change : service.takeChanges()) {
+        const char* const type =
+            change.profile_type == WDS_PROFILE_TYPE_3GPP_V01 ? "3gpp " : "3gpp2 ";
+        noteEvent(type + std::to_string(change.profile_index) + kChanges[change.change]);
         deliverChange(change);
     }
 }

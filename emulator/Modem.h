@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "FaultList.h"
+#include "Journal.h"
 #include "ModemEmulator.h"
 #include "TaskQueue.h"
 #include "WdsService.h"
@@ -61,6 +62,8 @@ public:
     void sendChange(const wds_profile_changed_ind_type_v01& change);
     void sendIndication(unsigned messageId, const std::vector<std::byte>& bytes);
     void addFault(Fault fault);
+    void play(const Scenario& scenario);
+    void performNow(const Action& action);
     void clearFaults();
     void failCall(ModemEmulator::Call call, int result);
     std::optional<int> takeCallFailure(ModemEmulator::Call call);
@@ -69,6 +72,8 @@ public:
     bool waitForRegisteredClient(TimePoint deadline) const;
     bool waitForDeliveries(TimePoint deadline);
     size_t openClients() const;
+    bool startJournal(const std::string& path, bool showSecrets);
+    bool finishJournal();
 
     /// Runs an operation on the service, and reports the changes that it made.
     template <class Operation>
@@ -82,7 +87,9 @@ public:
 private:
     struct Client {
         bool isNotifier = false;
+        unsigned number = 0;  ///< in the journal
         bool isGone = false;  ///< its service went away
+        bool isDeaf = false;  ///< its service went away, and it has not been told
         rav_service_object_type serviceObject = nullptr;
         rav_client_notify_cb notify = nullptr;
         rav_client_error_cb error = nullptr;
@@ -96,7 +103,9 @@ private:
     /// and does not change from then on; the rest is guarded.
     struct Transaction {
         rav_client_type client;
+        unsigned clientNumber;
         std::chrono::milliseconds timeout;
+        bool hasTimers = false;       ///< tasks in its name wait for their time
         bool isCounted = false;       ///< by the clock, as one that waits
         bool isFromCallback = false;  ///< its sender holds all other callbacks up
         Request record;
@@ -107,10 +116,20 @@ private:
         bool isAnswered = false;      ///< and the sender may go on
         std::condition_variable answered;
     };
+    struct HeldIndication {
+        rav_client_type client;
+        unsigned messageId;
+        std::vector<std::byte> bytes;
+    };
     using TransactionPointer = std::shared_ptr<Transaction>;
 
     Modem() = default;
     ~Modem() = delete;
+
+    void deliverHeldAndIdle();
+    /// Notes a callback that is about to be made, without the mutex.
+    template <class Note>
+    void noteCallback(Note note);
 
     // All of these with the mutex held.
     rav_client_type addClient(const Client& client);
@@ -120,9 +139,24 @@ private:
     void postError(rav_client_type handle, const Client& client);
     void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
                         const std::vector<std::byte>& bytes);
+    TimePoint now() const;
+    void noteEvent(const std::string& what);
+    void startNow();
+    void stopNow(bool silently);
     void reportChanges();
     void deliverChange(const wds_profile_changed_ind_type_v01& change);
-    TransactionPointer postRequest(rav_client_type client, unsigned messageId,
+    void deliverBytes(unsigned messageId, const std::vector<std::byte>& bytes);
+    /// Delivers the changes that a request made in the way that its fault says.
+    void reportChangesOf(const Fault& fault);
+    void carryOut(Client& client, Transaction& transaction);
+    /// The request will not be answered.
+    void lose(const TransactionPointer& transaction);
+    void performAll(const Fault& fault, Moment moment);
+    void perform(const Action& action);
+    /// Makes the indications that were to wait for the answer.
+    void deliverHeld();
+    void endScenario();
+    TransactionPointer postRequest(rav_client_type handle, const Client& client, unsigned messageId,
                                    std::vector<std::byte> request,
                                    std::chrono::milliseconds timeout);
     bool decide(const TransactionPointer& transaction, int result);
@@ -160,7 +194,13 @@ private:
     uint32_t instance = 0;  ///< counts power-ups: a client belongs to one
     uintptr_t lastHandle = 0;
     std::map<rav_client_type, Client> clients;
+    Journal journal;
+    unsigned clientCount = 0;
     FaultList faults;
+    bool isStartDelayed = false;  ///< the next power-on is late, or never
+    std::optional<std::chrono::milliseconds> startDelay;
+    std::vector<HeldIndication> heldIndications;
+    std::vector<Action> heldActions;  ///< for when the modem is idle
     std::map<ModemEmulator::Call, int> callFailures;
     uint64_t requestCount = 0;
     std::deque<TransactionPointer> log;

@@ -136,6 +136,10 @@ std::vector<std::byte> ModemEmulator::encodeProfileChanged(
 
 void ModemEmulator::addFault(Fault fault) { modem().addFault(std::move(fault)); }
 
+void ModemEmulator::play(const Scenario& scenario) { modem().play(scenario); }
+
+void ModemEmulator::perform(const Action& action) { modem().performNow(action); }
+
 void ModemEmulator::clearFaults() { modem().clearFaults(); }
 
 void ModemEmulator::failNextCall(Call call, int result) { modem().failCall(call, result); }
@@ -145,6 +149,12 @@ std::vector<Request> ModemEmulator::requests() const { return modem().requests()
 void ModemEmulator::setRequestObserver(std::function<void(const Request&)> observer) {
     modem().setObserver(std::move(observer));
 }
+
+bool ModemEmulator::startJournal(const std::string& path, bool showSecrets) {
+    return modem().startJournal(path, showSecrets);
+}
+
+bool ModemEmulator::finishJournal() { return modem().finishJournal(); }
 
 bool ModemEmulator::waitForRegisteredClient(std::chrono::milliseconds timeout) const {
     return modem().waitForRegisteredClient(realTimeAfter(timeout));

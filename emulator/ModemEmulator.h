@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Scenario.h"
 #include "wds_v01.h"
 
 #if defined(__GNUC__)
@@ -35,20 +36,6 @@ struct Request {
     int transportResult = RAV_CLIENT_OK;       ///< what rav_client_send_msg_sync returned
     uint32_t result = WDS_RESULT_SUCCESS_V01;  ///< this and the error: where it was answered
     uint32_t error = WDS_ERR_NONE_V01;
-};
-
-/// What to do to one request of a kind. Members that are not set change nothing.
-struct Fault {
-    unsigned messageId = 0;  ///< the kind of request: RAV_WDS_*_V01
-    unsigned nth = 1;        ///< which of them, counted from 1 from when the fault was added
-    /// Answered so much later, at most a day; may outlast the time-out. The modem carries the
-    /// request out at once all the same.
-    std::chrono::milliseconds delay{0};
-    std::optional<int> transportResult;  ///< fails in transport, before the modem sees it
-    std::optional<uint32_t> error;       ///< refused by the modem with this error code
-    /// Rewrites the modem's answer in place, right before it goes out; may be empty. Runs on an
-    /// emulator thread, with no lock of the emulator held.
-    std::function<void(void* response, size_t length)> rewrite;
 };
 
 /// The modem of a development machine: it implements everything in platform/, and this interface
@@ -97,8 +84,8 @@ public:
     std::chrono::milliseconds passTime(std::chrono::milliseconds atMost);
 
     /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
-    /// requests and the observer. The power stays as it is. Blocks until a running observer or
-    /// rewrite has returned, unless called from it.
+    /// requests, the scenario and the observer. The power stays as it is. Blocks until a running
+    /// observer or rewrite has returned, unless called from it.
     void factoryReset();
 
     /// Fills empty tables with a few persistent profiles, such as a modem is shipped with. Tells
@@ -146,9 +133,16 @@ public:
     static std::vector<std::byte> encodeProfileChanged(
         const wds_profile_changed_ind_type_v01& change);
 
-    /// Arms a fault; several may be armed at once. Each strikes once; of those that strike the same
-    /// request the delays add up.
+    /// Arms a fault; several may be armed at once. Of those that strike the same request the delays
+    /// add up.
     void addFault(Fault fault);
+
+    /// Begins a scenario: arms its faults, schedules its events from now on, and seeds the random
+    /// choices. factoryReset ends it.
+    void play(const Scenario& scenario);
+
+    /// Carries out an action at once.
+    void perform(const Action& action);
 
     /// Forgets all faults, also a rewrite that waits for a delayed answer. Blocks until a running
     /// rewrite has returned, unless called from it.
@@ -178,6 +172,14 @@ public:
     /// requests itself. An empty function ends it. Blocks until a running observer has returned,
     /// unless called from it.
     void setRequestObserver(std::function<void(const Request&)> observer);
+
+    /// Writes a journal of every message and event from now on, one JSON object a line, in place of
+    /// the one before. Client numbers count from 1 again. Passwords are left out unless they are
+    /// asked for. False, with errno, if the file can't be written.
+    bool startJournal(const std::string& path, bool showSecrets = false);
+
+    /// Ends the journal. False if not all of it could be written.
+    bool finishJournal();
 
     /// Blocks until a client has bound, registered for indications and configured its profile
     /// events on the running modem. False after the time-out.

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Lies.h"
 #include "Modem.h"
 
 namespace kiv::emulator {
@@ -24,7 +25,7 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
         return RAV_CLIENT_ERR_SERVICE_GONE;
     }
     const TransactionPointer transaction =
-        postRequest(handle, messageId, std::move(request), timeout);
+        postRequest(handle, *client, messageId, std::move(request), timeout);
     const auto isAnswered = [&] { return transaction->isAnswered; };
     if (transaction->isCounted) {
         transaction->answered.wait(lock, isAnswered);
@@ -41,11 +42,12 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
     return result;
 }
 
-Modem::TransactionPointer Modem::postRequest(rav_client_type client, unsigned messageId,
-                                             std::vector<std::byte> request,
+Modem::TransactionPointer Modem::postRequest(rav_client_type handle, const Client& client,
+                                             unsigned messageId, std::vector<std::byte> request,
                                              std::chrono::milliseconds timeout) {
     auto transaction = std::make_shared<Transaction>();
-    transaction->client = client;
+    transaction->client = handle;
+    transaction->clientNumber = client.number;
     transaction->timeout = timeout;
     transaction->isFromCallback = callbackThread.isCurrentThread();
     transaction->record.messageId = messageId;
@@ -68,31 +70,60 @@ Modem::TransactionPointer Modem::postRequest(rav_client_type client, unsigned me
 
 void Modem::takeRequest(const TransactionPointer& transaction) {
     std::unique_lock lock(mutex);
+    deliverHeld();
     Client* const client = findClient(transaction->client, false);
     if (!client || client->isGone) {
         return;
     }
-    const Request& record = transaction->record;
-    Fault& fault = transaction->fault;
-    fault = faults.strike(record.messageId);
-    if (fault.error) {
-        transaction->response = refuseRequest(record.messageId, *fault.error);
-    } else if (!fault.transportResult) {
-        transaction->response =
-            service.handleRequest(client->session, record.messageId, record.bytes);
-        reportChanges();
-        sessionChanged.notify_all();
+    if (journal.isOpen()) {
+        journal.addRequest(now(), transaction->clientNumber, transaction->record);
     }
-    const auto delay = fault.delay;
-    lock.unlock();
-    if (delay.count() == 0) {
-        afterCallbacks(transaction, &Modem::answer);
+    if (!client->isDeaf) {
+        transaction->fault = faults.strike(transaction->record.messageId);
+        carryOut(*client, *transaction);
+    }
+    if (transaction->isDecided) {
         return;
     }
-    modemThread.post([=, this] { afterCallbacks(transaction, &Modem::answer); }, delay,
-                     transaction.get());
-    if (clock.isVirtual()) {
-        // Whoever is answered at once needs none.
+    if (client->isDeaf || transaction->fault.drop) {
+        lose(transaction);
+        return;
+    }
+    const auto delay = transaction->fault.delay;
+    if (delay.count() > 0) {
+        // First, for an answer that comes with the time-out is in time.
+        modemThread.post([=, this] { afterCallbacks(transaction, &Modem::answer); }, delay,
+                         transaction.get());
+        lose(transaction);
+        return;
+    }
+    lock.unlock();
+    afterCallbacks(transaction, &Modem::answer);
+}
+
+void Modem::carryOut(Client& client, Transaction& transaction) {
+    const Request& record = transaction.record;
+    const Fault& fault = transaction.fault;
+    performAll(fault, Moment::BeforeDelivery);
+    if (client.isGone || client.isDeaf) {
+        return;
+    }
+    if (fault.error) {
+        transaction.response = refuseRequest(record.messageId, *fault.error);
+    } else if (!fault.transportResult) {
+        transaction.response =
+            service.handleRequest(client.session, record.messageId, record.bytes);
+        tellLie(fault.lie, record.messageId, transaction.response);
+        reportChangesOf(fault);
+        sessionChanged.notify_all();
+    }
+    performAll(fault, Moment::BeforeReply);
+}
+
+void Modem::lose(const TransactionPointer& transaction) {
+    // With the machine's clock the sender itself looks to its time-out.
+    if (clock.isVirtual() && !transaction->hasTimers) {
+        transaction->hasTimers = true;
         modemThread.post([=, this] { expire(transaction); }, transaction->timeout,
                          transaction.get());
     }
@@ -100,7 +131,8 @@ void Modem::takeRequest(const TransactionPointer& transaction) {
 
 void Modem::afterCallbacks(const TransactionPointer& transaction,
                            void (Modem::*step)(const TransactionPointer&)) {
-    if (!clock.isVirtual() || transaction->isFromCallback || callbackThread.hasNothingToDo()) {
+    const bool isOrdered = clock.isVirtual() || transaction->fault.order == IndicationOrder::Before;
+    if (!isOrdered || transaction->isFromCallback || callbackThread.hasNothingToDo()) {
         (this->*step)(transaction);
     } else {
         // Looks again: a callback may have caused others.
@@ -121,6 +153,11 @@ void Modem::answer(const TransactionPointer& transaction) {
     if (transaction->isDecided) {
         return;
     }
+    const Client* const client = findClient(transaction->client, false);
+    if (client && client->isDeaf) {
+        lose(transaction);
+        return;
+    }
     const int result = transaction->fault.transportResult.value_or(RAV_CLIENT_OK);
     if (transaction->fault.rewrite && result == RAV_CLIENT_OK) {
         runForeignCode(lock, [rewrite = std::exchange(transaction->fault.rewrite, nullptr),
@@ -129,8 +166,9 @@ void Modem::answer(const TransactionPointer& transaction) {
         });
     }
     if (decide(transaction, result)) {
+        performAll(transaction->fault, Moment::AfterReply);
         lock.unlock();
-        finish(transaction);
+        afterCallbacks(transaction, &Modem::finish);
     }
 }
 
@@ -138,6 +176,9 @@ void Modem::finish(const TransactionPointer& transaction) {
     std::unique_lock lock(mutex);
     observe(lock, *transaction);
     letGo(*transaction);
+    if (!clock.isVirtual()) {
+        deliverHeld();
+    }
 }
 
 void Modem::letGo(Transaction& transaction) {
@@ -167,8 +208,11 @@ bool Modem::decide(const TransactionPointer& transaction, int result) {
         record.result = head.result;
         record.error = head.error;
     }
+    if (journal.isOpen()) {
+        journal.addResponse(now(), transaction->clientNumber, record, transaction->response);
+    }
     transaction->isDecided = true;
-    if (transaction->fault.delay.count() > 0) {
+    if (transaction->hasTimers) {
         modemThread.forget(transaction.get());
     }
     std::erase(open, transaction);
@@ -199,6 +243,7 @@ void Modem::reset() {
     std::vector<std::function<void(void*, size_t)>> oldRewrites;
     std::unique_lock lock(mutex);
     service.reset();
+    endScenario();
     oldFaults = std::exchange(faults, {});
     oldObserver = std::exchange(observer, nullptr);
     ++observersSoFar;

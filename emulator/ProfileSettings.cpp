@@ -90,4 +90,16 @@ void mergeSettings(wds_profile_type_enum_v01 type, const Settings& change, Setti
     }
 }
 
+void forEachPresent(wds_profile_type_enum_v01 type, Settings& settings,
+                    const std::function<void(const PresentMember&)>& action) {
+    auto* const bytes = reinterpret_cast<std::byte*>(&settings);
+    for (const SettingsMember& member : kMembers) {
+        if (member.isPresent(type, settings)) {
+            const bool isSecret = member.name.find("password") != std::string_view::npos;
+            action({member.name.data(), member.isText, isSecret,
+                    {bytes + member.value, member.size}});
+        }
+    }
+}
+
 }  // namespace kiv::emulator

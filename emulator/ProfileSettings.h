@@ -2,6 +2,7 @@
 #define EMULATOR_PROFILESETTINGS_H
 
 #include <cstddef>
+#include <functional>
 #include <span>
 #include <string_view>
 
@@ -45,6 +46,18 @@ bool areTextsTerminated(wds_profile_type_enum_v01 type,
 /// absent and reserved members are zero. The change's texts must be terminated.
 void mergeSettings(wds_profile_type_enum_v01 type, const wds_profile_settings_type_v01& change,
                    wds_profile_settings_type_v01& stored);
+
+/// A member that is present in settings. An enumeration has four bytes.
+struct PresentMember {
+    const char* name;
+    bool isText;
+    bool isSecret;
+    std::span<std::byte> value;  ///< of a text, with all that follows its end
+};
+
+/// Calls the action with each member that is present and that the technology has.
+void forEachPresent(wds_profile_type_enum_v01 type, wds_profile_settings_type_v01& settings,
+                    const std::function<void(const PresentMember&)>& action);
 
 }  // namespace kiv::emulator
 

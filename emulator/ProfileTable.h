@@ -39,6 +39,7 @@ public:
     unsigned getCapacity() const { return capacity; }
 
     void dropTransient();
+    void clear() { profiles.clear(); }
     void reset();
 
 private:

@@ -171,6 +171,12 @@ void WdsService::dropTransientProfiles() {
     table3gpp2.dropTransient();
 }
 
+void WdsService::refreshConfiguration() {
+    table3gpp.clear();
+    table3gpp2.clear();
+    installFactoryProfiles();
+}
+
 void WdsService::reset() {
     table3gpp.reset();
     table3gpp2.reset();

@@ -57,6 +57,8 @@ public:
     const Profile* findProfile(wds_profile_type_enum_v01 type, uint8_t index);
 
     void installFactoryProfiles();
+    /// The tables as shipped, as after a new stored configuration. Notes no change.
+    void refreshConfiguration();
     void dropTransientProfiles();
     void reset();
 

@@ -1,0 +1,48 @@
+#ifndef EMULATOR_JOURNAL_H
+#define EMULATOR_JOURNAL_H
+
+#include <cstdio>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "Clock.h"
+#include "ModemEmulator.h"
+
+namespace kiv::emulator {
+
+/// Writes what passes between the modem and its clients, and what happens to the modem: one JSON
+/// object a line.
+///
+/// Threads: one at a time, but for isOpen. Ownership: plain value. Blocking: as a file does.
+class Journal {
+public:
+    bool isOpen() const { return opened; }
+    /// Replaces the file; false, with errno, if it can't be opened. Passwords get into it only if
+    /// they are to.
+    bool open(const std::string& path, bool showSecrets, TimePoint start);
+    /// False unless all has got into the file.
+    bool close();
+
+    void addRequest(TimePoint now, unsigned client, const Request& request);
+    void addResponse(TimePoint now, unsigned client, const Request& request,
+                     std::span<const std::byte> response);
+    void addIndication(TimePoint now, unsigned client, unsigned messageId,
+                       std::span<const std::byte> bytes);
+    /// What a callback tells ("notify", "error"), or an event of the modem (client 0).
+    void addEvent(TimePoint now, const char* direction, unsigned client, const std::string& what);
+
+private:
+    template <class Fill>
+    void add(TimePoint now, const char* direction, unsigned client, Fill fill);
+
+    std::atomic<bool> opened = false;
+    std::FILE* file = nullptr;
+    bool showSecrets = false;
+    bool isWhole = true;
+    TimePoint start;
+};
+
+}  // namespace kiv::emulator
+
+#endif

@@ -1,0 +1,284 @@
+// Every fault that the emulator knows, with the library attached: whatever the modem does, calls
+// return in time, and once the modem is itself again the library knows all that it holds.
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <tuple>
+#include <utility>
+
+#include "Engine.h"
+
+namespace kiv::test {
+namespace {
+
+using emulator::Action;
+using emulator::Consequence;
+using emulator::Fault;
+using emulator::IndicationFault;
+using emulator::IndicationOrder;
+using emulator::Lie;
+using emulator::Moment;
+using emulator::Scenario;
+using std::chrono::milliseconds;
+using Kind = Action::Kind;
+
+constexpr unsigned kCreate = RAV_WDS_CREATE_PROFILE_REQ_V01;
+constexpr unsigned kModify = RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01;
+constexpr unsigned kDelete = RAV_WDS_DELETE_PROFILE_REQ_V01;
+constexpr unsigned kList = RAV_WDS_GET_PROFILE_LIST_REQ_V01;
+constexpr unsigned kGet = RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01;
+constexpr unsigned kBind = RAV_WDS_BIND_SUBSCRIPTION_REQ_V01;
+
+/// Which operations of the first round succeed.
+struct Outcome {
+    bool add = true;
+    bool modified = true;  ///< getProfile tells of the change
+    bool removed = true;
+};
+
+struct Case {
+    std::string name;
+    Scenario scenario;
+    Outcome outcome{};
+};
+
+void PrintTo(const Case& one, std::ostream* out) { *out << one.name; }
+
+Case fault(std::string name, Fault fault, Outcome outcome = {}) {
+    Case made{std::move(name), {}, outcome};
+    made.scenario.seed = 1;
+    made.scenario.faults.push_back(std::move(fault));
+    return made;
+}
+
+Case consequence(std::string name, unsigned messageId, Moment moment, Action action,
+                 Outcome outcome = {}) {
+    Fault one;
+    one.messageId = messageId;
+    one.consequences.push_back({moment, std::move(action)});
+    return fault(std::move(name), std::move(one), outcome);
+}
+
+Action powerOff(bool silent, std::optional<milliseconds> comesBackAfter) {
+    return {.kind = Kind::PowerOff, .silent = silent, .comesBackAfter = comesBackAfter};
+}
+
+std::vector<Case> answerCases() {
+    constexpr Outcome kNoAdd{false, false, false};
+    constexpr Outcome kNoModify{true, false, true};
+    constexpr Outcome kNoRemove{true, true, false};
+    return {
+        fault("Delay", {.messageId = kCreate, .delay = milliseconds(999)}),
+        fault("DelayBeyondTheTimeOut", {.messageId = kCreate, .delay = milliseconds(1001)}, kNoAdd),
+        fault("Drop", {.messageId = kCreate, .drop = true}, kNoAdd),
+        fault("DropModify", {.messageId = kModify, .drop = true}),
+        fault("Transport", {.messageId = kDelete, .transportResult = RAV_CLIENT_ERR_NO_MEMORY},
+              kNoRemove),
+        fault("Error", {.messageId = kModify, .error = WDS_ERR_INTERNAL_V01}, kNoModify),
+        fault("Rewrite",
+              {.messageId = kCreate,
+               .rewrite = [](void* answer, size_t length) { std::memset(answer, 0xFF, length); }},
+              kNoAdd),
+        fault("EveryKind", {.error = WDS_ERR_INTERNAL_V01, .every = 1}, kNoAdd),
+        fault("EverySecond", {.messageId = kCreate, .nth = 2, .every = 2, .drop = true}),
+        fault("Random", {.probability = 1.0, .drop = true}, kNoAdd),
+        fault("CountTooLarge", {.messageId = kList, .every = 1, .lie = Lie::CountTooLarge}),
+        fault("UnterminatedText", {.messageId = kGet, .every = 1, .lie = Lie::UnterminatedText}),
+        fault("UnterminatedListText",
+              {.messageId = kList, .every = 1, .lie = Lie::UnterminatedText}),
+        fault("IndexOutOfRange", {.messageId = kCreate, .lie = Lie::IndexOutOfRange},
+              {true, false, false}),
+        fault("ListIndexOutOfRange", {.messageId = kList, .every = 1, .lie = Lie::IndexOutOfRange}),
+        fault("UnknownEnums", {.messageId = kCreate, .lie = Lie::UnknownEnums}),
+        fault("UnknownEnumsOfSettings", {.messageId = kGet, .every = 1, .lie = Lie::UnknownEnums}),
+        fault("ListUnknownEnums", {.messageId = kList, .every = 1, .lie = Lie::UnknownEnums}),
+    };
+}
+
+std::vector<Case> indicationCases() {
+    std::vector<Case> cases;
+    for (const auto& [name, kind] : {std::pair("Malformed", IndicationFault::Malformed),
+                                     std::pair("UnknownId", IndicationFault::UnknownId),
+                                     std::pair("Duplicated", IndicationFault::Duplicated),
+                                     std::pair("Reordered", IndicationFault::Reordered),
+                                     std::pair("Withheld", IndicationFault::Withheld)}) {
+        cases.push_back(fault(name, {.every = 1, .indications = kind}));
+    }
+    cases.push_back(fault("IndicationBefore", {.every = 1, .order = IndicationOrder::Before}));
+    cases.push_back(fault("IndicationAfter", {.every = 1, .order = IndicationOrder::After}));
+    return cases;
+}
+
+std::vector<Case> powerCases() {
+    constexpr Outcome kNoAdd{false, false, false};
+    constexpr Outcome kAddOnly{true, false, false};
+    const milliseconds kAWhile(300);
+    std::vector<Case> cases;
+    for (const bool silent : {false, true}) {
+        for (const auto& [name, moment, outcome] :
+             {std::tuple("BeforeDelivery", Moment::BeforeDelivery, kNoAdd),
+              std::tuple("BeforeReply", Moment::BeforeReply, kNoAdd),
+              std::tuple("AfterReply", Moment::AfterReply, kAddOnly)}) {
+            const std::string whole = (silent ? "SilentlyKilled" : "Killed") + std::string(name);
+            cases.push_back(
+                consequence(whole, kCreate, moment, powerOff(silent, std::nullopt), outcome));
+            cases.push_back(consequence(whole + "AndBack", kCreate, moment,
+                                        powerOff(silent, kAWhile), outcome));
+        }
+    }
+    cases.push_back(
+        consequence("KilledAtRegistration", kBind, Moment::BeforeReply, powerOff(false, kAWhile)));
+    cases.push_back({"Late", {.startsAfter = milliseconds(5000)}, {}});
+    cases.push_back({"Never", {.neverStarts = true}, kNoAdd});
+    cases.push_back({"GoneAtATime", {.events = {{kAWhile, powerOff(false, kAWhile)}}}, {}});
+    cases.push_back(
+        {"BackAtATime",
+         {.events = {{milliseconds(700), {.kind = Kind::PowerOn}}}, .neverStarts = true},
+         {}});
+    return cases;
+}
+
+std::vector<Case> changeCases() {
+    constexpr Outcome kKeyExpires{true, false, false};  // all profiles are read anew
+    const wds_profile_settings_type_v01 foreign = settings3gpp("foreign");
+    std::vector<Case> cases;
+    for (const auto& [name, moment] :
+         {std::pair("BeforeDelivery", Moment::BeforeDelivery),
+          std::pair("BeforeReply", Moment::BeforeReply),
+          std::pair("AfterReply", Moment::AfterReply), std::pair("Idle", Moment::Idle)}) {
+        const std::string at = name;
+        cases.push_back(consequence("Created" + at, kCreate, moment,
+                                    {.kind = Kind::CreateProfile, .settings = foreign}));
+        cases.push_back(
+            consequence("Modified" + at, kModify, moment,
+                        {.kind = Kind::ModifyProfile, .index = 1, .settings = foreign}));
+        cases.push_back(consequence("Deleted" + at, kModify, moment,
+                                    {.kind = Kind::DeleteProfile, .index = 1}));
+        cases.push_back(consequence("Subscription" + at, kCreate, moment,
+                                    {.kind = Kind::SubscriptionChange}, kKeyExpires));
+        cases.push_back(
+            consequence("Ready" + at, kCreate, moment, {.kind = Kind::ProfileReady}, kKeyExpires));
+        cases.push_back(consequence("Refreshed" + at, kCreate, moment,
+                                    {.kind = Kind::RefreshConfiguration}, kKeyExpires));
+    }
+    cases.push_back({"FullTable", {.capacity3gpp = 2, .capacity3gpp2 = 0}, {false, false, false}});
+    cases.push_back(consequence("FullTableLater", kModify, Moment::BeforeReply,
+                                {.kind = Kind::SetCapacity, .capacity = 0}));
+    cases.push_back(consequence("AnyBytes", kCreate, Moment::BeforeReply,
+                                {.kind = Kind::Indication,
+                                 .messageId = RAV_WDS_PROFILE_CHANGED_IND_V01,
+                                 .bytes = {std::byte{0x10}, std::byte{0xFF}}}));
+    cases.push_back({"ChangeAtATime",
+                     {.events = {{milliseconds(100), {.kind = Kind::DeleteProfile, .index = 1}}}},
+                     {}});
+    return cases;
+}
+
+class ScenarioApiTest : public EngineTest, public testing::WithParamInterface<Case> {
+protected:
+    void SetUp() override {
+        modem().stop();
+        modem().factoryReset();
+        ASSERT_TRUE(modem().useVirtualClock(true));
+        modem().installFactoryProfiles();
+    }
+    void TearDown() override {
+        modem().stop();
+        modem().factoryReset();
+        ASSERT_TRUE(modem().useVirtualClock(false));
+    }
+
+    /// Until the library has handled all that it was told: two rounds through its worker, for one
+    /// may overtake an event that lies there already.
+    void settle() {
+        for (int i = 0; i < 4; ++i) {
+            ASSERT_TRUE(modem().waitForDeliveries(kPatience));
+            manager.match(FilterProfileParams(), nullptr);
+            manager.match(FilterProfileParams(), nullptr);
+        }
+    }
+    void letTimePass(milliseconds span) {
+        do {
+            settle();
+            span = modem().passTime(span);
+        } while (span.count() > 0);
+        settle();
+    }
+    void playARound() {
+        auto key = add("Internet");
+        reached.add = key != nullptr;
+        settle();
+        if (key) {
+            manager.modifyProfile(userName("me"), key);
+            settle();
+            const auto params = manager.getProfile(key);
+            reached.modified = params && params->getUserName() == "me";
+            reached.removed = manager.deleteProfile(key);
+            settle();
+        } else {
+            reached.modified = reached.removed = false;
+        }
+        key = add("Other");
+        settle();
+        refresh();
+        settle();
+    }
+    /// Profile and access point name, as the modem and as the library see it.
+    using Known = std::multimap<int, std::string>;
+    static Known heldByModem() {
+        Known known;
+        for (const auto& one : modem().profiles(WDS_PROFILE_TYPE_3GPP_V01)) {
+            known.emplace(one.index, one.settings.apn_name);
+        }
+        for (const auto& one : modem().profiles(WDS_PROFILE_TYPE_3GPP2_V01)) {
+            known.emplace(1000 + one.index, one.settings.apn_string_3gpp2);
+        }
+        return known;
+    }
+    Known knownToLibrary() {
+        Known known;
+        for (const auto& key : manager.filter(FilterProfileParams())) {
+            const auto params = manager.getProfile(key);
+            const int base = key->getTechType() == TechType::Tech3gpp ? 0 : 1000;
+            known.emplace(base + key->getProfileId(), params ? params->getApnName() : "none");
+        }
+        return known;
+    }
+
+    Outcome reached{};
+};
+
+TEST_P(ScenarioApiTest, CallsReturnAndTheLibraryRecovers) {
+    // Before the power is on, so that only one engine meets the faults.
+    manager.init(0, true);
+    modem().play(GetParam().scenario);
+    modem().start();
+    letTimePass(milliseconds(6000));
+    refresh();
+    playARound();
+    EXPECT_EQ(reached.add, GetParam().outcome.add);
+    EXPECT_EQ(reached.modified, GetParam().outcome.modified);
+    EXPECT_EQ(reached.removed, GetParam().outcome.removed);
+    letTimePass(milliseconds(6000));
+
+    modem().clearFaults();
+    modem().restart();
+    letTimePass(milliseconds(1));
+    refresh();
+    settle();
+    EXPECT_TRUE(modem().waitForRegisteredClient(milliseconds(0)));
+    EXPECT_EQ(knownToLibrary(), heldByModem());
+    EXPECT_GE(heldByModem().size(), 2U);
+}
+
+std::string nameOf(const testing::TestParamInfo<Case>& info) { return info.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(Answers, ScenarioApiTest, testing::ValuesIn(answerCases()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Indications, ScenarioApiTest, testing::ValuesIn(indicationCases()),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(Power, ScenarioApiTest, testing::ValuesIn(powerCases()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Changes, ScenarioApiTest, testing::ValuesIn(changeCases()), nameOf);
+
+}  // namespace
+}  // namespace kiv::test
