@@ -29,6 +29,7 @@ if(TARGET kivr_emulator)
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr_emulator FILES_MATCHING PATTERN "*.h")
     install(FILES ${PROJECT_SOURCE_DIR}/emulator/ModemEmulator.h
             ${PROJECT_SOURCE_DIR}/emulator/Scenario.h
+            ${PROJECT_SOURCE_DIR}/emulator/ScenarioFile.h
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr_emulator)
 endif()
 if(TARGET kivctl)

@@ -6,8 +6,10 @@ namespace kiv::emulator {
 
 void Clock::useVirtual(bool on) {
     if (on && !virtualTime) {
-        // Not behind what was due on the machine's clock.
-        moment = std::max(moment, std::chrono::steady_clock::now());
+        // Not behind what was due on the machine's clock; and in whole milliseconds, so that sums
+        // of spans tell the truth.
+        const TimePoint now = std::chrono::steady_clock::now() + std::chrono::milliseconds(1);
+        moment = std::max(moment, TimePoint(std::chrono::floor<std::chrono::milliseconds>(now)));
     }
     virtualTime = on;
     for (const TaskQueue* queue : queues) {

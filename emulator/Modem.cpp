@@ -190,17 +190,13 @@ bool Modem::useVirtualClock(bool on) {
     return true;
 }
 
-std::chrono::milliseconds Modem::passTime(std::chrono::milliseconds atMost) {
+void Modem::passTime(std::chrono::milliseconds atMost) {
     if (!clock.isVirtual() || modemThread.isCurrentThread() || callbackThread.isCurrentThread()) {
-        return std::chrono::milliseconds(0);
+        return;
     }
     deliverHeldAndIdle();
     std::unique_lock lock(clock.mutex);
-    const TimePoint limit = clock.now() + sensible(atMost);
-    clock.pass(lock, limit);
-    const auto left = limit - clock.now();
-    return std::max(std::chrono::milliseconds(0),
-                    std::chrono::duration_cast<std::chrono::milliseconds>(left));
+    clock.pass(lock, clock.now() + sensible(atMost));
 }
 
 TimePoint Modem::now() const {

@@ -52,7 +52,8 @@ public:
     // Control. As in ModemEmulator.
     bool useVirtualClock(bool on);
     bool isClockVirtual() const { return clock.isVirtual(); }
-    std::chrono::milliseconds passTime(std::chrono::milliseconds atMost);
+    TimePoint now() const;
+    void passTime(std::chrono::milliseconds atMost);
     void start();
     void stop();
     bool isRunning() const;
@@ -139,7 +140,6 @@ private:
     void postError(rav_client_type handle, const Client& client);
     void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
                         const std::vector<std::byte>& bytes);
-    TimePoint now() const;
     void noteEvent(const std::string& what);
     void startNow();
     void stopNow(bool silently);
@@ -173,7 +173,7 @@ private:
     void expire(const TransactionPointer& transaction);
     /// Observes what is decided and lets the sender go on.
     void finish(const TransactionPointer& transaction);
-    /// Runs a step of the request on the modem thread; with the virtual clock, once the callbacks
+    /// Runs a step of a request on the modem thread; with the virtual clock, once the callbacks
     /// caused so far have been made, so that their order is the same each time.
     void afterCallbacks(const TransactionPointer& transaction,
                         void (Modem::*step)(const TransactionPointer&));

@@ -32,9 +32,11 @@ void ModemEmulator::restart() {
 
 bool ModemEmulator::useVirtualClock(bool on) { return modem().useVirtualClock(on); }
 
-std::chrono::milliseconds ModemEmulator::passTime(std::chrono::milliseconds atMost) {
-    return modem().passTime(atMost);
+std::chrono::milliseconds ModemEmulator::now() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(modem().now().time_since_epoch());
 }
+
+void ModemEmulator::passTime(std::chrono::milliseconds atMost) { modem().passTime(atMost); }
 
 bool ModemEmulator::isRunning() const { return modem().isRunning(); }
 

@@ -78,10 +78,14 @@ public:
     /// sender goes on. Limits of waits for other threads are real in either case.
     bool useVirtualClock(bool on);
 
+    /// The time on the clock in use, from some moment in the past.
+    std::chrono::milliseconds now() const;
+
     /// Lets virtual time pass, at most so long, but only until something has fallen due and been
-    /// done, and returns how much is left. 0 at once with the machine's clock and on a thread of
-    /// the emulator. Blocks until what is due is done.
-    std::chrono::milliseconds passTime(std::chrono::milliseconds atMost);
+    /// done. Answers to it may take up more time: what is to be reached is best kept as a moment.
+    /// No effect with the machine's clock and on a thread of the emulator. Blocks until what is due
+    /// is done.
+    void passTime(std::chrono::milliseconds atMost);
 
     /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
     /// requests, the scenario and the observer. The power stays as it is. Blocks until a running

@@ -52,7 +52,7 @@ Modem::TransactionPointer Modem::postRequest(rav_client_type handle, const Clien
     transaction->isFromCallback = callbackThread.isCurrentThread();
     transaction->record.messageId = messageId;
     transaction->record.bytes = std::move(request);
-    modemThread.post([this, transaction] { takeRequest(transaction); });
+    modemThread.post([=, this] { afterCallbacks(transaction, &Modem::takeRequest); });
     // It is not taken before the mutex is free.
     transaction->isCounted = clock.isVirtual();
     if (transaction->isCounted) {

@@ -199,11 +199,10 @@ protected:
         }
     }
     void letTimePass(milliseconds span) {
-        do {
-            settle();
-            span = modem().passTime(span);
-        } while (span.count() > 0);
         settle();
+        for (const auto end = modem().now() + span; modem().now() < end; settle()) {
+            modem().passTime(end - modem().now());
+        }
     }
     void playARound() {
         auto key = add("Internet");

@@ -6,6 +6,7 @@
 
 #include "ApnFile.h"
 #include "Commands.h"
+#include "ScenarioFile.h"
 #include "Session.h"
 
 namespace kiv::kivctl {
@@ -17,7 +18,7 @@ constexpr char kFooter[] =
     "  1  a mismatch, a failed step, or an operator that is not in the file\n"
     "  2  wrong usage\n"
     "  3  entries of the APN file could not be read and were left out; the rest went well\n"
-    "  4  the APN file or the modem's state can't be read\n"
+    "  4  the APN file, the modem's state or the scenario can't be read\n"
     "  5  the modem can't be reached\n"
     "  6  output could not be written\n";
 
@@ -64,6 +65,16 @@ void addProvisionOptions(CLI::App& command, RawOptions& raw) {
     command.add_option("--apns", raw.options.apnFile, "APNs in the format of apns-conf.xml")
         ->type_name("FILE")
         ->required();
+    command
+        .add_option("--scenario", raw.options.scenarioFile,
+                    "What the modem is to do wrong; it then runs on a virtual clock")
+        ->type_name("FILE");
+    command.add_option("--seed", raw.options.seed,
+                       "Seed of what is random in the scenario, in place of its own");
+    command
+        .add_option("--journal", raw.options.journalFile,
+                    "Write every message and event here, one JSON object a line")
+        ->type_name("FILE");
     CLI::Option_group* which = command.add_option_group("operator");
     which->add_option("--plmn", raw.plmn, "The operator to serve; none: entries without a PLMN")
         ->type_name("MCCMNC")
@@ -133,6 +144,9 @@ int runKivctl(int argc, const char* const* argv, Output& output) {
     } catch (const ModemUnreachable& error) {
         output.complain(error.what());
         return kModemUnreachable;
+    } catch (const emulator::ScenarioFileError& error) {
+        output.complain(error.what());
+        return kCannotRead;
     } catch (const ApnFileError& error) {
         output.complain(error.what());
         return kCannotRead;

@@ -1,6 +1,8 @@
 #ifndef TOOLS_KIVCTL_COMMANDLINE_H
 #define TOOLS_KIVCTL_COMMANDLINE_H
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "Output.h"
@@ -15,7 +17,7 @@ enum ExitStatus : int {
     kFailed = 1,             ///< a mismatch, a failed step, or nothing to do the work on
     kUsage = 2,              ///< the command line makes no sense; nothing was started
     kUnreadableEntries = 3,  ///< entries of the APN file were left out, all else went well
-    kCannotRead = 4,         ///< the APN file or the modem's state can't be used at all
+    kCannotRead = 4,         ///< the APN file, the modem's state or the scenario can't be used
     kModemUnreachable = 5,
     kCannotWrite = 6,
 };
@@ -27,6 +29,9 @@ struct Options {
     int bindValue = 0;
     std::string stateFile;  ///< empty for none
     std::string apnFile;
+    std::string scenarioFile;      ///< empty for none
+    std::optional<uint64_t> seed;  ///< in place of the scenario's; also without one
+    std::string journalFile;       ///< empty for none
     bool allOperators = false;
     std::string plmn;  ///< empty for the entries without one
 };

@@ -1,10 +1,14 @@
 #include "Commands.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "Manager.h"
+#include "ScenarioFile.h"
 
 namespace kiv::kivctl {
 namespace {
@@ -97,6 +101,40 @@ ProvisioningReport serve(const Operator& one, const Options& options, Session& s
     return report;
 }
 
+/// The scenario that was asked for; a seed alone is one in which nothing happens.
+std::optional<emulator::Scenario> chooseScenario(const Options& options) {
+    if (options.scenarioFile.empty() && !options.seed) {
+        return std::nullopt;
+    }
+    auto scenario = options.scenarioFile.empty() ? emulator::Scenario{}
+                                                 : emulator::readScenarioFile(options.scenarioFile);
+    scenario.seed = options.seed.value_or(scenario.seed);
+    return scenario;
+}
+
+/// The journal of a run; ends with it.
+class JournalFile {
+public:
+    explicit JournalFile(const Options& options) : path(options.journalFile) {
+        if (!path.empty() &&
+            !emulator::ModemEmulator::getInstance().startJournal(path, options.showSecrets)) {
+            throw OutputError(path + ": " + std::strerror(errno));
+        }
+    }
+    ~JournalFile() { emulator::ModemEmulator::getInstance().finishJournal(); }
+    JournalFile(const JournalFile&) = delete;
+    JournalFile& operator=(const JournalFile&) = delete;
+
+    void finish() {
+        if (!emulator::ModemEmulator::getInstance().finishJournal()) {
+            throw OutputError(path + ": not all of the journal could be written");
+        }
+    }
+
+private:
+    const std::string path;
+};
+
 }  // namespace
 
 std::string mismatchText(const std::vector<Mismatch>& mismatches, const Options& options) {
@@ -128,11 +166,17 @@ std::string reportText(const ProvisioningReport& report, const Options& options)
 }
 
 int runProvision(const Options& options, Output& output) {
+    const std::optional<emulator::Scenario> scenario = chooseScenario(options);
     const ApnFile file = readApnFile(options.apnFile);
     for (const std::string& problem : file.problems) {
         output.complain(problem);
     }
     Session session(options.bindValue);
+    if (scenario) {
+        output.complain("scenario: seed " + std::to_string(scenario->seed));
+        session.usePlay(*scenario);
+    }
+    JournalFile journal(options);
     Totals totals;
     if (options.allOperators) {
         for (const Operator& one : file.operators) {
@@ -148,6 +192,8 @@ int runProvision(const Options& options, Output& output) {
         }
         output.print(reportText(serve(*one, options, session, totals), options));
     }
+    session.settle();
+    journal.finish();
     output.print(mismatchText(totals.mismatches, options));
     output.print(summaryText(totals, options));
     if (!totals.mismatches.empty()) {

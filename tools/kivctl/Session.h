@@ -2,8 +2,12 @@
 #define TOOLS_KIVCTL_SESSION_H
 
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
+
+#include "ModemEmulator.h"
 
 namespace kiv::kivctl {
 
@@ -19,10 +23,16 @@ struct StateUnreadable : std::runtime_error {
 
 /// The emulated modem and the library on it. The library is started with the first modem and then
 /// lives through the modem's restarts, as on a phone.
+///
+/// With a scenario the modem runs on the virtual clock, and some time passes between any two steps.
+/// Each modem plays the scenario anew.
 class Session {
 public:
     explicit Session(int bindValue, std::chrono::milliseconds patience = std::chrono::seconds(5))
         : bindValue(bindValue), patience(patience) {}
+
+    /// Plays a scenario from the next modem on. Before the first modem.
+    void usePlay(emulator::Scenario chosen);
 
     /// Powers the modem off and brings it back to its factory state, or to the one that the file
     /// holds; no name, or one that no file has, is the factory state. No key may be held. Throws
@@ -36,12 +46,18 @@ public:
     /// ModemUnreachable.
     void powerOn();
 
-    /// Blocks until the modem has told its clients of all changes so far. Throws ModemUnreachable.
+    /// Blocks until the modem has told its clients of all changes so far, and with a scenario until
+    /// the library has handled them. Throws ModemUnreachable.
     void settle() const;
 
 private:
+    void deliver() const;
+    void letTimePass(std::chrono::milliseconds span, const std::function<bool()>& isEnough) const;
+    bool waitForLibrary() const;
+
     const int bindValue;
     const std::chrono::milliseconds patience;
+    std::optional<emulator::Scenario> scenario;
     bool isLibraryStarted = false;
 };
 
