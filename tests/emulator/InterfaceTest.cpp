@@ -1,7 +1,6 @@
 #include <memory>
 
 #include "ModemTest.h"
-#include "diag_log.h"
 
 namespace kiv::emulator {
 namespace {
@@ -105,20 +104,6 @@ TEST_F(InterfaceTest, CallsFailOnceWhenTheyAreToldTo) {
     EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_ERR_NO_MEMORY);
     EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_OK);
     EXPECT_EQ(wds_get_service_object_internal_v01(1, 240, 6), nullptr);
-}
-
-TEST_F(InterfaceTest, TheDiagnosticLogKeepsLinesWhileItHasUsers) {
-    static const diag_msg_descriptor kDescriptor{1, 63, 4, "|%s| %s", "file"};
-    const std::string longText(2000, 'x');
-    msg_sprintf(&kDescriptor, "TAG", "lost");
-    EXPECT_EQ(Diag_LSM_DeInit(), 0);
-    EXPECT_NE(Diag_LSM_Init(nullptr), 0);
-    msg_sprintf(&kDescriptor, "TAG", longText.c_str());
-    EXPECT_NE(Diag_LSM_DeInit(), 0);
-    const auto lines = modem().takeDiagLines();
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].mask, 4U);
-    EXPECT_EQ(lines[0].text, "|TAG| " + longText);
 }
 
 }  // namespace

@@ -142,16 +142,6 @@ TEST_F(RequestsTest, ModifyMergesWhatIsPresent) {
     EXPECT_EQ(std::memcmp(&got.settings, &merged, sizeof(merged)), 0);
 }
 
-TEST_F(RequestsTest, FactoryProfilesFillEmptyTablesOnly) {
-    EXPECT_EQ(client.create(k3gpp2), WDS_ERR_NONE_V01);
-    modem().installFactoryProfiles();
-    modem().installFactoryProfiles();
-    EXPECT_EQ(modem().profiles(k3gpp2).size(), 1U);
-    EXPECT_EQ(list(k3gpp), WDS_ERR_NONE_V01);
-    ASSERT_EQ(listed.profile_list_len, 2U);
-    EXPECT_STREQ(listed.profile_list[1].profile_name, "ims");
-}
-
 TEST_F(RequestsTest, FaultsStrikeTheNthOfTheirKindOnce) {
     const auto rewrite = [](void* bytes, size_t length) {
         ASSERT_EQ(length, sizeof(client.created));

