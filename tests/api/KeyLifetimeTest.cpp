@@ -146,7 +146,7 @@ TEST_F(KeyLifetimeTest, ListenersHearThatTheirEngineGoes) {
 }
 
 TEST_F(KeyLifetimeTest, KeysDroppedFromManyThreadsDuringRefreshes) {
-    std::vector<std::thread> clients;
+    std::vector<std::jthread> clients;
     for (int client = 0; client < 4; ++client) {
         clients.emplace_back([this] {
             for (int round = 0; round < 30; ++round) {
@@ -164,9 +164,7 @@ TEST_F(KeyLifetimeTest, KeysDroppedFromManyThreadsDuringRefreshes) {
     for (int round = 0; round < 20; ++round) {
         manager.refresh(round % 2 == 0 ? PDCRefreshStatus::Start : PDCRefreshStatus::Complete);
     }
-    for (std::thread& client : clients) {
-        client.join();
-    }
+    clients.clear();  // waits for them
     refresh();
     EXPECT_EQ(manager.filter(FilterProfileParams()).size(), table().size());
 }

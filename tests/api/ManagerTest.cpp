@@ -70,19 +70,21 @@ TEST_F(ManagerTest, EachOperationLogsItsWayInAndOut) {
     manager.filter(FilterProfileParams());
     manager.refresh(PDCRefreshStatus::Start);
     manager.refresh(PDCRefreshStatus::Complete);
-    for (const std::string& line :
-         {std::string("Manager::init(0)"),
-          std::string("Manager::addProfile > Add 3GPP persist=false: "
-                      "ApnName=apn,IsIAProfile=false,"),
-          "Manager::addProfile < Add Success " + name, "Handling Get " + name,
-          "Manager::getProfile > Get " + name,
-          std::string("Manager::getProfile < Get Success "
-                      "ApnName=apn,IsKivProfile=true,IsIAProfile=false,"),
-          std::string("Manager::filter > Filter params: None: "),
-          "Manager::filter < Filter Success " + name + ",",
-          std::string("Manager::refresh > Refresh "),
-          std::string("Manager::refresh < Refresh Success"), std::string("KIV refresh started"),
-          std::string("KIV refresh completed")}) {
+    const std::string lines[] = {
+        "Manager::init(0)",
+        "Manager::addProfile > Add 3GPP persist=false: ApnName=apn,IsIAProfile=false,",
+        "Manager::addProfile < Add Success " + name,
+        "Handling Get " + name,
+        "Manager::getProfile > Get " + name,
+        "Manager::getProfile < Get Success ApnName=apn,IsKivProfile=true,IsIAProfile=false,",
+        "Manager::filter > Filter params: None: ",
+        "Manager::filter < Filter Success " + name + ",",
+        "Manager::refresh > Refresh ",
+        "Manager::refresh < Refresh Success",
+        "KIV refresh started",
+        "KIV refresh completed",
+    };
+    for (const std::string& line : lines) {
         EXPECT_TRUE(log.contains(line)) << line;
     }
 }
@@ -94,12 +96,6 @@ TEST_F(ManagerTest, KeyOfAGoneProfileFailsWithoutAnErrorInGetProfile) {
     EXPECT_FALSE(manager.getProfile(key));
     EXPECT_TRUE(log.contains("Manager::getProfile < Get Failure "));
     EXPECT_FALSE(log.contains("Error in getProfile"));
-    EXPECT_THAT(manager.filter([] {
-        FilterProfileParams none;
-        none.setApnName("none");
-        return none;
-    }()),
-                IsEmpty());
 }
 
 TEST_F(ManagerTest, BetweenStartAndCompleteOfARefreshEverythingFails) {
@@ -147,10 +143,8 @@ TEST_F(ManagerTest, WithoutAModemEveryOperationReturnsAndTheNextModemIsTaken) {
 }
 
 TEST_F(ManagerTest, ModemThatDoesNotAnswerCostsATimeOutAndNoMore) {
-    emulator::Fault fault;
-    fault.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
-    fault.delay = std::chrono::milliseconds(1500);
-    modem().addFault(fault);
+    modem().addFault(
+        {RAV_WDS_CREATE_PROFILE_REQ_V01, 1, std::chrono::milliseconds(1500), {}, {}, {}});
     EXPECT_FALSE(add("late"));
     EXPECT_TRUE(log.contains("Unable send RAV_WDS_CREATE_PROFILE_REQ_V01 message"));
     EXPECT_TRUE(add("next"));
@@ -165,7 +159,7 @@ TEST_F(ManagerTest, ManyClientsAtOnceAreAllServed) {
             EXPECT_THAT(manager.dump(), Contains("Pending:"));
         }
     });
-    std::vector<std::thread> clients;
+    std::vector<std::jthread> clients;
     for (int client = 0; client < kClients; ++client) {
         clients.emplace_back([this, client] {
             const std::string name = "client" + std::to_string(client);
@@ -180,9 +174,7 @@ TEST_F(ManagerTest, ManyClientsAtOnceAreAllServed) {
             }
         });
     }
-    for (std::thread& client : clients) {
-        client.join();
-    }
+    clients.clear();  // waits for them
     done = true;
     dumper.join();
     EXPECT_THAT(table(), IsEmpty());
@@ -191,14 +183,12 @@ TEST_F(ManagerTest, ManyClientsAtOnceAreAllServed) {
 TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
     std::promise<void> reached;
     std::promise<void> answer;
-    emulator::Fault fault;
-    fault.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
-    fault.rewrite = [&](void*, size_t) {
+    const auto holdBack = [&](void*, size_t) {
         reached.set_value();
         answer.get_future().wait();
     };
-    modem().addFault(fault);
-    std::vector<std::thread> clients;
+    modem().addFault({RAV_WDS_CREATE_PROFILE_REQ_V01, 1, {}, {}, {}, holdBack});
+    std::vector<std::jthread> clients;
     clients.emplace_back([this] { add("in flight"); });
     reached.get_future().wait();
     for (int i = 0; i < 4; ++i) {
@@ -207,9 +197,7 @@ TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
     std::thread replacer([this] { manager.init(1, true); });
     log.waitFor("kiv::ClientRequestManager: destructor");
     answer.set_value();
-    for (std::thread& client : clients) {
-        client.join();
-    }
+    clients.clear();  // waits for them
     replacer.join();
     ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
     EXPECT_EQ(modem().openClients(), 1U);
