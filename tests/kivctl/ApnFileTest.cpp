@@ -76,8 +76,8 @@ TEST(ApnFileTest, whatIsWrongWithAnEntryIsToldWithItsLine) {
         {kGood + "user='" + std::string(128, 'u') + "'", "user is longer than 127 bytes"},
         {kGood + "password='" + std::string(128, 'p') + "'", "password is longer than 127 bytes"},
         {kGood + "apn='b'", "attribute apn is given twice"},
-        {"mcc='1' mnc='' apn='" + std::string(151, 'a') + "'",
-         "the APN name is longer than 150 bytes\nf.xml:3: mcc '1' and mnc ''" + notPlmn},
+        {"mcc='2620' mnc='01' apn='" + std::string(151, 'a') + "'",
+         "the APN name is longer than 150 bytes\nf.xml:3: mcc '2620' and mnc '01'" + notPlmn},
         {"mcc='262' mnc='' apn='a'", "mcc '262' and mnc ''" + notPlmn},
         {"mcc='262' mnc='0x&#1;' apn='a'", "mcc '262' and mnc '0x\\x01'" + notPlmn},
     };

@@ -102,16 +102,6 @@ TEST(ExpectationTest, createdAndReusedProfilesGetWhatIsAsked) {
               std::string(149, 'a') + "\xc3");
 }
 
-TEST(ExpectationTest, attachChangesNeitherNameNorIpTypeNorFlagsOfTheModemsOwnProfile) {
-    ProfileParams params = asked("NET", IPType::V4, {}, ApnTypes::MMS);
-    params.setUserName("u");
-    params.setIsApnDisabled(true);
-    HeldProfile changed = held(1, "Net", IPType::V4V6);
-    changed.userName = "u";
-    changed.typeMask = 0x004;
-    EXPECT_EQ(expectAttach({held(1, "Net", IPType::V4V6)}, params).at(0).profile, changed);
-}
-
 TEST(ExpectationTest, typesMoveWhereTheirIpTypeHasNoProfile) {
     const auto v4 = asked("NET", IPType::V4, {}, ApnTypes::DEFAULT);
     const auto v6 = asked("NET", IPType::V6, {}, ApnTypes::SUPL);

@@ -49,8 +49,8 @@ struct Result {
     std::string err;
 };
 
-Result run(std::vector<const char*> arguments) {
-    const FilePointer out = opened(std::tmpfile());
+Result run(std::vector<const char*> arguments, std::FILE* standardOutput = std::tmpfile()) {
+    const FilePointer out = opened(standardOutput);
     const FilePointer err = opened(std::tmpfile());
     Output output(out.get(), err.get());
     arguments.insert(arguments.begin(), "kivctl");
@@ -173,12 +173,9 @@ TEST(KivctlTest, logGoesToTheFileAndOutputErrorsAreTold) {
                 HasSubstr("Manager::init(7)"));
     std::filesystem::remove(log);
 
-    const FilePointer full = opened(std::fopen("/dev/full", "w"));
-    const FilePointer err = opened(std::tmpfile());
-    Output output(full.get(), err.get());
-    const char* const arguments[] = {"kivctl", "list"};
-    EXPECT_EQ(runKivctl(2, arguments, output), kCannotWrite);
-    EXPECT_EQ(contentsOf(err.get()), "kivctl: standard output: No space left on device\n");
+    const Result full = run({"list"}, std::fopen("/dev/full", "w"));
+    EXPECT_EQ(full.status, kCannotWrite);
+    EXPECT_EQ(full.err, "kivctl: standard output: No space left on device\n");
 }
 
 TEST(KivctlTest, claimedStandardOutputIsTheToolsAlone) {
