@@ -96,8 +96,8 @@ void forEachPresent(wds_profile_type_enum_v01 type, Settings& settings,
     for (const SettingsMember& member : kMembers) {
         if (member.isPresent(type, settings)) {
             const bool isSecret = member.name.find("password") != std::string_view::npos;
-            action({member.name.data(), member.isText, isSecret,
-                    {bytes + member.value, member.size}});
+            action(
+                {member.name.data(), member.isText, isSecret, {bytes + member.value, member.size}});
         }
     }
 }

@@ -174,7 +174,7 @@ TEST_F(ScenarioTest, TheJournalTellsEveryMessageAndEventButNoPassword) {
                         R"("members":{"subscription":1}})");
     EXPECT_EQ(lines[6],
               R"({"us":0,"direction":"request","client":1,"message":"create","id":39,"members":)"
-              R"({"profile_type":0,"persistent":1,"settings":{"apn_name":"\"é\n",)"
+              R"({"profile_type":0,"settings":{"apn_name":"\"é\n",)"
               R"("password":"***"}}})");
     EXPECT_EQ(lines[7],
               R"({"us":0,"direction":"indication","client":1,"message":"profileChanged","id":168,)"
