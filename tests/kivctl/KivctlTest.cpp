@@ -147,7 +147,7 @@ TEST(KivctlTest, listShowsWhatTheLibraryReads) {
 }
 
 TEST(KivctlTest, stateLivesFromRunToRun) {
-    const std::string state = temporaryFile("state.json");
+    const std::string state = testing::TempDir() + std::to_string(getpid()) + "kivctl-state.json";
     const std::string option = "--state=" + state;
     const Result first = provision("carriers.xml", "00101", option.c_str());
     EXPECT_EQ(first.status, kOk) << first.err << first.out;
