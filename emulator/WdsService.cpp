@@ -52,14 +52,14 @@ struct MessageTable {
                                          const std::byte* bytes) {
         Request request;
         std::memcpy(&request, bytes, sizeof(request));
-        Response response;
-        std::memset(&response, 0, sizeof(response));
+        // Bytes hold any record of the interface; they are made here, already all zero.
+        std::vector<std::byte> answer(sizeof(Response));
+        auto& response = *reinterpret_cast<Response*>(answer.data());
         const uint32_t error = (service.*handler)(session, request, response);
         response.resp.result =
             error == WDS_ERR_NONE_V01 ? WDS_RESULT_SUCCESS_V01 : WDS_RESULT_FAILURE_V01;
         response.resp.error = error;
-        const auto* const first = reinterpret_cast<const std::byte*>(&response);
-        return {first, first + sizeof(response)};
+        return answer;
     }
 
     static const Message* find(unsigned id) {
