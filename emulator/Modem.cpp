@@ -168,7 +168,6 @@ bool Modem::waitForRegisteredClient(TimePoint deadline) const {
 }
 
 bool Modem::waitForDeliveries(TimePoint deadline) {
-    deliverHeldAndIdle();
     // An answer waits for callbacks, and callbacks for what follows it.
     for (int round = 0; round < (clock.isVirtual() ? 2 : 1); ++round) {
         // An observer is itself a task of the modem thread.
@@ -191,12 +190,17 @@ bool Modem::useVirtualClock(bool on) {
 }
 
 void Modem::passTime(std::chrono::milliseconds atMost) {
-    if (!clock.isVirtual() || modemThread.isCurrentThread() || callbackThread.isCurrentThread()) {
+    if (modemThread.isCurrentThread() || callbackThread.isCurrentThread()) {
         return;
     }
-    deliverHeldAndIdle();
+    const bool hasDelivered = deliverHeldAndIdle();
+    if (!clock.isVirtual()) {
+        return;
+    }
     std::unique_lock lock(clock.mutex);
-    clock.pass(lock, clock.now() + sensible(atMost));
+    // Clients have to see to what they were told before anything else happens.
+    const auto span = hasDelivered ? std::chrono::milliseconds(0) : sensible(atMost);
+    clock.pass(lock, clock.now() + span);
 }
 
 TimePoint Modem::now() const {

@@ -127,7 +127,7 @@ private:
     Modem() = default;
     ~Modem() = delete;
 
-    void deliverHeldAndIdle();
+    bool deliverHeldAndIdle();
     /// Notes a callback that is about to be made, without the mutex.
     template <class Note>
     void noteCallback(Note note);
@@ -177,6 +177,8 @@ private:
     /// caused so far have been made, so that their order is the same each time.
     void afterCallbacks(const TransactionPointer& transaction,
                         void (Modem::*step)(const TransactionPointer&));
+    /// The same for what is no request's.
+    void afterCallbacks(std::function<void()> step);
 
     // On the modem thread, with the mutex held, but not while foreign code runs.
     void observe(std::unique_lock<std::mutex>& lock, const Transaction& transaction);

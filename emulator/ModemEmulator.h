@@ -83,7 +83,8 @@ public:
 
     /// Lets virtual time pass, at most so long, but only until something has fallen due and been
     /// done. Answers to it may take up more time: what is to be reached is best kept as a moment.
-    /// No effect with the machine's clock and on a thread of the emulator. Blocks until what is due
+    /// Whatever waited for it is done first, and no time passes then. No time passes with the
+    /// machine's clock, and nothing happens on a thread of the emulator. Blocks until what is due
     /// is done.
     void passTime(std::chrono::milliseconds atMost);
 

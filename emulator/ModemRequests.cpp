@@ -141,6 +141,14 @@ void Modem::afterCallbacks(const TransactionPointer& transaction,
     }
 }
 
+void Modem::afterCallbacks(std::function<void()> step) {
+    if (!clock.isVirtual() || callbackThread.hasNothingToDo()) {
+        step();
+    } else {
+        callbackThread.post([=, this] { modemThread.post([=, this] { afterCallbacks(step); }); });
+    }
+}
+
 void Modem::expire(const TransactionPointer& transaction) {
     std::lock_guard lock(mutex);
     if (!transaction->isDecided) {

@@ -43,8 +43,9 @@ void Modem::play(const Scenario& scenario) {
         }
     }
     for (const TimedAction& event : scenario.events) {
-        modemThread.post([this, action = event.action] { performNow(action); }, event.at,
-                         &heldActions);
+        modemThread.post(
+            [this, action = event.action] { afterCallbacks([=, this] { performNow(action); }); },
+            event.at, &heldActions);
     }
 }
 
@@ -82,10 +83,7 @@ void Modem::perform(const Action& action) {
             stopNow(action.silent);
             if (action.comesBackAfter) {
                 modemThread.post(
-                    [this] {
-                        std::lock_guard lock(mutex);
-                        startNow();
-                    },
+                    [this] { afterCallbacks([this] { performNow({Kind::PowerOn}); }); },
                     *action.comesBackAfter, &startDelay);
             }
             break;
@@ -167,12 +165,14 @@ void Modem::deliverHeld() {
     }
 }
 
-void Modem::deliverHeldAndIdle() {
+bool Modem::deliverHeldAndIdle() {
     std::lock_guard lock(mutex);
+    const bool isAny = !heldIndications.empty() || !heldActions.empty();
     deliverHeld();
     for (const Action& action : std::exchange(heldActions, {})) {
         perform(action);
     }
+    return isAny;
 }
 
 }  // namespace kiv::emulator

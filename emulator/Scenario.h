@@ -66,8 +66,8 @@ enum class IndicationFault {
 enum class IndicationOrder {
     Default,  ///< with the virtual clock before the answer, else beside it
     Before,   ///< before the answer goes out
-    After     ///< after it; with the virtual clock at the next request, or when deliveries are
-              ///< waited for or time is told to pass
+    After     ///< after it; with the virtual clock at the next request, or when time is told to
+              ///< pass
 };
 
 /// When in a request's life an action is carried out.
@@ -75,7 +75,7 @@ enum class Moment {
     BeforeDelivery,  ///< the modem has not seen the request
     BeforeReply,     ///< it is carried out, and not answered
     AfterReply,      ///< the answer is out, and its sender about to go on
-    Idle             ///< when deliveries are waited for or time is told to pass
+    Idle             ///< when time is told to pass (ModemEmulator::passTime)
 };
 
 struct Consequence {

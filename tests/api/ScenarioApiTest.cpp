@@ -211,21 +211,21 @@ protected:
     void playARound() {
         auto key = add("Internet");
         reached.add = key != nullptr;
-        settle();
+        letTimePass(milliseconds(1));
         if (key) {
             manager.modifyProfile(userName("me"), key);
-            settle();
+            letTimePass(milliseconds(1));
             const auto params = manager.getProfile(key);
             reached.modified = params && params->getUserName() == "me";
             reached.removed = manager.deleteProfile(key);
-            settle();
+            letTimePass(milliseconds(1));
         } else {
             reached.modified = reached.removed = false;
         }
         key = add("Other");
-        settle();
+        letTimePass(milliseconds(1));
         refresh();
-        settle();
+        letTimePass(milliseconds(1));
     }
     /// Profile and access point name, as the modem and as the library see it.
     using Known = std::multimap<int, std::string>;
