@@ -15,7 +15,7 @@ namespace {
 using Json = nlohmann::json;
 using std::chrono::milliseconds;
 
-constexpr int64_t kLongestMs = 24 * 3600 * 1000;
+constexpr int64_t kLongestMs = int64_t{24} * 3600 * 1000;
 
 [[noreturn]] void fail(const std::string& where, const std::string& what) {
     throw ScenarioFileError((where.empty() ? "the file" : where) + ": " + what);

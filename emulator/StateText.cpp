@@ -218,7 +218,7 @@ public:
 
     /// A text that may be given in hexadecimal digits.
     std::string text(size_t most) const {
-        const std::string text = json.is_object() ? decoded() : string();
+        std::string text = json.is_object() ? decoded() : string();
         if (text.size() > most) {
             refuse(std::to_string(text.size()) + " bytes are more than " + std::to_string(most));
         }
