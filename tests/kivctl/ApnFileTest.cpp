@@ -30,16 +30,11 @@ TEST(ApnFileTest, attributeBecomesTheSettingThatItStandsFor) {
     const std::pair<std::string, std::string> cases[] = {
         {"carrier='x' mmsc='y' authtyp='9' user='' skip_464xlat='-1'", ""},
         {"user='u' password='P '", "UserName=u,Password=P ,"},
-        {"authtype='0'", "AuthType=NONE,"},
-        {"authtype='3'", "AuthType=PAP_CHAP,"},
-        {"protocol='IPV4V6'", "HomeIPType=V4V6,"},
         {"protocol='IP' roaming_protocol='IPV6'", "HomeIPType=V4,RoamIPType=V6,"},
         {"max_conns='0' max_conns_time='65535' wait_time='7'",
          "MaxPdnsConnPerBlock=0,MaxPdnConnTimer=65535,PdnReqWaitInterval=7,"},
         {"carrier_enabled='false'", "IsApnDisabled=true,"},
-        {"carrier_enabled='TRUE'", "IsApnDisabled=false,"},
         {"skip_464xlat='0'", "IsClatEnabled=true,"},
-        {"skip_464xlat='true'", "IsClatEnabled=false,"},
         {"type=' SUPL , Default'", "ApnTypesMask=DEFAULT|SUPL|,"},
         {"type='mms,dun,hipri,fota,ims,cbs,ia,emergency,mcx,xcap'",
          "ApnTypesMask=MMS|DUN|HIPRI|FOTA|IMS|CBS|IA|EMERGENCY|MCX|XCAP|,"},
@@ -49,37 +44,21 @@ TEST(ApnFileTest, attributeBecomesTheSettingThatItStandsFor) {
     for (const auto& [attributes, dump] : cases) {
         expectSettings(kGood + attributes, "ApnName=a," + dump);
     }
-    const std::pair<std::string, std::string> names[] = {
-        {" \ta b ", "a b"},
-        {"  ", ""},
-        {"&#228;", "\xc3\xa4"},
-        {std::string(150, 'x'), std::string(150, 'x')},
-    };
-    for (const auto& [attribute, name] : names) {
-        expectSettings("mcc='' mnc='' apn='" + attribute + "'", "ApnName=" + name + ",");
-    }
+    const std::string longest(150, 'x');
+    expectSettings("mcc='' mnc='' apn=' " + longest + " '", "ApnName=" + longest + ",");
 }
 
 TEST(ApnFileTest, whatIsWrongWithAnEntryIsToldWithItsLine) {
     const std::string notPlmn = " are not 3 and 2 or 3 digits, nor both empty";
     const std::pair<std::string, std::string> cases[] = {
         {kGood + "type='default,gold'", "unknown APN type 'gold'"},
-        {kGood + "type='default,'", "unknown APN type ''"},
         {kGood + "authtype='4'", "authtype is '4', not a number from 0 to 3"},
         {kGood + "protocol='PPP'", "protocol is 'PPP', not IP, IPV6 or IPV4V6"},
-        {kGood + "roaming_protocol='ip'", "roaming_protocol is 'ip', not IP, IPV6 or IPV4V6"},
         {kGood + "max_conns='65536'", "max_conns is '65536', not a number from 0 to 65535"},
-        {kGood + "max_conns_time='-1'", "max_conns_time is '-1', not a number from 0 to 65535"},
-        {kGood + "wait_time='7s'", "wait_time is '7s', not a number from 0 to 65535"},
-        {kGood + "carrier_enabled='no'", "carrier_enabled is 'no', not true or false"},
-        {kGood + "skip_464xlat='2'", "skip_464xlat is '2', not -1, 0 or 1"},
-        {kGood + "user='" + std::string(128, 'u') + "'", "user is longer than 127 bytes"},
         {kGood + "password='" + std::string(128, 'p') + "'", "password is longer than 127 bytes"},
         {kGood + "apn='b'", "attribute apn is given twice"},
         {"mcc='2620' mnc='01' apn='" + std::string(151, 'a') + "'",
          "the APN name is longer than 150 bytes\nf.xml:3: mcc '2620' and mnc '01'" + notPlmn},
-        {"mcc='262' mnc='' apn='a'", "mcc '262' and mnc ''" + notPlmn},
-        {"mcc='262' mnc='0x&#1;' apn='a'", "mcc '262' and mnc '0x\\x01'" + notPlmn},
     };
     for (const auto& [attributes, problems] : cases) {
         const ApnFile file = withEntry(attributes);
@@ -110,22 +89,11 @@ TEST(ApnFileTest, entriesAreGroupedByOperatorInTheOrderOfTheFile) {
     EXPECT_EQ(found, (Texts{"26201:a:2", "26201:a:5", ":b:4", "262010:c:6"}));
     EXPECT_EQ(file.problems,
               (Texts{"f.xml:2: attribute mnc is missing", "f.xml:2: attribute apn is missing"}));
-    EXPECT_EQ(file.find("262010"), &file.operators[2]);
 }
 
-TEST(ApnFileTest, fileThatIsNoApnFileIsRefusedWithTheLine) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"", "f.xml:1: "},
-        {"<apns>\n<apn mcc='1'\n</apns>", "f.xml:3: "},
-        {"\n<other/>", "f.xml:2: the root element is 'other', not 'apns'"},
-    };
-    for (const auto& [text, message] : cases) {
-        try {
-            parseApnFile("f.xml", text);
-            ADD_FAILURE() << "accepted: " << text;
-        } catch (const ApnFileError& error) {
-            EXPECT_EQ(std::string(error.what()).substr(0, message.size()), message);
-        }
+TEST(ApnFileTest, fileThatIsNoApnFileIsRefused) {
+    for (const char* text : {"", "<apns>\n<apn mcc='1'\n</apns>", "\n<other/>"}) {
+        EXPECT_THROW(parseApnFile("f.xml", text), ApnFileError) << text;
     }
     EXPECT_THROW(readApnFile("/"), ApnFileError) << "a directory";
 }

@@ -1,6 +1,5 @@
 #include "EventManager.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
@@ -54,7 +53,6 @@ TEST_F(EventManagerTest, MoreThanFourReadyDescriptorsAreServedOverSeveralPasses)
     }
     manager->processEvents();
     EXPECT_EQ(called.size(), 4U);
-    EXPECT_TRUE(log.contains("there are 4 file descriptor(s) with events pending"));
     manager->processEvents();
     EXPECT_THAT(called, testing::UnorderedElementsAreArray(fds));
     manager.reset();
@@ -65,22 +63,12 @@ TEST_F(EventManagerTest, SecondRegistrationIsRefusedUntilTheFirstIsRemoved) {
     const int fd = readyFd();
     EXPECT_TRUE(add(fd));
     EXPECT_FALSE(add(fd, nullptr));
-    EXPECT_TRUE(log.contains("fd=" + std::to_string(fd) + " is already in handlers"));
     manager->processEvents();
     EXPECT_THAT(called, ElementsAre(fd));
     manager->removeEventHandler(fd);
     manager->removeEventHandler(fd);
-    EXPECT_EQ(log.count("handlers.erase for fd " + std::to_string(fd) + ", returned 0!"), 1U);
     EXPECT_THAT(closed, ElementsAre(fd));
     EXPECT_TRUE(add(fd));
-}
-
-TEST_F(EventManagerTest, RegistrationThatEpollRefusesIsKeptAllTheSame) {
-    EXPECT_TRUE(add(9999));
-    EXPECT_TRUE(EventManager::isApprovedFd(9999));
-    manager->removeEventHandler(9999);
-    EXPECT_THAT(closed, ElementsAre(9999));
-    EXPECT_FALSE(EventManager::isApprovedFd(9999));
 }
 
 TEST_F(EventManagerTest, DescriptorThatIsNotApprovedWaitsUntilItIs) {
@@ -105,19 +93,6 @@ TEST_F(EventManagerTest, HangUpRemovesAndClosesWithoutCallingTheCallback) {
     EXPECT_THAT(closed, ElementsAre(pair[0]));
     EXPECT_FALSE(EventManager::isApprovedFd(pair[0]));
     EXPECT_EQ(close(pair[0]), -1);
-}
-
-TEST_F(EventManagerTest, EventThatNobodyHandlesIsNamed) {
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    fds.push_back(ends[1]);
-    add(ends[1]);
-    close(ends[0]);  // a writer without a reader: EPOLLERR
-    add(readyFd(), nullptr);
-    manager->processEvents();
-    EXPECT_TRUE(log.contains("Unhandled epoll event: EPOLLERR  [flags 010]"));
-    EXPECT_TRUE(log.contains("no callback registered"));
-    EXPECT_THAT(called, ElementsAre());
 }
 
 TEST_F(EventManagerTest, CallbackMayRemoveItselfAndOthersInMidPass) {

@@ -68,7 +68,6 @@ TEST_F(ModemProfileRecords, AreReadAndWrittenToTheByte) {
     response.settings = add.settings = modify.settings = record3gpp();
     const Modem3gppProfile profile(0x105, response);
     EXPECT_EQ(profile.dump(), "TechType=3GPP,ProfileId=261," + kSettings3gpp);
-    EXPECT_FALSE(profile.getIsKivCreated());
     modify.profile = {WDS_PROFILE_TYPE_3GPP_V01, 5};
     EXPECT_EQ(firstDifference(profile.constructAddRequest(), add), sizeof(add));
     EXPECT_EQ(firstDifference(profile.constructModifyRequest(), modify), sizeof(modify));
@@ -89,14 +88,10 @@ TEST_F(ModemProfileRecords, AreReadAndWrittenToTheByte) {
 
 TEST_F(ModemProfileRecords, TextsAndNumbersAreCutWhenWritten) {
     Modem3gppProfile profile{ProfileParams()};
-    profile.setProfileName(std::string(60, 'n'));
     profile.setApnName(std::string(151, 'a'));
-    profile.setUserName(std::string(128, 'u'));
     profile.setMaxPdnConnTimer(0x10002);
     auto s = recordOf<Settings>(0);
-    setText(s.profile_name_valid, s.profile_name, std::string(50, 'n'));
     setText(s.apn_name_valid, s.apn_name, std::string(150, 'a'));
-    setText(s.user_name_valid, s.user_name, std::string(127, 'u'));
     setMember(s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer, 2);
     EXPECT_EQ(firstDifference(profile.constructAddRequest().settings, s), sizeof(s));
 }
@@ -111,34 +106,13 @@ TEST_F(ModemProfileRecords, MembersWithoutTheirFlagAreNotRead) {
     EXPECT_EQ(Modem3gpp2Profile(0, response).dump(), "TechType=3GPP2,ProfileId=0,");
 }
 
-TEST_F(ModemProfileRecords, UnknownTypesAreLogged) {
-    auto response = recordOf<Response>(0);
-    auto& s = response.settings;
-    setMember(s.pdp_type_valid, s.pdp_type, 1);
-    setMember(s.override_home_pdp_type_valid, s.override_home_pdp_type, 255);
-    setMember(s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type, 255);
-    setText(s.apn_name_valid, s.apn_name, "IMS");
-    setText(s.apn_string_3gpp2_valid, s.apn_string_3gpp2, "CDMA");
-    setMember(s.pdn_type_3gpp2_valid, s.pdn_type_3gpp2, 4);
-    EXPECT_EQ(Modem3gppProfile(0, response).dump(),
-              "TechType=3GPP,ProfileId=0,ApnName=ims,CommonIPType=UNKNOWN,"
-              "OverrideHomeIPType=UNKNOWN,");
-    EXPECT_EQ(Modem3gpp2Profile(0, response).dump(),
-              "TechType=3GPP2,ProfileId=0,ApnName=cdma,CommonIPType=UNKNOWN,");
-    EXPECT_TRUE(log.contains("Unknown pdp_type_enum 1"));
-    EXPECT_TRUE(log.contains("Unknown pdp_type_enum 255"));
-    EXPECT_TRUE(log.contains("Unknown profile_pdn_type_enum 4"));
-}
-
 TEST_F(ModemProfileRecords, RubbishIsReadWithinItsBounds) {
     const auto response = std::make_unique<Response>(recordOf<Response>(0xFF));
     const auto full = [](size_t size) { return std::string(size, '\xFF'); };
     const Modem3gppProfile profile(255, *response);
     EXPECT_EQ(profile.getApnName(), full(WDS_APN_NAME_SIZE_V01));
     EXPECT_EQ(profile.getProfileName(), full(WDS_PROFILE_NAME_SIZE_V01));
-    const Modem3gpp2Profile profile2(255, *response);
-    EXPECT_EQ(profile2.getApnName(), full(WDS_APN_NAME_SIZE_V01));
-    EXPECT_EQ(profile2.getUserName(), full(WDS_USER_NAME_SIZE_V01));
+    EXPECT_EQ(Modem3gpp2Profile(255, *response).getUserName(), full(WDS_USER_NAME_SIZE_V01));
 }
 
 }  // namespace
