@@ -89,6 +89,20 @@ TEST_F(UtilTest, SetupDataCallRewritesWhatItFindsIfUpdatesAreAllowed) {
     EXPECT_EQ(settings(1).apn_type_mask, WDS_APN_TYPE_MASK_MMS_V01);
 }
 
+TEST_F(UtilTest, SetupDataCallLooksAtTheUserNameFor3gpp2Only) {
+    wds_profile_settings_type_v01 stored{};
+    stored.user_id_3gpp2_valid = 1;
+    strcpy(stored.user_id_3gpp2, "other");
+    has(stored, k3gpp2);
+    has(settings3gpp(""));
+    load();
+    ProfileParams wanted;
+    wanted.setUserName("me");
+    EXPECT_EQ(id(util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, wanted)), 1);
+    EXPECT_EQ(id(util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp2, wanted)), 1);
+    EXPECT_TRUE(log.contains("setupDataCall profile added"));
+}
+
 TEST_F(UtilTest, EmergencyTakesByNameThenAnyThenCreatesAPersistentOne) {
     has(settings3gpp("sos"));  // which is no emergency profile
     load();

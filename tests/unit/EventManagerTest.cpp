@@ -95,6 +95,18 @@ TEST_F(EventManagerTest, HangUpRemovesAndClosesWithoutCallingTheCallback) {
     EXPECT_EQ(close(pair[0]), -1);
 }
 
+TEST_F(EventManagerTest, EventThatNobodyHandlesIsNamed) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    fds.push_back(ends[1]);
+    add(ends[1]);
+    close(ends[0]);  // a writer without a reader: EPOLLERR
+    add(readyFd(), nullptr);
+    manager->processEvents();
+    EXPECT_TRUE(log.contains("Unhandled epoll event: EPOLLERR  [flags 010]"));
+    EXPECT_TRUE(log.contains("no callback registered"));
+}
+
 TEST_F(EventManagerTest, CallbackMayRemoveItselfAndOthersInMidPass) {
     // Whichever comes first removes both; the second is then looked up in vain.
     const auto removeAll = [](int fd, void* data) {

@@ -111,6 +111,13 @@ TEST_F(ProfileCacheTest, AddCreatesNamesAndExpectsItsOwnIndications) {
     serveUntil(kConfirmed, 5);
 }
 
+TEST_F(ProfileCacheTest, EveryAddTakesATokenAlsoOneThatFails) {
+    const auto first = cache->add(addParams("a"));
+    refuse(RAV_WDS_CREATE_PROFILE_REQ_V01);
+    EXPECT_FALSE(cache->add(addParams("b")));
+    EXPECT_EQ(cache->add(addParams("c"))->getToken(), first->getToken() + 2);
+}
+
 TEST_F(ProfileCacheTest, ModifySendsOnlyWhatChangesAndHidesTheModemsRefusal) {
     const auto key = cache->add(addParams("apn"));
     EXPECT_TRUE(cache->modify(userName("u"), key));
