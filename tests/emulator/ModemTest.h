@@ -67,8 +67,6 @@ public:
         EXPECT_EQ(rav_client_register_error_cb(handle, onError, this), RAV_CLIENT_OK);
     }
     ~TestClient() { release(); }
-    TestClient(const TestClient&) = delete;
-    TestClient& operator=(const TestClient&) = delete;
 
     int init(const rav_service_info& info) {
         return rav_client_init(&info, service(), onIndication, this, &parameters, &handle);
@@ -131,21 +129,21 @@ private:
     static void onIndication(rav_client_type client, unsigned id, void* bytes, unsigned length,
                              void* data) {
         auto* const self = static_cast<TestClient*>(data);
+        static const char* const kChanges[] = {"?", "created", "deleted", "modified"};
         wds_profile_changed_ind_msg_v01 message{};
-        std::string line = "undecodable";
-        if (rav_client_message_decode(client, RAV_MESSAGE_INDICATION, id, bytes, length, &message,
-                                      sizeof(message)) == RAV_CLIENT_OK) {
-            static const char* const kChanges[] = {"?", "created", "deleted", "modified"};
-            const auto& change = message.profile_changed;
-            line = change.profile_type == k3gpp ? "3gpp " : "3gpp2 ";
-            line += std::to_string(change.profile_index) + " " + kChanges[change.change % 4];
-        }
+        EXPECT_EQ(rav_client_message_decode(client, RAV_MESSAGE_INDICATION, id, bytes, length,
+                                            &message, sizeof(message)),
+                  RAV_CLIENT_OK);
+        const auto& change = message.profile_changed;
+        const std::string line = (change.profile_type == k3gpp ? "3gpp " : "3gpp2 ") +
+                                 std::to_string(change.profile_index) + " " +
+                                 kChanges[change.change % 4];
         self->events.add(line);
         self->onEachIndication();
     }
     static void onError(rav_client_type, int error, void* data) {
-        static_cast<TestClient*>(data)->events.add(
-            error == RAV_CLIENT_ERR_SERVICE_GONE ? "gone" : "other error");
+        EXPECT_EQ(error, RAV_CLIENT_ERR_SERVICE_GONE);
+        static_cast<TestClient*>(data)->events.add("gone");
     }
 
     rav_client_os_params parameters{};

@@ -32,10 +32,12 @@ protected:
         std::fclose(out);
         return status;
     }
-    std::string contentsOfJournal() const {
-        std::ostringstream text;
-        text << std::ifstream(journal).rdbuf();
-        return text.str();
+    /// What the run wrote, in a process of its own as the tool has.
+    std::string journalOf(const std::string& text, int status) {
+        EXPECT_EXIT(std::exit(provision(text)), testing::ExitedWithCode(status), "") << text;
+        std::ostringstream written;
+        written << std::ifstream(journal).rdbuf();
+        return written.str();
     }
 
     // The same names in the processes that the test starts.
@@ -49,8 +51,6 @@ TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachT
         int status;
     } kCases[] = {
         {"{}", kOk},
-        {R"({"startsAfterMs": 4000})", kOk},
-        {R"({"faults": [{"request": "create", "drop": true}]})", kFailed},
         {R"({"faults": [{"probability": 0.3, "drop": true}],
              "events": [{"atMs": 900, "do": "createProfile", "apn": "foreign"}]})",
          kFailed},
@@ -61,11 +61,7 @@ TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachT
         {R"({"neverStarts": 1})", kCannotRead},
     };
     for (const auto& c : kCases) {
-        // A process of its own for each run, as the tool has.
-        EXPECT_EXIT(std::exit(provision(c.text)), testing::ExitedWithCode(c.status), "");
-        const std::string first = contentsOfJournal();
-        EXPECT_EXIT(std::exit(provision(c.text)), testing::ExitedWithCode(c.status), "");
-        EXPECT_EQ(contentsOfJournal(), first) << c.text;
+        EXPECT_EQ(journalOf(c.text, c.status), journalOf(c.text, c.status));
     }
 }
 
