@@ -15,16 +15,13 @@ std::string decode(rav_client_type client, const Bytes& bytes) {
     // A block of exactly the length, so that a read beyond it is found out.
     const std::unique_ptr<unsigned char[]> copy(new unsigned char[bytes.size()]);
     std::copy(bytes.begin(), bytes.end(), copy.get());
-    wds_profile_changed_ind_msg_v01 message;
+    wds_profile_changed_ind_msg_v01 message{};
     const int result = rav_client_message_decode(
         client, RAV_MESSAGE_INDICATION, RAV_WDS_PROFILE_CHANGED_IND_V01, copy.get(),
         static_cast<unsigned>(bytes.size()), &message, sizeof(message));
-    if (result != RAV_CLIENT_OK) {
-        return result == RAV_CLIENT_ERR_MALFORMED ? "malformed" : "invalid";
-    }
     const auto& change = message.profile_changed;
-    if (!message.profile_changed_valid) {
-        return "nothing";
+    if (result != RAV_CLIENT_OK || !message.profile_changed_valid) {
+        return result == RAV_CLIENT_OK ? "nothing" : "malformed";
     }
     return std::to_string(change.profile_type) + " " + std::to_string(change.profile_index) + " " +
            std::to_string(change.change);

@@ -101,8 +101,7 @@ public:
         const wds_bind_subscription_req_msg_v01 bind{1};
         ask(RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, bind, response);
         wds_indication_register_req_msg_v01 indications{};
-        indications.report_profile_changes_valid = 1;
-        indications.report_profile_changes = 1;
+        indications.report_profile_changes_valid = indications.report_profile_changes = 1;
         ask(RAV_WDS_INDICATION_REGISTER_REQ_V01, indications, response);
     }
     /// Reports the changes of what is wanted; of everything if nothing is listed.

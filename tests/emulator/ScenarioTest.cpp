@@ -90,7 +90,6 @@ TEST_F(ScenarioTest, FilesAreRefusedForWhatIsNotKnownToTheLastMember) {
         {R"({"sed": 1})", "sed: unknown"},
         {R"({"seed": 1, "seed": 2})", "seed: given twice"},
         {R"({"seed": -1})", "seed: not a whole number from 0 to 18446744073709551615"},
-        {R"({"neverStarts": 1})", "neverStarts: neither true nor false"},
         {R"({"faults": [{}, {"nth": 0}]})", "faults[1].nth: not a whole number from 1"},
         {R"({"faults": [{"request": "creat"}]})", "faults[0].request: not one of any, bind"},
         {R"({"faults": [{"then": [{"when": "idle"}]}]})", "faults[0].then[0].do: missing"},
@@ -141,7 +140,6 @@ TEST_F(ScenarioTest, TheJournalTellsEveryMessageAndEventButNoPassword) {
     EXPECT_EQ(lines[9],
               R"({"us":5000,"direction":"response","client":1,"message":"create","id":39,)"
               R"("transport":0,"result":0,"error":0,"members":{"profile":{"type":0,"index":1}}})");
-    EXPECT_EQ(lines[11], R"({"us":5000,"direction":"error","client":1,"what":"service gone"})");
     EXPECT_FALSE(modem().startJournal(path + "/none"));
 }
 

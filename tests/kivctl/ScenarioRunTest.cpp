@@ -46,10 +46,7 @@ protected:
 };
 
 TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachTime) {
-    const struct {
-        const char* text;
-        int status;
-    } kCases[] = {
+    const std::pair<const char*, int> kCases[] = {
         {"{}", kOk},
         {R"({"faults": [{"probability": 0.3, "drop": true}],
              "events": [{"atMs": 900, "do": "createProfile", "apn": "foreign"}]})",
@@ -60,8 +57,8 @@ TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachT
         {R"({"neverStarts": true})", kModemUnreachable},
         {R"({"neverStarts": 1})", kCannotRead},
     };
-    for (const auto& c : kCases) {
-        EXPECT_EQ(journalOf(c.text, c.status), journalOf(c.text, c.status));
+    for (const auto& [text, status] : kCases) {
+        EXPECT_EQ(journalOf(text, status), journalOf(text, status));
     }
 }
 
