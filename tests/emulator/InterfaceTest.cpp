@@ -61,16 +61,15 @@ TEST_F(InterfaceTest, HandlesThatAreNoneAreRefused) {
     TestClient released;
     EXPECT_EQ(released.release(), RAV_CLIENT_OK);
     TestClient open;
-    const auto onError = [](auto...) {};
-    const auto onNotify = [](auto...) {};
+    const auto callback = [](auto...) {};
     for (const rav_client_type handle : {rav_client_type(), released.handle, notifier}) {
         unsigned char in[4]{}, out[8];
         EXPECT_EQ(sendTo(handle, kBind, in, 4, out, 8), RAV_CLIENT_ERR_INVALID);
         EXPECT_EQ(decode(handle, {}), decode(open.handle, {})) << "decoding needs no client";
-        EXPECT_EQ(rav_client_register_error_cb(handle, onError, nullptr), RAV_CLIENT_ERR_INVALID);
+        EXPECT_EQ(rav_client_register_error_cb(handle, callback, nullptr), RAV_CLIENT_ERR_INVALID);
         EXPECT_EQ(rav_client_release(handle),
                   handle == notifier ? RAV_CLIENT_OK : RAV_CLIENT_ERR_INVALID);
-        EXPECT_EQ(rav_client_register_notify_cb(handle, onNotify, nullptr), RAV_CLIENT_ERR_INVALID);
+        EXPECT_EQ(rav_client_register_notify_cb(handle, callback, nullptr), RAV_CLIENT_ERR_INVALID);
     }
     EXPECT_EQ(modem().openClients(), 1U);
 }

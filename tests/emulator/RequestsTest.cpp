@@ -28,36 +28,22 @@ protected:
         const wds_get_profile_settings_req_msg_v01 request{{type, index}};
         return client.ask(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01, request, got);
     }
-    uint32_t list(wds_profile_type_enum_v01 type) {
-        wds_get_profile_list_req_msg_v01 request{};
-        request.profile_type_valid = 1;
-        request.profile_type = type;
-        return client.ask(RAV_WDS_GET_PROFILE_LIST_REQ_V01, request, listed);
-    }
-
     TestClient client;
     wds_get_profile_settings_resp_msg_v01 got;
-    wds_get_profile_list_resp_msg_v01 listed;
 };
 
 TEST_F(RequestsTest, TablesGiveOutTheLowestFreeIndexUntilTheyAreFull) {
-    struct {
-        wds_profile_type_enum_v01 type;
-        uint8_t first, freed;
-    } const kCases[] = {{k3gpp, 1, 200}, {k3gpp2, 0, 0}};
-    for (const auto& c : kCases) {
+    for (const auto& [type, first] : {std::pair(k3gpp, 1U), std::pair(k3gpp2, 0U)}) {
         for (unsigned i = 0; i < 255; ++i) {
-            ASSERT_EQ(client.create(c.type), WDS_ERR_NONE_V01);
-            ASSERT_EQ(client.created.profile.profile_index, c.first + i);
+            ASSERT_EQ(client.create(type), WDS_ERR_NONE_V01);
+            ASSERT_EQ(client.created.profile.profile_index, first + i);
         }
-        EXPECT_EQ(client.create(c.type), WDS_ERR_PROFILE_TABLE_FULL_V01);
-        EXPECT_EQ(remove(c.type, c.freed), WDS_ERR_NONE_V01);
-        EXPECT_EQ(client.create(c.type), WDS_ERR_NONE_V01);
-        EXPECT_EQ(client.created.profile.profile_index, c.freed);
-        EXPECT_EQ(list(c.type), WDS_ERR_NONE_V01);
-        EXPECT_EQ(listed.profile_list_len, 255U);
-        EXPECT_TRUE(modem().setCapacity(c.type, 0));
-        EXPECT_EQ(modem().profiles(c.type).size(), 255U) << "what is there is kept";
+        EXPECT_EQ(client.create(type), WDS_ERR_PROFILE_TABLE_FULL_V01);
+        EXPECT_EQ(remove(type, 200), WDS_ERR_NONE_V01);
+        EXPECT_EQ(client.create(type), WDS_ERR_NONE_V01);
+        EXPECT_EQ(client.created.profile.profile_index, 200);
+        EXPECT_TRUE(modem().setCapacity(type, 0));
+        EXPECT_EQ(modem().profiles(type).size(), 255U) << "what is there is kept";
     }
 }
 

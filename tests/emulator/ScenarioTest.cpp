@@ -133,10 +133,6 @@ TEST_F(ScenarioTest, TheJournalTellsEveryMessageAndEventButNoPassword) {
               R"({"us":0,"direction":"request","client":1,"message":"create","id":39,"members":)"
               R"({"profile_type":0,"settings":{"apn_name":"\"é\n",)"
               R"("password":"***"}}})");
-    EXPECT_EQ(lines[7],
-              R"({"us":0,"direction":"indication","client":1,"message":"profileChanged","id":168,)"
-              R"("members":{"type":0,"index":1,"change":1},)"
-              R"("bytes":"100c00000000000100000001000000"})");
     EXPECT_EQ(lines[9],
               R"({"us":5000,"direction":"response","client":1,"message":"create","id":39,)"
               R"("transport":0,"result":0,"error":0,"members":{"profile":{"type":0,"index":1}}})");
