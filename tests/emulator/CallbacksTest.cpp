@@ -8,12 +8,6 @@ using testing::IsEmpty;
 
 using CallbacksTest = ModemTest;
 
-void onNotify(rav_client_type, rav_service_object_type object, rav_client_notify_event_type event,
-              void* data) {
-    EXPECT_EQ(object, service());
-    static_cast<Events*>(data)->add(event == RAV_CLIENT_SERVICE_APPEARED ? "up" : "down");
-}
-
 TEST_F(CallbacksTest, IndicationsFollowTheConfiguredList) {
     using Lines = std::vector<std::string>;
     const Lines k3gppLines{"3gpp 1 created", "3gpp 1 modified"};
@@ -47,12 +41,6 @@ TEST_F(CallbacksTest, IndicationsFollowTheConfiguredList) {
 }
 
 TEST_F(CallbacksTest, ARestartDropsTransientProfilesAndClients) {
-    Events notifications;
-    rav_client_os_params parameters{};
-    rav_client_type notifier = nullptr;
-    EXPECT_EQ(rav_client_notifier_init(service(), &parameters, &notifier), RAV_CLIENT_OK);
-    EXPECT_EQ(rav_client_register_notify_cb(notifier, onNotify, &notifications), RAV_CLIENT_OK);
-    notifications.waitForCount(1);
     TestClient client;
     client.registerForEverything();
     modem().createProfile(k3gpp, {}, false);
@@ -62,8 +50,6 @@ TEST_F(CallbacksTest, ARestartDropsTransientProfilesAndClients) {
     modem().deleteProfile(k3gpp, 2);
     EXPECT_TRUE(modem().waitForDeliveries(kPatience));
 
-    EXPECT_EQ(rav_client_release(notifier), RAV_CLIENT_OK);
-    EXPECT_THAT(notifications.all(), ElementsAre("up", "down", "up"));
     EXPECT_EQ(client.events.all().back(), "gone");
     EXPECT_THAT(modem().profiles(k3gpp), IsEmpty());
     EXPECT_EQ(client.sendCreate(k3gpp), RAV_CLIENT_ERR_SERVICE_GONE);
