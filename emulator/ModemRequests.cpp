@@ -232,7 +232,10 @@ void Modem::giveUp(const TransactionPointer& transaction, int result) {
     if (!transaction->isCounted) {
         letGo(*transaction);
     }
-    modemThread.post([=, this] { afterCallbacks(transaction, &Modem::finish); });
+    // A rewrite that was not run goes with the task, since what it holds is foreign code's.
+    modemThread.post([=, this, unused = std::exchange(transaction->fault.rewrite, nullptr)] {
+        afterCallbacks(transaction, &Modem::finish);
+    });
 }
 
 void Modem::abandonRequests(rav_client_type client, int result) {

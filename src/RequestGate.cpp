@@ -9,6 +9,14 @@
 
 namespace kiv {
 
+namespace {
+
+/// How many engines this thread is taking down. It waits for the end of none meanwhile, since
+/// another thread that takes one down may be waiting for its.
+thread_local int enginesTakenDown = 0;
+
+}  // namespace
+
 RequestGate::RequestGate(ClientRequestManager& engine) : owner(getpid()), engine(&engine) {}
 
 std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientRequest> request) {
@@ -47,11 +55,11 @@ void RequestGate::leave() {
 }
 
 void RequestGate::waitUntilGone() {
-    if (NoWaitScope::isActive()) {
+    if (NoWaitScope::isActive() || enginesTakenDown > 0) {
         return;
     }
     WaitLock lock(mutex);
-    while (engine == nullptr && !gone && closer != std::this_thread::get_id()) {
+    while (engine == nullptr && !gone) {
         lock.wait(changed);
     }
 }
@@ -59,7 +67,8 @@ void RequestGate::waitUntilGone() {
 void RequestGate::close() {
     std::lock_guard lock(mutex);
     engine = nullptr;
-    closer = std::this_thread::get_id();
+    closed = true;
+    ++enginesTakenDown;
 }
 
 void RequestGate::waitUntilEmpty() {
@@ -71,6 +80,9 @@ void RequestGate::waitUntilEmpty() {
 
 void RequestGate::finish() {
     std::lock_guard lock(mutex);
+    if (closed) {
+        --enginesTakenDown;
+    }
     engine = nullptr;
     gone = true;
     changed.notify_all();

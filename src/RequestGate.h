@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "ThreadSafety.h"
 
@@ -39,7 +38,7 @@ public:
     void close() KIV_EXCLUDES(mutex);
     /// Waits until those who are inside have left. Not for a thread that is inside itself.
     void waitUntilEmpty() KIV_EXCLUDES(mutex);
-    /// The engine is gone.
+    /// The engine is gone. On the thread that closed the gate, if it was closed.
     void finish() KIV_EXCLUDES(mutex);
 
     /// False in a forked child of the process that made the engine.
@@ -59,7 +58,7 @@ private:
     std::condition_variable changed;
     ClientRequestManager* engine KIV_GUARDED_BY(mutex);
     int inside KIV_GUARDED_BY(mutex) = 0;
-    std::thread::id closer KIV_GUARDED_BY(mutex);
+    bool closed KIV_GUARDED_BY(mutex) = false;
     bool gone KIV_GUARDED_BY(mutex) = false;
 };
 
