@@ -239,6 +239,16 @@ TEST_F(ProfileCacheTest, ListenersOfLiveKeysHearThatTheProfileWent) {
     EXPECT_THAT(heard, ElementsAre(1, 3, 4));
 }
 
+TEST_F(ProfileCacheTest, AStreamOfIndicationsLeavesTurnsToOthers) {
+    for (int i = 0; i < 6; ++i) {
+        modem().sendProfileChanged({WDS_PROFILE_TYPE_3GPP_V01, 9, WDS_PROFILE_CHANGE_DELETED_V01});
+    }
+    ASSERT_TRUE(modem().waitForDeliveries(test::kPatience));
+    events.processEvents();
+    EXPECT_EQ(log.count(kUpdating), 4U);
+    serveUntil(kUpdating, 6);
+}
+
 TEST_F(ProfileCacheTest, IndicationsThatSayNothingAreLoggedAndDropped) {
     const std::vector<std::byte> empty = {std::byte{0x7F}, std::byte{0}, std::byte{0}};
     modem().sendIndication(RAV_WDS_PROFILE_CHANGED_IND_V01, empty);
