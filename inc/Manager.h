@@ -31,8 +31,8 @@ class ClientResponse;
 /// Blocking: the profile operations wait until the worker thread has answered. Each request to
 /// the modem that this takes lasts at most 1000 ms. dump waits for nobody.
 /// Re-entrancy: on the worker thread, that is inside an expiration listener, the operations but
-/// dump return the empty result at once and log an error; so does init. In a forked child they
-/// return the empty result too, until the child calls init.
+/// dump return the empty result at once and log an error; so does init. In a child
+/// that is forked after init, all operations return the empty result, and nothing is logged.
 ///
 /// Nothing is thrown but by init. A failure shows as the empty result (no key, false, no keys, no
 /// value); its reason is in the log.

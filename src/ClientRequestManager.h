@@ -50,9 +50,6 @@ public:
     /// The cache's dump. Any thread; does not wait for the worker.
     std::vector<std::string> dump() { return profileCache.dump(); }
 
-    /// False in a forked child, where the worker thread does not exist.
-    bool isOfThisProcess() const { return gate.get()->isOfThisProcess(); }
-
 private:
     void runKivThread();
     static void handleClientRequest(int fd, void* arg);

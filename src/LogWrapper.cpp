@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "ForkedChild.h"
 #include "LocalLogBuffer.h"
 #include "NeverDestroyed.h"
 #include "diag_log.h"
@@ -37,6 +38,9 @@ LogWrapper& LogWrapper::getInstance() {
 }
 
 void LogWrapper::setLogWriter(std::unique_ptr<LogWriter> newWriter) {
+    if (isForkedChild()) {
+        return;
+    }
     std::shared_ptr<LogWriter> previous = std::move(newWriter);
     {
         std::lock_guard lock(writerMutex);
@@ -46,6 +50,9 @@ void LogWrapper::setLogWriter(std::unique_ptr<LogWriter> newWriter) {
 }
 
 void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
+    if (isForkedChild()) {
+        return;
+    }
     std::array<char, kMessageLimit + 1> message{};
     va_list arguments;
     va_start(arguments, format);

@@ -5,6 +5,7 @@
 #include "ClientRequest.h"
 #include "ClientRequestManager.h"
 #include "ClientResponse.h"
+#include "ForkedChild.h"
 #include "LocalLogBuffer.h"
 #include "LogWrapper.h"
 #include "NeverDestroyed.h"
@@ -27,10 +28,14 @@ Manager::Manager() { KIV_LOG(DEBUG, "kiv::Manager: constructor"); }
 Manager::~Manager() { stop(); }
 
 void Manager::init(int bindValue, bool useAdbLog) {
+    if (isForkedChild()) {
+        return;
+    }
     if (NoWaitScope::isActive()) {
         KIV_LOG(ERROR, "Manager::init on a thread that must not wait refused");
         return;
     }
+    endLibraryInForkedChildren();
     std::unique_ptr<LogWriter> writer(useAdbLog ? static_cast<LogWriter*>(new AdbWriter)
                                                 : static_cast<LogWriter*>(new DiagWriter));
     LogWrapper::getInstance().setLogWriter(std::move(writer));
@@ -38,7 +43,12 @@ void Manager::init(int bindValue, bool useAdbLog) {
     replaceEngine(std::make_unique<ClientRequestManager>(bindValue));
 }
 
-void Manager::stop() { replaceEngine(nullptr); }
+void Manager::stop() {
+    // In a forked child the engine's descriptors are its parent's.
+    if (!isForkedChild()) {
+        replaceEngine(nullptr);
+    }
+}
 
 /// Destroys the engine of before, with no lock held.
 void Manager::replaceEngine(std::unique_ptr<ClientRequestManager> engine) {
@@ -46,9 +56,8 @@ void Manager::replaceEngine(std::unique_ptr<ClientRequestManager> engine) {
         std::lock_guard lock(engineMutex);
         clientRequestManager.swap(engine);
     }
-    // Where it can't be taken down it is left as it is: on the worker thread, if a listener ends
-    // the process, and in a forked child, whose parent goes on using the same descriptors.
-    if (engine && (NoWaitScope::isActive() || !engine->isOfThisProcess())) {
+    // On the worker thread, if a listener ends the process, it can't be taken down and is left.
+    if (NoWaitScope::isActive()) {
         static_cast<void>(engine.release());
     }
 }
@@ -62,6 +71,9 @@ Manager::RequestFunction Manager::getRequestFunction() {
 template <class Response>
 std::shared_ptr<Response> Manager::process(const char* operation, const char* failure,
                                            const std::shared_ptr<ClientRequest>& request) {
+    if (isForkedChild()) {
+        return nullptr;
+    }
     const RequestFunction processClientRequest = getRequestFunction();
     if (!processClientRequest) {
         KIV_LOG(ERROR, "Manager not initialized!");
@@ -129,6 +141,9 @@ void Manager::refresh(PDCRefreshStatus status) {
 }
 
 std::vector<std::string> Manager::dump() {
+    if (isForkedChild()) {
+        return {};
+    }
     std::vector<std::string> lines;
     {
         std::lock_guard lock(engineMutex);

@@ -1,10 +1,9 @@
 #include "RequestGate.h"
 
-#include <unistd.h>
-
 #include <utility>
 
 #include "ClientRequestManager.h"
+#include "ForkedChild.h"
 #include "NoWaitScope.h"
 
 namespace kiv {
@@ -17,11 +16,8 @@ thread_local int enginesTakenDown = 0;
 
 }  // namespace
 
-RequestGate::RequestGate(ClientRequestManager& engine) : owner(getpid()), engine(&engine) {}
-
 std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientRequest> request) {
-    // In a forked child the mutex may be held by a thread that was not forked along.
-    if (!isOfThisProcess()) {
+    if (isForkedChild()) {
         return nullptr;
     }
     std::shared_ptr<ClientResponse> response;
@@ -87,7 +83,5 @@ void RequestGate::finish() {
     gone = true;
     changed.notify_all();
 }
-
-bool RequestGate::isOfThisProcess() const { return getpid() == owner; }
 
 }  // namespace kiv

@@ -1,8 +1,6 @@
 #ifndef KIVR_SRC_REQUESTGATE_H
 #define KIVR_SRC_REQUESTGATE_H
 
-#include <sys/types.h>
-
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -27,7 +25,7 @@ class ClientResponse;
 /// Re-entrancy: no lock is held while the engine works.
 class RequestGate {
 public:
-    explicit RequestGate(ClientRequestManager& engine);
+    explicit RequestGate(ClientRequestManager& engine) : engine(&engine) {}
     RequestGate(const RequestGate&) = delete;
     RequestGate& operator=(const RequestGate&) = delete;
 
@@ -41,17 +39,11 @@ public:
     /// The engine is gone. On the thread that closed the gate, if it was closed.
     void finish() KIV_EXCLUDES(mutex);
 
-    /// False in a forked child of the process that made the engine.
-    bool isOfThisProcess() const;
-
 private:
     /// The engine to go on to, or null.
     ClientRequestManager* enter() KIV_EXCLUDES(mutex);
     void leave() KIV_EXCLUDES(mutex);
     void waitUntilGone() KIV_EXCLUDES(mutex);
-
-    // Constant.
-    const pid_t owner;
 
     // Guarded.
     std::mutex mutex;
