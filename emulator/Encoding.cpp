@@ -1,5 +1,7 @@
 #include "Encoding.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdint>
 
 namespace kiv::emulator {
@@ -64,6 +66,46 @@ bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_
         bytes = bytes.subspan(length);
     }
     return true;
+}
+
+std::string packBytes(std::span<const std::byte> bytes) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    constexpr size_t kShortestRun = 3;
+    std::string text;
+    while (!bytes.empty()) {
+        const auto value = std::to_integer<unsigned>(bytes[0]);
+        const auto end =
+            std::find_if(bytes.begin(), bytes.end(), [](std::byte b) { return b != std::byte{}; });
+        const auto zeros = static_cast<size_t>(end - bytes.begin());
+        const bool isRun = zeros >= kShortestRun;
+        if (isRun) {
+            text += '(' + std::to_string(zeros) + ')';
+        } else {
+            text += {kDigits[value >> 4], kDigits[value & 0xF]};
+        }
+        bytes = bytes.subspan(isRun ? zeros : 1);
+    }
+    return text;
+}
+
+std::optional<std::vector<std::byte>> unpackBytes(std::string_view text, size_t most) {
+    std::vector<std::byte> bytes;
+    while (!text.empty()) {
+        const bool isRun = text[0] == '(';
+        const size_t end = isRun ? text.find(')') : 2;
+        const std::string_view digits = text.substr(isRun ? 1 : 0, isRun ? end - 1 : end);
+        size_t value = 0;
+        const auto read =
+            std::from_chars(digits.data(), digits.data() + digits.size(), value, isRun ? 10 : 16);
+        const size_t added = isRun ? value : 1;
+        if (end > text.size() || digits.empty() || read.ec != std::errc() ||
+            read.ptr != digits.data() + digits.size() || added > most - bytes.size()) {
+            return std::nullopt;
+        }
+        bytes.resize(bytes.size() + added, isRun ? std::byte{} : static_cast<std::byte>(value));
+        text.remove_prefix(isRun ? end + 1 : end);
+    }
+    return bytes;
 }
 
 }  // namespace kiv::emulator

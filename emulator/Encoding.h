@@ -2,7 +2,10 @@
 #define EMULATOR_ENCODING_H
 
 #include <cstddef>
+#include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "wds_v01.h"
@@ -18,6 +21,14 @@ std::vector<std::byte> encodeChange(const wds_profile_changed_ind_type_v01& chan
 /// 0x10 the valid flag is 0, with several the last one counts. False for an element that ends
 /// beyond the bytes and for an element 0x10 of another length.
 bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_v01& message);
+
+/// Bytes as a text: two hexadecimal digits each, and a longer run of zeros as its length in
+/// parentheses, "0a(2019)ff".
+std::string packBytes(std::span<const std::byte> bytes);
+
+/// Reads such a text, which may be hostile; none for any other text, and for one that stands for
+/// more than so many bytes.
+std::optional<std::vector<std::byte>> unpackBytes(std::string_view text, size_t most);
 
 }  // namespace kiv::emulator
 

@@ -15,47 +15,12 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-const char* messageName(unsigned id) {
-    switch (id) {
-        case RAV_WDS_INDICATION_REGISTER_REQ_V01:
-            return "registerIndications";
-        case RAV_WDS_CREATE_PROFILE_REQ_V01:
-            return "create";
-        case RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01:
-            return "modify";
-        case RAV_WDS_DELETE_PROFILE_REQ_V01:
-            return "delete";
-        case RAV_WDS_GET_PROFILE_LIST_REQ_V01:
-            return "list";
-        case RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01:
-            return "get";
-        case RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01:
-            return "configureEvents";
-        case RAV_WDS_PROFILE_CHANGED_IND_V01:
-            return "profileChanged";
-        case RAV_WDS_BIND_SUBSCRIPTION_REQ_V01:
-            return "bind";
-        default:
-            return "unknown";
-    }
-}
-
 template <class Record>
 Record read(std::span<const std::byte> bytes) {
     Record record;
     std::memset(&record, 0, sizeof(record));
     std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof(record)));
     return record;
-}
-
-std::string hex(std::span<const std::byte> bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (const std::byte byte : bytes) {
-        text += {kDigits[std::to_integer<unsigned>(byte) >> 4],
-                 kDigits[std::to_integer<unsigned>(byte) & 0xF]};
-    }
-    return text;
 }
 
 /// A text of the modem may hold any bytes; those beyond ASCII are shown as Latin-1.
@@ -187,7 +152,51 @@ Json responseMembers(unsigned messageId, std::span<const std::byte> bytes, bool 
     return members;
 }
 
+/// Whether an answer holds a password.
+bool holdsSecret(unsigned messageId, std::span<const std::byte> bytes) {
+    if (messageId != RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
+        return false;
+    }
+    auto settings = read<wds_get_profile_settings_resp_msg_v01>(bytes).settings;
+    bool isHeld = false;
+    for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
+        forEachPresent(type, settings, [&](const PresentMember& member) {
+            isHeld = isHeld || (member.isSecret && member.value[0] != std::byte{});
+        });
+    }
+    return isHeld;
+}
+
 }  // namespace
+
+const char* messageName(unsigned id) {
+    switch (id) {
+        case RAV_WDS_INDICATION_REGISTER_REQ_V01:
+            return "registerIndications";
+        case RAV_WDS_CREATE_PROFILE_REQ_V01:
+            return "create";
+        case RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01:
+            return "modify";
+        case RAV_WDS_DELETE_PROFILE_REQ_V01:
+            return "delete";
+        case RAV_WDS_GET_PROFILE_LIST_REQ_V01:
+            return "list";
+        case RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01:
+            return "get";
+        case RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01:
+            return "configureEvents";
+        case RAV_WDS_PROFILE_CHANGED_IND_V01:
+            return "profileChanged";
+        case RAV_WDS_BIND_SUBSCRIPTION_REQ_V01:
+            return "bind";
+        default:
+            return "unknown";
+    }
+}
+
+std::string describeRequest(const Request& request, bool showSecrets) {
+    return requestMembers(request, showSecrets).dump();
+}
 
 bool Journal::open(const std::string& path, bool withSecrets, TimePoint now) {
     close();
@@ -224,7 +233,7 @@ void Journal::add(TimePoint now, const char* direction, unsigned client, Fill fi
 }
 
 void Journal::addRequest(TimePoint now, unsigned client, const Request& request) {
-    add(now, "request", client, [&](Json& line) {
+    add(now, kRequest, client, [&](Json& line) {
         line["message"] = messageName(request.messageId);
         line["id"] = request.messageId;
         line["members"] = requestMembers(request, showSecrets);
@@ -233,7 +242,7 @@ void Journal::addRequest(TimePoint now, unsigned client, const Request& request)
 
 void Journal::addResponse(TimePoint now, unsigned client, const Request& request,
                           std::span<const std::byte> response) {
-    add(now, "response", client, [&](Json& line) {
+    add(now, kResponse, client, [&](Json& line) {
         line["message"] = messageName(request.messageId);
         line["id"] = request.messageId;
         line["transport"] = request.transportResult;
@@ -243,13 +252,16 @@ void Journal::addResponse(TimePoint now, unsigned client, const Request& request
             if (request.result == WDS_RESULT_SUCCESS_V01) {
                 line["members"] = responseMembers(request.messageId, response, showSecrets);
             }
+            if (showSecrets || !holdsSecret(request.messageId, response)) {
+                line["bytes"] = packBytes(response);
+            }
         }
     });
 }
 
 void Journal::addIndication(TimePoint now, unsigned client, unsigned messageId,
                             std::span<const std::byte> bytes) {
-    add(now, "indication", client, [&](Json& line) {
+    add(now, kIndication, client, [&](Json& line) {
         line["message"] = messageName(messageId);
         line["id"] = messageId;
         wds_profile_changed_ind_msg_v01 message;
@@ -260,7 +272,7 @@ void Journal::addIndication(TimePoint now, unsigned client, unsigned messageId,
             members["change"] = static_cast<int>(change.change);
             line["members"] = std::move(members);
         }
-        line["bytes"] = hex(bytes);
+        line["bytes"] = packBytes(bytes);
     });
 }
 

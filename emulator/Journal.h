@@ -11,6 +11,32 @@
 
 namespace kiv::emulator {
 
+/// The direction of a line, with its name in the file.
+constexpr const char* kRequest = "request";
+constexpr const char* kResponse = "response";
+constexpr const char* kIndication = "indication";
+constexpr const char* kNotify = "notify";
+constexpr const char* kError = "error";
+constexpr const char* kOpen = "open";
+constexpr const char* kRelease = "release";
+constexpr const char* kEvent = "event";
+constexpr const char* kProgram = "program";
+
+/// What a notifier tells.
+constexpr const char* kAppeared = "appeared";
+constexpr const char* kDisappeared = "disappeared";
+
+/// What happens to the modem's power.
+constexpr const char* kServiceUp = "service up";
+constexpr const char* kServiceDown = "service down";
+constexpr const char* kServiceDownSilently = "service down, silently";
+
+/// The name of a message in the journal.
+const char* messageName(unsigned id);
+
+/// What a request says, as a JSON object.
+std::string describeRequest(const Request& request, bool showSecrets);
+
 /// Writes what passes between the modem and its clients, and what happens to the modem: one JSON
 /// object a line.
 ///
@@ -29,7 +55,8 @@ public:
                      std::span<const std::byte> response);
     void addIndication(TimePoint now, unsigned client, unsigned messageId,
                        std::span<const std::byte> bytes);
-    /// What a callback tells ("notify", "error"), or an event of the modem (client 0).
+    /// What is no message: a client that is opened or released, what a callback tells, and, for
+    /// client 0, what happens to the modem, of itself or by the program.
     void addEvent(TimePoint now, const char* direction, unsigned client, const std::string& what);
 
 private:

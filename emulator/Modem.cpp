@@ -30,7 +30,9 @@ int Modem::setNotifyCallback(rav_client_type notifier, rav_client_notify_cb call
     }
     client->notify = callback;
     client->userData = userData;
-    if (running) {
+    if (replay) {
+        playOn();
+    } else if (running) {
         postNotification(notifier, *client, RAV_CLIENT_SERVICE_APPEARED);
     }
     return RAV_CLIENT_OK;
@@ -66,7 +68,9 @@ int Modem::setErrorCallback(rav_client_type handle, rav_client_error_cb callback
     }
     client->error = callback;
     client->userData = userData;
-    if (client->isGone) {
+    if (isReplaying()) {
+        playOn();
+    } else if (client->isGone) {
         postError(handle, *client);
     }
     return RAV_CLIENT_OK;
@@ -81,8 +85,12 @@ bool Modem::isOpenClient(rav_client_type handle) const {
 int Modem::release(rav_client_type handle) {
     {
         std::lock_guard lock(mutex);
-        if (clients.erase(handle) == 0) {
+        const auto client = clients.extract(handle);
+        if (!client) {
             return RAV_CLIENT_ERR_INVALID;
+        }
+        if (journal.isOpen()) {
+            journal.addEvent(now(), kRelease, client.mapped().number, client.mapped().what());
         }
         abandonRequests(handle, RAV_CLIENT_ERR_INVALID);
     }
@@ -91,18 +99,21 @@ int Modem::release(rav_client_type handle) {
     return RAV_CLIENT_OK;
 }
 
-void Modem::startNow() {
+void Modem::startNow(const char* direction) {
     modemThread.forget(&startDelay);
     if (running) {
         return;
     }
     running = true;
     ++instance;
-    noteEvent("service up");
+    noteEvent(kServiceUp, direction);
     for (auto& [handle, client] : clients) {
-        if (client.isDeaf) {
-            client.isDeaf = false;
-            client.isGone = true;
+        const bool wasDeaf = std::exchange(client.isDeaf, false);
+        client.isGone = client.isGone || wasDeaf;
+        if (isReplaying()) {
+            continue;  // the journal has what they are told
+        }
+        if (wasDeaf) {
             abandonRequests(handle, RAV_CLIENT_ERR_SERVICE_GONE);
             postError(handle, client);
         }
@@ -110,25 +121,28 @@ void Modem::startNow() {
     }
 }
 
-void Modem::stopNow(bool silently) {
+void Modem::stopNow(bool silently, const char* direction) {
     modemThread.forget(&startDelay);
     if (!running) {
         return;
     }
     running = false;
-    noteEvent(silently ? "service down, silently" : "service down");
+    noteEvent(silently ? kServiceDownSilently : kServiceDown, direction);
     service.dropTransientProfiles();
-    if (!silently) {
+    if (!silently && !isReplaying()) {
         abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
     }
     for (auto& [handle, client] : clients) {
         client.session = {};
-        if (silently) {
-            client.isDeaf = !client.isNotifier && !client.isGone;
-        } else if (client.isNotifier) {
+        const bool losesService = !client.isNotifier && !client.isGone;
+        client.isDeaf = client.isDeaf || (silently && losesService);
+        client.isGone = client.isGone || (!silently && losesService);
+        if (silently || isReplaying()) {
+            continue;
+        }
+        if (client.isNotifier) {
             postNotification(handle, client, RAV_CLIENT_SERVICE_DISAPPEARED);
-        } else if (!client.isGone) {
-            client.isGone = true;
+        } else if (losesService) {
             postError(handle, client);
         }
     }
@@ -181,7 +195,7 @@ bool Modem::waitForDeliveries(TimePoint deadline) {
 
 bool Modem::useVirtualClock(bool on) {
     std::lock_guard lock(mutex);
-    if (running || !open.empty()) {
+    if (running || replay || !open.empty()) {
         return false;
     }
     std::lock_guard clockLock(clock.mutex);
@@ -219,9 +233,9 @@ bool Modem::finishJournal() {
     return journal.close();
 }
 
-void Modem::noteEvent(const std::string& what) {
+void Modem::noteEvent(const std::string& what, const char* direction) {
     if (journal.isOpen()) {
-        journal.addEvent(now(), "event", 0, what);
+        journal.addEvent(now(), direction, 0, what);
     }
 }
 
@@ -236,6 +250,10 @@ rav_client_type Modem::addClient(const Client& client) {
     lastHandle += kStep;
     const auto handle = reinterpret_cast<rav_client_type>(lastHandle);
     clients.emplace(handle, client).first->second.number = ++clientCount;
+    if (journal.isOpen()) {
+        journal.addEvent(now(), kOpen, clientCount, client.what());
+    }
+    playOn();
     return handle;
 }
 
@@ -261,7 +279,7 @@ void Modem::postNotification(rav_client_type handle, const Client& client,
              object = client.serviceObject, data = client.userData] {
                 noteCallback([&] {
                     const bool isUp = event == RAV_CLIENT_SERVICE_APPEARED;
-                    journal.addEvent(now(), "notify", number, isUp ? "appeared" : "disappeared");
+                    journal.addEvent(now(), kNotify, number, isUp ? kAppeared : kDisappeared);
                 });
                 notify(handle, object, event, data);
             },
@@ -273,7 +291,7 @@ void Modem::postError(rav_client_type handle, const Client& client) {
     if (client.error) {
         callbackThread.post(
             [this, handle, number = client.number, error = client.error, data = client.userData] {
-                noteCallback([&] { journal.addEvent(now(), "error", number, "service gone"); });
+                noteCallback([&] { journal.addEvent(now(), kError, number, "service gone"); });
                 error(handle, RAV_CLIENT_ERR_SERVICE_GONE, data);
             },
             {}, handle);
@@ -305,7 +323,7 @@ void Modem::reportChanges() {
 
 void Modem::deliverChange(const wds_profile_changed_ind_type_v01& change) {
     for (const auto& [handle, client] : clients) {
-        if (client.session.isReported(change)) {
+        if (!isReplaying() && client.session.isReported(change)) {
             postIndication(handle, client, RAV_WDS_PROFILE_CHANGED_IND_V01, encodeChange(change));
         }
     }

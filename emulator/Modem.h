@@ -14,6 +14,7 @@
 #include "FaultList.h"
 #include "Journal.h"
 #include "ModemEmulator.h"
+#include "Replay.h"
 #include "TaskQueue.h"
 #include "WdsService.h"
 
@@ -75,6 +76,8 @@ public:
     size_t openClients() const;
     bool startJournal(const std::string& path, bool showSecrets);
     bool finishJournal();
+    bool startReplay(const std::string& path, std::string& error);
+    std::optional<std::string> finishReplay();
 
     /// Runs an operation on the service, and reports the changes that it made.
     template <class Operation>
@@ -98,6 +101,8 @@ private:
         rav_client_ind_cb indicate = nullptr;
         void* indicationData = nullptr;
         Session session;
+
+        const char* what() const { return isNotifier ? "notifier" : "client"; }
     };
 
     /// A request on its way. The response belongs to the modem thread until the outcome is known,
@@ -113,6 +118,7 @@ private:
         Fault fault;
         std::vector<std::byte> response;
         uint64_t observerNumber = 0;  ///< whose it is: see observersSoFar
+        bool isTaken = false;         ///< by a replay, as the next request of the journal
         bool isDecided = false;       ///< the outcome is known
         bool isAnswered = false;      ///< and the sender may go on
         std::condition_variable answered;
@@ -140,9 +146,9 @@ private:
     void postError(rav_client_type handle, const Client& client);
     void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
                         const std::vector<std::byte>& bytes);
-    void noteEvent(const std::string& what);
-    void startNow();
-    void stopNow(bool silently);
+    void noteEvent(const std::string& what, const char* direction = kEvent);
+    void startNow(const char* direction = kEvent);
+    void stopNow(bool silently, const char* direction = kEvent);
     void reportChanges();
     void deliverChange(const wds_profile_changed_ind_type_v01& change);
     void deliverBytes(unsigned messageId, const std::vector<std::byte>& bytes);
@@ -156,6 +162,27 @@ private:
     /// Makes the indications that were to wait for the answer.
     void deliverHeld();
     void endScenario();
+
+    // A replay: what the modem does then comes from a journal alone.
+    bool isReplaying() const { return replay && !replay->firstDifference(); }
+    /// The program turned the power on or off.
+    void noteProgram(const char* what);
+    /// Plays the lines whose turn it is.
+    void playOn();
+    void playAt(std::chrono::milliseconds delay);
+    /// False if the line has to wait for the library or for the program.
+    bool playLine(const RecordedLine& line);
+    bool playCallback(const RecordedLine& line);
+    void playPower(const RecordedLine& line);
+    bool takeRecorded(const RecordedLine& line);
+    void answerAsRecorded(const RecordedLine& line);
+    void takeForReplay(const TransactionPointer& transaction);
+    void finishLater(const TransactionPointer& transaction);
+    /// Whether a callback runs, or is to run, that may do so before the next line.
+    bool waitsForCallbacks() const;
+    /// The modem is off from then on, until the replay is finished.
+    void endReplay();
+
     TransactionPointer postRequest(rav_client_type handle, const Client& client, unsigned messageId,
                                    std::vector<std::byte> request,
                                    std::chrono::milliseconds timeout);
@@ -197,6 +224,8 @@ private:
     uintptr_t lastHandle = 0;
     std::map<rav_client_type, Client> clients;
     Journal journal;
+    std::unique_ptr<Replay> replay;
+    std::vector<TransactionPointer> answeredInReplay;  ///< their senders are yet to go on
     unsigned clientCount = 0;
     FaultList faults;
     bool isStartDelayed = false;  ///< the next power-on is late, or never

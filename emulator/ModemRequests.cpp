@@ -75,6 +75,10 @@ void Modem::takeRequest(const TransactionPointer& transaction) {
     if (!client || client->isGone) {
         return;
     }
+    if (replay) {
+        takeForReplay(transaction);
+        return;
+    }
     if (journal.isOpen()) {
         journal.addRequest(now(), transaction->clientNumber, transaction->record);
     }

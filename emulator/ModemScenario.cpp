@@ -15,8 +15,10 @@ constexpr unsigned kUnknownMessage = 0x7FFF;
 
 void Modem::start() {
     std::lock_guard lock(mutex);
-    if (running || !std::exchange(isStartDelayed, false)) {
-        startNow();
+    if (replay) {
+        noteProgram(kServiceUp);
+    } else if (running || !std::exchange(isStartDelayed, false)) {
+        startNow(kProgram);
     } else if (startDelay) {
         perform({.kind = Action::Kind::PowerOff, .comesBackAfter = startDelay});
     }
@@ -24,11 +26,18 @@ void Modem::start() {
 
 void Modem::stop() {
     std::lock_guard lock(mutex);
-    stopNow(false);
+    if (replay) {
+        noteProgram(kServiceDown);
+    } else {
+        stopNow(false, kProgram);
+    }
 }
 
 void Modem::play(const Scenario& scenario) {
     std::lock_guard lock(mutex);
+    if (replay) {
+        return;
+    }
     faults.seed(scenario.seed);
     for (const Fault& fault : scenario.faults) {
         faults.add(fault);
@@ -59,7 +68,9 @@ void Modem::endScenario() {
 
 void Modem::performNow(const Action& action) {
     std::lock_guard lock(mutex);
-    perform(action);
+    if (!replay) {
+        perform(action);
+    }
 }
 
 void Modem::performAll(const Fault& fault, Moment moment) {
@@ -125,7 +136,7 @@ void Modem::perform(const Action& action) {
 
 void Modem::deliverBytes(unsigned messageId, const std::vector<std::byte>& bytes) {
     for (const auto& [handle, client] : clients) {
-        if (client.session.reportsChanges) {
+        if (!isReplaying() && client.session.reportsChanges) {
             postIndication(handle, client, messageId, bytes);
         }
     }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "CommandLine.h"
 
@@ -16,33 +17,40 @@ class ScenarioRunTest : public testing::Test {
 protected:
     ScenarioRunTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
     ~ScenarioRunTest() override {
-        std::remove(scenario.c_str());
-        std::remove(journal.c_str());
+        for (const std::string& file : {input, journal, replayed}) {
+            std::remove(file.c_str());
+        }
     }
-    int provision(const std::string& text) {
-        std::ofstream(scenario) << text;
+    int provision(std::vector<const char*> options) {
         const std::string apns =
             std::filesystem::path(__FILE__).parent_path() / "data" / "carriers.xml";
-        const char* const arguments[] = {"kivctl", "provision",  "--apns",         apns.c_str(),
-                                         "--all",  "--scenario", scenario.c_str(), "--seed",
-                                         "3",      "--journal",  journal.c_str()};
-        std::FILE* const out = std::tmpfile();
-        Output output(out, out);
-        const int status = runKivctl(std::size(arguments), arguments, output);
-        std::fclose(out);
-        return status;
+        options.insert(options.begin(), {"kivctl", "provision", "--apns", apns.c_str(), "--all",
+                                         "--show-secrets", "--journal"});
+        Output output(stderr, stderr);
+        return runKivctl(static_cast<int>(options.size()), options.data(), output);
     }
-    /// What the run wrote, in a process of its own as the tool has.
-    std::string journalOf(const std::string& text, int status) {
-        EXPECT_EXIT(std::exit(provision(text)), testing::ExitedWithCode(status), "") << text;
-        std::ostringstream written;
-        written << std::ifstream(journal).rdbuf();
-        return written.str();
+    /// What the run wrote, in a process of its own as the tool has: journal and other options.
+    std::string journalOf(const std::vector<const char*>& options, int status, const char* told) {
+        EXPECT_EXIT(std::exit(provision(options)), testing::ExitedWithCode(status), told);
+        std::ostringstream text;
+        text << std::ifstream(options[0]).rdbuf();
+        return text.str();
+    }
+    std::string play(const std::string& text, int status) {
+        std::ofstream(input) << text;
+        return journalOf({journal.c_str(), "--scenario", input.c_str(), "--seed", "3"}, status, "");
+    }
+    std::string replay(const std::string& recorded, int status, const char* told) {
+        std::ofstream(input) << recorded;
+        return journalOf({replayed.c_str(), "--replay", input.c_str()}, status, told);
     }
 
-    // The same names in the processes that the test starts.
-    const std::string scenario = testing::TempDir() + "kivctl-played";
-    const std::string journal = testing::TempDir() + "kivctl-journal";
+    // The same names in the processes that the test starts, which read what was written so far.
+    const std::string base =
+        testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name();
+    const std::string input = base + "-input";
+    const std::string journal = base + "-journal";
+    const std::string replayed = base + "-replayed";
 };
 
 TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachTime) {
@@ -58,8 +66,29 @@ TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachT
         {R"({"neverStarts": 1})", kCannotRead},
     };
     for (const auto& [text, status] : kCases) {
-        EXPECT_EQ(journalOf(text, status), journalOf(text, status));
+        SCOPED_TRACE(text);
+        const std::string recorded = play(text, status);
+        EXPECT_EQ(play(text, status), recorded);
+        if (status != kCannotRead) {
+            EXPECT_EQ(replay(recorded, kOk, "replay: as recorded"), recorded);
+        }
     }
+}
+
+TEST_F(ScenarioRunTest, AReplayTellsTheFirstRequestThatDiffers) {
+    const std::string recorded = play("{}", kOk);
+    const std::string request = R"("request","client":2,"message":"create","id":39,"members":)";
+    const std::string name = R"("apn_name":")";
+    const size_t create = recorded.find(request);
+    ASSERT_NE(create, std::string::npos);
+    std::string changed = recorded;
+    changed.insert(changed.find(name, create) + name.size(), "x");
+    replay(changed, kFailed, "create: members/settings/apn_name: recorded \"x");
+    changed = recorded;
+    changed.erase(changed.rfind('\n', create) + 1);
+    replay(changed, kFailed, "the end: sent create, recorded nothing more");
+    replay(recorded + recorded.substr(recorded.rfind(request) - 40), kCannotRead,
+           "line [0-9]+: not a JSON object");
 }
 
 }  // namespace

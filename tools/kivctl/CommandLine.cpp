@@ -15,10 +15,11 @@ namespace {
 constexpr char kFooter[] =
     "Exit status:\n"
     "  0  all went well\n"
-    "  1  a mismatch, a failed step, or an operator that is not in the file\n"
+    "  1  a mismatch, a failed step, a replay that differs, or an operator that is not in the "
+    "file\n"
     "  2  wrong usage\n"
     "  3  entries of the APN file could not be read and were left out; the rest went well\n"
-    "  4  the APN file, the modem's state or the scenario can't be read\n"
+    "  4  the APN file, the modem's state, the scenario or the journal can't be read\n"
     "  5  the modem can't be reached\n"
     "  6  output could not be written\n";
 
@@ -75,6 +76,15 @@ void addProvisionOptions(CLI::App& command, RawOptions& raw) {
         .add_option("--journal", raw.options.journalFile,
                     "Write every message and event here, one JSON object a line")
         ->type_name("FILE");
+    CLI::Option* replay =
+        command
+            .add_option("--replay", raw.options.replayFile,
+                        "Have the modem do what such a journal says, written with --show-secrets, "
+                        "and report the library's first request that differs")
+            ->type_name("FILE");
+    for (const char* other : {"--scenario", "--seed", "--state"}) {
+        replay->excludes(command.get_option(other));
+    }
     CLI::Option_group* which = command.add_option_group("operator");
     which->add_option("--plmn", raw.plmn, "The operator to serve; none: entries without a PLMN")
         ->type_name("MCCMNC")
@@ -151,6 +161,9 @@ int runKivctl(int argc, const char* const* argv, Output& output) {
         output.complain(error.what());
         return kCannotRead;
     } catch (const StateUnreadable& error) {
+        output.complain(error.what());
+        return kCannotRead;
+    } catch (const ReplayUnusable& error) {
         output.complain(error.what());
         return kCannotRead;
     } catch (const std::exception& error) {

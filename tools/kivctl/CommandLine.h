@@ -14,10 +14,10 @@ namespace kiv::kivctl {
 /// kCannotRead, kFailed, kUnreadableEntries.
 enum ExitStatus : int {
     kOk = 0,
-    kFailed = 1,             ///< a mismatch, a failed step, or nothing to do the work on
+    kFailed = 1,             ///< a mismatch, a failed step, a replay that differs, no such operator
     kUsage = 2,              ///< the command line makes no sense; nothing was started
     kUnreadableEntries = 3,  ///< entries of the APN file were left out, all else went well
-    kCannotRead = 4,         ///< the APN file, the modem's state or the scenario can't be used
+    kCannotRead = 4,         ///< the APN file, the modem's state, the scenario or the journal
     kModemUnreachable = 5,
     kCannotWrite = 6,
 };
@@ -32,6 +32,7 @@ struct Options {
     std::string scenarioFile;      ///< empty for none
     std::optional<uint64_t> seed;  ///< in place of the scenario's; also without one
     std::string journalFile;       ///< empty for none
+    std::string replayFile;        ///< a journal that stands for the modem; empty for none
     bool allOperators = false;
     std::string plmn;  ///< empty for the entries without one
 };

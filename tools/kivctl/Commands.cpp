@@ -101,17 +101,6 @@ ProvisioningReport serve(const Operator& one, const Options& options, Session& s
     return report;
 }
 
-/// The scenario that was asked for; a seed alone is one in which nothing happens.
-std::optional<emulator::Scenario> chooseScenario(const Options& options) {
-    if (options.scenarioFile.empty() && !options.seed) {
-        return std::nullopt;
-    }
-    auto scenario = options.scenarioFile.empty() ? emulator::Scenario{}
-                                                 : emulator::readScenarioFile(options.scenarioFile);
-    scenario.seed = options.seed.value_or(scenario.seed);
-    return scenario;
-}
-
 /// The journal of a run; ends with it.
 class JournalFile {
 public:
@@ -134,6 +123,67 @@ public:
 private:
     const std::string path;
 };
+
+std::vector<const Operator*> chooseOperators(const ApnFile& file, const Options& options) {
+    std::vector<const Operator*> chosen;
+    if (options.allOperators) {
+        for (const Operator& one : file.operators) {
+            chosen.push_back(&one);
+        }
+    } else if (const Operator* one = file.find(options.plmn)) {
+        chosen.push_back(one);
+    }
+    return chosen;
+}
+
+/// False if there were mismatches.
+bool serveAll(const std::vector<const Operator*>& served, const Options& options, Session& session,
+              JournalFile& journal, Output& output) {
+    Totals totals;
+    for (const Operator* one : served) {
+        const ProvisioningReport report = serve(*one, options, session, totals);
+        if (options.allOperators) {
+            output.showProgress(totals.operators, served.size());
+        } else {
+            output.print(reportText(report, options));
+        }
+    }
+    session.settle();
+    journal.finish();
+    output.print(mismatchText(totals.mismatches, options));
+    output.print(summaryText(totals, options));
+    return totals.mismatches.empty();
+}
+
+/// Does the same again with the modem of a journal, whose tables nobody knows. False if the library
+/// did anything else.
+bool replayAll(const std::vector<const Operator*>& served, const Options& options, Session& session,
+               JournalFile& journal, Output& output) {
+    Totals totals;
+    try {
+        for (const Operator* one : served) {
+            serve(*one, options, session, totals);
+        }
+        session.settle();
+    } catch (const ModemUnreachable&) {
+        // So it was when the journal was written, or the difference tells why.
+    }
+    journal.finish();
+    const auto difference = emulator::ModemEmulator::getInstance().finishReplay();
+    output.print("replay: " + (difference ? *difference : "as recorded") + "\n");
+    return !difference;
+}
+
+/// The scenario that was asked for; a seed alone is one in which nothing happens.
+std::optional<emulator::Scenario> chooseScenario(const Options& options) {
+    if (options.scenarioFile.empty() && !options.seed) {
+        return std::nullopt;
+    }
+    auto scenario = options.scenarioFile.empty() ? emulator::Scenario{}
+                                                 : emulator::readScenarioFile(options.scenarioFile);
+    scenario.seed = options.seed.value_or(scenario.seed);
+    return scenario;
+}
 
 }  // namespace
 
@@ -171,32 +221,24 @@ int runProvision(const Options& options, Output& output) {
     for (const std::string& problem : file.problems) {
         output.complain(problem);
     }
+    const std::vector<const Operator*> served = chooseOperators(file, options);
+    if (served.empty() && !options.allOperators) {
+        output.complain(options.apnFile + ": no readable entry of operator " +
+                        (options.plmn.empty() ? "none" : options.plmn));
+        return kFailed;
+    }
     Session session(options.bindValue);
-    if (scenario) {
+    if (!options.replayFile.empty()) {
+        session.useReplay(options.replayFile);
+    } else if (scenario) {
         output.complain("scenario: seed " + std::to_string(scenario->seed));
         session.usePlay(*scenario);
     }
     JournalFile journal(options);
-    Totals totals;
-    if (options.allOperators) {
-        for (const Operator& one : file.operators) {
-            serve(one, options, session, totals);
-            output.showProgress(totals.operators, file.operators.size());
-        }
-    } else {
-        const Operator* one = file.find(options.plmn);
-        if (one == nullptr) {
-            output.complain(options.apnFile + ": no readable entry of operator " +
-                            (options.plmn.empty() ? "none" : options.plmn));
-            return kFailed;
-        }
-        output.print(reportText(serve(*one, options, session, totals), options));
-    }
-    session.settle();
-    journal.finish();
-    output.print(mismatchText(totals.mismatches, options));
-    output.print(summaryText(totals, options));
-    if (!totals.mismatches.empty()) {
+    const bool isReplayed = !options.replayFile.empty();
+    const bool isRight = isReplayed ? replayAll(served, options, session, journal, output)
+                                    : serveAll(served, options, session, journal, output);
+    if (!isRight) {
         return kFailed;
     }
     return file.problems.empty() ? kOk : kUnreadableEntries;

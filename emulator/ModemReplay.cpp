@@ -1,0 +1,224 @@
+// The part of the modem that replays a journal: what the modem did is done again as soon as all
+// that came before it in the journal has happened, and its time has come.
+
+#include <algorithm>
+#include <fstream>
+#include <utility>
+
+#include "Modem.h"
+
+namespace kiv::emulator {
+
+bool Modem::startReplay(const std::string& path, std::string& error) {
+    try {
+        std::ifstream stream(path, std::ios::binary);
+        auto lines = readJournal(stream);
+        std::lock_guard lock(mutex);
+        if (!clock.isVirtual() || running || !clients.empty() || replay) {
+            error = path + ": not replayed, the modem is in use or not on the virtual clock";
+            return false;
+        }
+        clientCount = 0;
+        replay = std::make_unique<Replay>(path, std::move(lines), now());
+        playOn();
+        return true;
+    } catch (const ReplayError& failure) {
+        error = path + ": " + failure.what();
+        return false;
+    }
+}
+
+std::optional<std::string> Modem::finishReplay() {
+    std::lock_guard lock(mutex);
+    if (!replay) {
+        return std::nullopt;
+    }
+    replay->finish();
+    auto difference = replay->firstDifference();
+    endReplay();
+    replay.reset();
+    return difference;
+}
+
+void Modem::endReplay() {
+    modemThread.forget(&replay);
+    abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
+    for (const TransactionPointer& transaction : std::exchange(answeredInReplay, {})) {
+        finishLater(transaction);
+    }
+    stopNow(false);
+}
+
+void Modem::noteProgram(const char* what) {
+    replay->noteProgram(what);
+    playOn();
+}
+
+void Modem::playOn() {
+    if (!isReplaying()) {
+        return;
+    }
+    modemThread.forget(&replay);
+    while (const RecordedLine* line = replay->next()) {
+        const TimePoint moment = now();
+        if (!line->isAwaited() && replay->due(*line) > moment) {
+            playAt(std::chrono::ceil<std::chrono::milliseconds>(replay->due(*line) - moment));
+            break;
+        }
+        if (!playLine(*line)) {
+            break;
+        }
+        replay->advance();
+        if (waitsForCallbacks()) {
+            playAt({});
+            return;
+        }
+    }
+    if (replay->firstDifference()) {
+        endReplay();
+        return;
+    }
+    // A sender goes on when all that came with its answer has been done.
+    for (const TransactionPointer& transaction : std::exchange(answeredInReplay, {})) {
+        finishLater(transaction);
+    }
+}
+
+void Modem::finishLater(const TransactionPointer& transaction) {
+    modemThread.post([=, this] { afterCallbacks(transaction, &Modem::finish); });
+}
+
+void Modem::playAt(std::chrono::milliseconds delay) {
+    modemThread.post(
+        [this] {
+            afterCallbacks([this] {
+                std::lock_guard lock(mutex);
+                playOn();
+            });
+        },
+        delay, &replay);
+}
+
+bool Modem::waitsForCallbacks() const {
+    const bool isHeldUp = std::any_of(open.begin(), open.end(), [](const auto& transaction) {
+        return transaction->isFromCallback;
+    });
+    return !isHeldUp && !callbackThread.hasNothingToDo();
+}
+
+bool Modem::playLine(const RecordedLine& line) {
+    if (line.direction == kOpen) {
+        return clientCount >= line.client;
+    }
+    if (line.direction == kRequest) {
+        return takeRecorded(line);
+    }
+    if (line.direction == kResponse) {
+        answerAsRecorded(line);
+    } else if (line.direction == kEvent) {
+        playPower(line);
+    } else if (line.direction == kProgram) {
+        const bool isDone = replay->takeProgram(line.what);
+        if (isDone) {
+            playPower(line);
+        }
+        return isDone;
+    } else if (line.direction != kRelease) {
+        return playCallback(line);
+    }
+    return true;
+}
+
+void Modem::playPower(const RecordedLine& line) {
+    if (line.what == kServiceUp) {
+        startNow(line.direction.c_str());
+    } else if (line.what == kServiceDown || line.what == kServiceDownSilently) {
+        stopNow(line.what == kServiceDownSilently, line.direction.c_str());
+    } else {
+        noteEvent(line.what);
+    }
+}
+
+bool Modem::playCallback(const RecordedLine& line) {
+    const auto found = std::find_if(clients.begin(), clients.end(), [&](const auto& entry) {
+        return entry.second.number == line.client;
+    });
+    if (found == clients.end()) {
+        return true;  // released by now
+    }
+    auto& [handle, client] = *found;
+    if (line.direction == kIndication) {
+        postIndication(handle, client, line.messageId, line.bytes);
+    } else if (line.direction == kNotify) {
+        postNotification(
+            handle, client,
+            line.what == kAppeared ? RAV_CLIENT_SERVICE_APPEARED : RAV_CLIENT_SERVICE_DISAPPEARED);
+        return client.notify != nullptr;
+    } else {
+        postError(handle, client);
+        return client.error != nullptr;
+    }
+    return true;
+}
+
+bool Modem::takeRecorded(const RecordedLine& line) {
+    const auto found = std::find_if(open.begin(), open.end(), [&](const auto& transaction) {
+        return transaction->clientNumber == line.client && !transaction->isTaken;
+    });
+    if (found == open.end() || !replay->isAsRecorded(line, (*found)->record)) {
+        return false;
+    }
+    (*found)->isTaken = true;
+    if (journal.isOpen()) {
+        journal.addRequest(now(), line.client, (*found)->record);
+    }
+    return true;
+}
+
+void Modem::answerAsRecorded(const RecordedLine& line) {
+    const auto found = std::find_if(open.begin(), open.end(), [&](const auto& transaction) {
+        return transaction->clientNumber == line.client;
+    });
+    if (found == open.end()) {
+        // A sender that finds the service gone may come too late to be counted as one.
+        if (line.transport == RAV_CLIENT_OK) {
+            replay->differ("recorded an answer, and there is no request");
+        }
+        return;
+    }
+    const TransactionPointer transaction = *found;
+    const unsigned messageId = transaction->record.messageId;
+    transaction->response = line.bytes;
+    Client* const client = findClient(transaction->client, false);
+    decide(transaction, line.transport);
+    // What was not answered may well have been done, and mostly was.
+    const bool isRefused = transaction->record.result != WDS_RESULT_SUCCESS_V01;
+    if (client && !isRefused && isOfSession(messageId)) {
+        service.handleRequest(client->session, messageId, transaction->record.bytes);
+        sessionChanged.notify_all();
+    }
+    answeredInReplay.push_back(transaction);
+}
+
+void Modem::takeForReplay(const TransactionPointer& transaction) {
+    if (!isReplaying()) {
+        giveUp(transaction, RAV_CLIENT_ERR_SERVICE_GONE);
+        return;
+    }
+    // The journal has the time-outs, too: this one is for what it doesn't answer.
+    modemThread.post(
+        [=, this] {
+            std::lock_guard lock(mutex);
+            if (!transaction->isDecided && isReplaying()) {
+                const RecordedLine* const line = replay->next();
+                replay->differ(std::string("sent ") + messageName(transaction->record.messageId) +
+                               ", recorded " + (line ? line->direction : "nothing more"));
+                endReplay();
+            }
+        },
+        2 * transaction->timeout + std::chrono::milliseconds(1), transaction.get());
+    transaction->hasTimers = true;
+    playOn();
+}
+
+}  // namespace kiv::emulator

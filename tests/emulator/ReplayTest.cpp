@@ -1,0 +1,80 @@
+#include <cstdio>
+#include <fstream>
+
+#include "ModemTest.h"
+
+namespace kiv::emulator {
+namespace {
+
+class ReplayTest : public ModemTest {
+protected:
+    ReplayTest() {
+        modem().stop();
+        EXPECT_TRUE(modem().useVirtualClock(true));
+    }
+    ~ReplayTest() override {
+        modem().finishReplay();
+        modem().stop();
+        EXPECT_TRUE(modem().useVirtualClock(false));
+        std::remove(path.c_str());
+    }
+    /// What is wrong with the journal; empty if it can be replayed.
+    std::string replay(const std::string& journal) {
+        std::ofstream(path) << journal;
+        std::string error;
+        const bool isStarted = modem().startReplay(path, error);
+        EXPECT_EQ(isStarted, error.empty());
+        return error.empty() ? error : error.substr(path.size() + 2);
+    }
+
+    const std::string path = testing::TempDir() + "replayed";
+};
+
+constexpr char kOpened[] = "{\"us\":0,\"direction\":\"open\",\"client\":1,\"what\":\"client\"}\n";
+
+TEST_F(ReplayTest, RefusesWhatIsNoJournal) {
+    const std::pair<std::string, std::string> kCases[] = {
+        {"", "it holds nothing"},
+        {"{", "line 1: not a JSON object"},
+        {R"({"us":[[[[[[[[[[1]]]]]]]]]]})", "line 1: too deep"},
+        {R"({"us":-1,"direction":"event","what":"x"})", "line 1: us: not what a journal holds"},
+        {R"({"us":1,"what":"x"})", "line 1: direction is missing"},
+        {R"({"us":1,"direction":"up","what":"x"})", "line 1: direction: not what a journal holds"},
+        {R"({"us":1,"direction":"error","client":1,"what":"x"})",
+         "line 1: client: it was open before the journal began"},
+        {std::string(kOpened) + R"({"us":1,"direction":"request","client":1,"id":1,"members":{}})",
+         "line 2: id: no request of the service"},
+        {std::string(kOpened) +
+             R"({"us":1,"direction":"response","client":1,"id":43,"transport":0})",
+         "line 2: no bytes: record the journal with passwords to replay it"},
+        {std::string(kOpened) +
+             R"({"us":1,"direction":"response","client":1,"id":43,"transport":0,"bytes":"(8)01"})",
+         "line 2: bytes: 9, not the 3264 of the answer"},
+        {std::string(kOpened) +
+             R"({"us":1,"direction":"indication","client":1,"id":1,"bytes":"(99999999999)00"})",
+         "line 2: bytes: not what a journal holds"},
+    };
+    for (const auto& [journal, error] : kCases) {
+        EXPECT_EQ(replay(journal), error) << journal;
+        EXPECT_EQ(modem().finishReplay(), std::nullopt);
+    }
+}
+
+TEST_F(ReplayTest, ARequestThatWasNotRecordedEndsItWithTheModemOff) {
+    ASSERT_EQ(replay(R"({"us":0,"direction":"event","what":"service down"})"
+                     "\n"
+                     R"({"us":0,"direction":"program","what":"service up"})"
+                     "\n" +
+                     std::string(kOpened)),
+              "");
+    modem().start();
+    EXPECT_TRUE(modem().isRunning());
+    TestClient client;
+    EXPECT_EQ(client.sendCreate(k3gpp), RAV_CLIENT_ERR_SERVICE_GONE);
+    modem().start();
+    EXPECT_FALSE(modem().isRunning());
+    EXPECT_EQ(modem().finishReplay(), path + ": the end: sent create, recorded nothing more");
+}
+
+}  // namespace
+}  // namespace kiv::emulator
