@@ -313,9 +313,13 @@ Scenario readScenarioFile(const std::string& path) {
         // The stream also fails for a file without a byte, which the parser would refuse too.
         throw ScenarioFileError(path + ": can't be read, or is empty");
     }
+    return parseScenario(path, text.str());
+}
+
+Scenario parseScenario(const std::string& path, std::string_view text) {
     try {
         DuplicateFinder duplicates;
-        return readScenario(Json::parse(text.str(), std::ref(duplicates)));
+        return readScenario(Json::parse(text, std::ref(duplicates)));
     } catch (const Json::exception& error) {
         // Names line and column.
         throw ScenarioFileError(path + ": " + error.what());

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace kiv::fuzz {
+
+/// A broken promise, as a crash that the fuzzer reports.
+inline void require(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
 
 /// The bytes of one input, taken from the front. When they run out it gives zeros, or fewer.
 class FuzzInput {

@@ -13,13 +13,6 @@ namespace kiv::fuzz {
 
 inline emulator::ModemEmulator& modem() { return emulator::ModemEmulator::getInstance(); }
 
-/// A broken promise, as a crash that the fuzzer reports.
-inline void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
 /// The library on an emulated modem with its factory profiles; started once, and silent.
 inline Manager& library() {
     static Manager& manager = []() -> Manager& {

@@ -28,12 +28,12 @@ constexpr char kProvisionFooter[] =
     "(first of type default), the emergency profile (first of type emergency, else none), and the\n"
     "types of all entries. Each is checked against what the modem and the library then hold.\n";
 
-/// The options as they are written.
+/// The command line as it is written.
 struct RawOptions {
-    Options options;
+    CommandLine read;
+    Options& options = read.options;
     std::string format;
     std::string plmn;
-    std::string logFile;
 };
 
 std::string checkPlmn(const std::string& value) {
@@ -52,7 +52,8 @@ void addCommonOptions(CLI::App& command, RawOptions& raw) {
         ->check(CLI::IsMember({"table", "tsv"}))
         ->type_name("FORMAT");
     command.add_flag("--show-secrets", raw.options.showSecrets, "Show passwords");
-    command.add_option("--log", raw.logFile, "Write the library's log, passwords included, here")
+    command
+        .add_option("--log", raw.read.logFile, "Write the library's log, passwords included, here")
         ->type_name("FILE");
     command
         .add_option("--state", raw.options.stateFile,
@@ -96,22 +97,24 @@ void addProvisionOptions(CLI::App& command, RawOptions& raw) {
     which->require_option(1);
 }
 
-int execute(const CLI::App& provision, RawOptions& raw, Output& output) {
-    raw.options.format = raw.format == "tsv" ? Format::tsv : Format::table;
-    raw.options.plmn = raw.plmn == "none" ? "" : raw.plmn;
-    if (raw.logFile.empty()) {
+int execute(const CommandLine& line, Output& output) {
+    if (line.logFile.empty()) {
         discardLog();
     } else {
-        logToFile(raw.logFile);
+        logToFile(line.logFile);
     }
-    const int status =
-        provision.parsed() ? runProvision(raw.options, output) : runList(raw.options, output);
+    const int status = line.command == CommandLine::Command::Provision
+                           ? runProvision(line.options, output)
+                           : runList(line.options, output);
     output.finish();
     finishLog();
     return status;
 }
 
-int parseAndExecute(int argc, const char* const* argv, Output& output) {
+}  // namespace
+
+std::optional<CommandLine> parseCommandLine(int argc, const char* const* argv, Output& output,
+                                            int& status) {
     RawOptions raw;
     CLI::App app("Drives libkivr against the modem emulator.", "kivctl");
     app.set_version_flag("--version", "kivctl " KIVCTL_VERSION);
@@ -131,23 +134,27 @@ int parseAndExecute(int argc, const char* const* argv, Output& output) {
     } catch (const CLI::ParseError& parsed) {
         std::ostringstream results;
         std::ostringstream messages;
-        const int status = app.exit(parsed, results, messages);
+        status = app.exit(parsed, results, messages) == 0 ? kOk : kUsage;
         output.print(results.str());
         output.finish();
-        if (status != 0) {
+        if (status != kOk) {
             std::string text = messages.str();
             output.complain(text.erase(text.find_last_not_of('\n') + 1));
         }
-        return status == 0 ? kOk : kUsage;
+        return std::nullopt;
     }
-    return execute(*provision, raw, output);
+    raw.read.command =
+        provision->parsed() ? CommandLine::Command::Provision : CommandLine::Command::List;
+    raw.options.format = raw.format == "tsv" ? Format::tsv : Format::table;
+    raw.options.plmn = raw.plmn == "none" ? "" : raw.plmn;
+    return std::move(raw.read);
 }
-
-}  // namespace
 
 int runKivctl(int argc, const char* const* argv, Output& output) {
     try {
-        return parseAndExecute(argc, argv, output);
+        int status = kOk;
+        const auto line = parseCommandLine(argc, argv, output, status);
+        return line ? execute(*line, output) : status;
     } catch (const OutputError& error) {
         output.complain(error.what());
         return kCannotWrite;

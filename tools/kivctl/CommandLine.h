@@ -37,6 +37,20 @@ struct Options {
     std::string plmn;  ///< empty for the entries without one
 };
 
+/// What a command line asks for.
+struct CommandLine {
+    enum class Command { Provision, List };
+
+    Command command = Command::List;
+    Options options;
+    std::string logFile;  ///< empty for none
+};
+
+/// Reads a command line. None, and the exit status, where there is nothing left to do: what is to
+/// be told of it, such as help or what is wrong, has been.
+std::optional<CommandLine> parseCommandLine(int argc, const char* const* argv, Output& output,
+                                            int& status);
+
 /// kivctl from its command line to its exit status. Throws nothing.
 int runKivctl(int argc, const char* const* argv, Output& output);
 
