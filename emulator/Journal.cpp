@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -19,7 +20,8 @@ template <class Record>
 Record read(std::span<const std::byte> bytes) {
     Record record;
     std::memset(&record, 0, sizeof(record));
-    std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof(record)));
+    std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(record)),
+                reinterpret_cast<std::byte*>(&record));
     return record;
 }
 

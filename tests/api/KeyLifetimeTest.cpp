@@ -1,13 +1,16 @@
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <functional>
 #include <future>
 #include <thread>
 
 #include "Engine.h"
 #include "IProfileKey.h"
+#include "Rounds.h"
 #include "Util.h"
 
 namespace kiv::test {
@@ -167,6 +170,67 @@ TEST_F(KeyLifetimeTest, KeysDroppedFromManyThreadsDuringRefreshes) {
     clients.clear();  // waits for them
     refresh();
     EXPECT_EQ(manager.filter(FilterProfileParams()).size(), table().size());
+}
+
+TEST_F(KeyLifetimeTest, KeysDroppedAnywhereAreReleasedAtMostOnce) {
+    using Key = std::shared_ptr<IProfileKey>;
+    struct Place {
+        const char* name;
+        bool isReleased;
+        std::function<void(Key)> drop;
+    };
+    const Place kPlaces[] = {
+        {"on a client's thread", true, [](Key) {}},
+        {"in a listener", true,
+         [&](Key key) {
+             const auto trigger = add("trigger", true);
+             std::promise<void> heard;
+             trigger->registerExpirationListener([&] {
+                 key.reset();
+                 heard.set_value();
+             });
+             deleteInModem(trigger);
+             heard.get_future().wait();
+         }},
+        {"beside a refresh", false,
+         [&](Key key) {
+             const std::jthread refresher([&] { refresh(); });
+             key.reset();
+         }},
+        {"beside a second init", false,
+         [&](Key key) {
+             const std::jthread replacer([&] { manager.init(0, true); });
+             key.reset();
+         }},
+        {"after its engine", false, [&](Key) { manager.init(0, true); }},
+        {"in a module that is unloaded", true,
+         [&](Key key) {
+             void* const module = dlopen(KIVR_TEST_MODULE, RTLD_NOW | RTLD_LOCAL);
+             ASSERT_TRUE(module) << dlerror();
+             reinterpret_cast<void (*)(const Key&)>(dlsym(module, "hold"))(key);
+             key.reset();
+             ASSERT_EQ(dlclose(module), 0);
+         }},
+    };
+    for (const auto& [place, isReleased, drop] : kPlaces) {
+        SetUp();
+        for (int i = 0; i < rounds(20); ++i) {
+            ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
+            auto key = add("apn");
+            ASSERT_TRUE(key) << place;
+            const std::weak_ptr<IProfileKey> weak = key;
+            drop(std::move(key));
+            manager.match(FilterProfileParams(), nullptr);  // what was dropped there is done
+            EXPECT_TRUE(weak.expired()) << place;
+            EXPECT_TRUE(!isReleased || table().empty()) << place;
+            log.clear();
+            for (const auto& left : table()) {
+                modem().deleteProfile(left.type, left.index);
+            }
+        }
+        EXPECT_LE(requestCount(RAV_WDS_DELETE_PROFILE_REQ_V01),
+                  requestCount(RAV_WDS_CREATE_PROFILE_REQ_V01));
+    }
 }
 
 /// Is there before the Manager, and so destroyed after its engine.

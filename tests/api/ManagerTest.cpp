@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Engine.h"
+#include "Rounds.h"
 
 namespace kiv::test {
 namespace {
@@ -210,8 +211,9 @@ TEST_F(ManagerTest, EnginesBackToBackLeaveNothingBehind) {
     }
     const size_t descriptors = entriesOf("/proc/self/fd");
     const size_t threads = entriesOf("/proc/self/task");
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < rounds(200); ++i) {
         manager.init(i, i % 2 == 0);
+        log.clear();
     }
     EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
     EXPECT_EQ(entriesOf("/proc/self/task"), threads);
