@@ -86,15 +86,17 @@ void addProvisionOptions(CLI::App& command, RawOptions& raw) {
     for (const char* other : {"--scenario", "--seed", "--state"}) {
         replay->excludes(command.get_option(other));
     }
-    CLI::Option_group* which = command.add_option_group("operator");
-    which->add_option("--plmn", raw.plmn, "The operator to serve; none: entries without a PLMN")
-        ->type_name("MCCMNC")
-        ->check(CLI::Validator(checkPlmn, ""));
-    which
-        ->add_flag("--all", raw.options.allOperators,
-                   "Serve every operator in the file, each on a fresh modem")
-        ->excludes(command.get_option("--state"));
-    which->require_option(1);
+    // No option group, which takes an empty argument for its name and then never ends.
+    CLI::Option* plmn =
+        command
+            .add_option("--plmn", raw.plmn, "The operator to serve; none: entries without a PLMN")
+            ->type_name("MCCMNC")
+            ->check(CLI::Validator(checkPlmn, ""));
+    command
+        .add_flag("--all", raw.options.allOperators,
+                  "Serve every operator in the file, each on a fresh modem")
+        ->excludes(command.get_option("--state"))
+        ->excludes(plmn);
 }
 
 int execute(const CommandLine& line, Output& output) {
@@ -131,6 +133,9 @@ std::optional<CommandLine> parseCommandLine(int argc, const char* const* argv, O
     addProvisionOptions(*provision, raw);
     try {
         app.parse(argc, argv);
+        if (provision->parsed() && provision->count("--plmn") + provision->count("--all") == 0) {
+            throw CLI::RequiredError("--plmn or --all");
+        }
     } catch (const CLI::ParseError& parsed) {
         std::ostringstream results;
         std::ostringstream messages;
