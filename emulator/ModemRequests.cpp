@@ -37,7 +37,7 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
     const int result = transaction->record.transportResult;
     if (result == RAV_CLIENT_OK) {
         std::memcpy(response, transaction->response.data(), transaction->response.size());
-        transaction->response = {};
+        transaction->response = std::vector<std::byte>();  // {} alone would keep the memory
     }
     return result;
 }
