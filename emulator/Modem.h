@@ -183,10 +183,11 @@ private:
     /// The modem is off from then on, until the replay is finished.
     void endReplay();
 
-    TransactionPointer postRequest(rav_client_type handle, const Client& client, unsigned messageId,
-                                   std::vector<std::byte> request,
-                                   std::chrono::milliseconds timeout);
+    TransactionPointer putRequest(rav_client_type handle, const Client& client, unsigned messageId,
+                                  std::vector<std::byte> request,
+                                  std::chrono::milliseconds timeout);
     bool decide(const TransactionPointer& transaction, int result);
+    /// The sender may go on; it is yet to be woken.
     void letGo(Transaction& transaction);
     void giveUp(const TransactionPointer& transaction, int result);
     /// Ends the requests in progress of one client, or of all for null.

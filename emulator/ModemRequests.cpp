@@ -25,7 +25,10 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
         return RAV_CLIENT_ERR_SERVICE_GONE;
     }
     const TransactionPointer transaction =
-        postRequest(handle, *client, messageId, std::move(request), timeout);
+        putRequest(handle, *client, messageId, std::move(request), timeout);
+    lock.unlock();
+    modemThread.wake();
+    lock.lock();
     const auto isAnswered = [&] { return transaction->isAnswered; };
     if (transaction->isCounted) {
         transaction->answered.wait(lock, isAnswered);
@@ -42,9 +45,9 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
     return result;
 }
 
-Modem::TransactionPointer Modem::postRequest(rav_client_type handle, const Client& client,
-                                             unsigned messageId, std::vector<std::byte> request,
-                                             std::chrono::milliseconds timeout) {
+Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client& client,
+                                            unsigned messageId, std::vector<std::byte> request,
+                                            std::chrono::milliseconds timeout) {
     auto transaction = std::make_shared<Transaction>();
     transaction->client = handle;
     transaction->clientNumber = client.number;
@@ -52,7 +55,7 @@ Modem::TransactionPointer Modem::postRequest(rav_client_type handle, const Clien
     transaction->isFromCallback = callbackThread.isCurrentThread();
     transaction->record.messageId = messageId;
     transaction->record.bytes = std::move(request);
-    modemThread.post([=, this] { afterCallbacks(transaction, &Modem::takeRequest); });
+    modemThread.put([=, this] { afterCallbacks(transaction, &Modem::takeRequest); });
     // It is not taken before the mutex is free.
     transaction->isCounted = clock.isVirtual();
     if (transaction->isCounted) {
@@ -191,6 +194,8 @@ void Modem::finish(const TransactionPointer& transaction) {
     if (!clock.isVirtual()) {
         deliverHeld();
     }
+    lock.unlock();
+    transaction->answered.notify_all();
 }
 
 void Modem::letGo(Transaction& transaction) {
@@ -198,7 +203,6 @@ void Modem::letGo(Transaction& transaction) {
         clock.leaveSender();
     }
     transaction.isAnswered = true;
-    transaction.answered.notify_all();
 }
 
 void Modem::observe(std::unique_lock<std::mutex>& lock, const Transaction& transaction) {
@@ -235,6 +239,7 @@ void Modem::giveUp(const TransactionPointer& transaction, int result) {
     decide(transaction, result);
     if (!transaction->isCounted) {
         letGo(*transaction);
+        transaction->answered.notify_all();
     }
     // A rewrite that was not run goes with the task, since what it holds is foreign code's.
     modemThread.post([=, this, unused = std::exchange(transaction->fault.rewrite, nullptr)] {

@@ -11,10 +11,14 @@ TaskQueue::TaskQueue(const char* threadName, Clock& timeSource)
 }
 
 void TaskQueue::post(Task task, std::chrono::milliseconds delay, Owner owner) {
+    put(std::move(task), delay, owner);
+    wake();
+}
+
+void TaskQueue::put(Task task, std::chrono::milliseconds delay, Owner owner) {
     std::lock_guard lock(mutex);
     start();
     tasks.emplace(Key(clock.now() + sensible(delay), nextNumber++), Entry{std::move(task), owner});
-    posted.notify_one();
 }
 
 void TaskQueue::cancel(Owner owner) {

@@ -36,6 +36,11 @@ public:
     /// Throws std::system_error, and posts nothing, when the thread can't be started.
     void post(Task task, std::chrono::milliseconds delay = {}, Owner owner = nullptr);
 
+    /// The two halves of post, for who holds a lock that the task needs: a thread that is woken
+    /// only to wait for the lock costs two more switches.
+    void put(Task task, std::chrono::milliseconds delay = {}, Owner owner = nullptr);
+    void wake() const { posted.notify_one(); }
+
     /// Drops the owner's tasks and waits for its running one. Called within a task it does not
     /// wait: the running task is then the owner's last.
     void cancel(Owner owner);
@@ -55,7 +60,6 @@ public:
     // For the clock, with its mutex held.
     bool isAtRest() const;
     std::optional<TimePoint> nextDue() const;
-    void wake() const { posted.notify_one(); }
 
 private:
     struct Entry {
