@@ -172,16 +172,19 @@ void ClientRequestManager::handleClientRequest(int fd, void* arg) {
 }
 
 void ClientRequestManager::serveRequest() {
-    std::lock_guard lock(mutex);
-    if (request) {
-        KIV_LOG(INFO, "Handling %s", request->dump().c_str());
-        // Meant: a request of no known type, or a refresh of the wrong class, gets no response, and
-        // its client goes on waiting.
-        if (std::shared_ptr<ClientResponse> answer = dispatch(*request)) {
-            response = std::move(answer);
+    {
+        std::lock_guard lock(mutex);
+        if (request) {
+            KIV_LOG(INFO, "Handling %s", request->dump().c_str());
+            // Meant: a request of no known type, or a refresh of the wrong class, gets no response,
+            // and its client goes on waiting.
+            if (std::shared_ptr<ClientResponse> answer = dispatch(*request)) {
+                response = std::move(answer);
+            }
+            request.reset();
         }
-        request.reset();
     }
+    // Not under the lock, for which the client would have to wait once more.
     responseCv.notify_one();
 }
 
