@@ -2,7 +2,6 @@
 
 #include <array>
 #include <ostream>
-#include <sstream>
 #include <utility>
 
 namespace kiv {
@@ -13,21 +12,19 @@ std::string dumpKey(const std::shared_ptr<IProfileKey>& key) { return key ? key-
 
 }  // namespace
 
-std::ostream& operator<<(std::ostream& out, ReqRespType type) {
+std::string toText(ReqRespType type) {
     static constexpr std::array kNames = {"Add",   "Modify", "Delete",   "Filter",
                                           "Match", "Get",    "Callback", "Refresh"};
     const auto number = static_cast<int32_t>(type);
     if (number >= 0 && number < static_cast<int32_t>(kNames.size())) {
-        return out << kNames[static_cast<size_t>(number)];
+        return kNames[static_cast<size_t>(number)];
     }
-    return out << number;
+    return std::to_string(number);
 }
 
-std::string ClientRequest::dump() const {
-    std::ostringstream text;
-    text << type << " ";
-    return text.str();
-}
+std::ostream& operator<<(std::ostream& out, ReqRespType type) { return out << toText(type); }
+
+std::string ClientRequest::dump() const { return toText(type) + " "; }
 
 AddRequest::AddRequest(AddProfileParams params)
     : ClientRequest(ReqRespType::Add), params(std::move(params)) {}

@@ -28,7 +28,8 @@ enum class ReqRespType : int32_t {
     Refresh = 7,
 };
 
-/// Prints the name, or the number of a value without one.
+/// The name, or the number of a value without one.
+std::string toText(ReqRespType type);
 std::ostream& operator<<(std::ostream& out, ReqRespType type);
 
 /// What a client thread asks of the worker thread: the base of one record for each ReqRespType.

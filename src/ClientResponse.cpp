@@ -1,26 +1,23 @@
 #include "ClientResponse.h"
 
 #include <ostream>
-#include <sstream>
 #include <utility>
 
 namespace kiv {
 
-std::ostream& operator<<(std::ostream& out, Status status) {
+std::string toText(Status status) {
     switch (status) {
         case Status::Success:
-            return out << "Success";
+            return "Success";
         case Status::Failure:
-            return out << "Failure";
+            return "Failure";
     }
-    return out << static_cast<int32_t>(status);
+    return std::to_string(static_cast<int32_t>(status));
 }
 
-std::string ClientResponse::dump() const {
-    std::ostringstream text;
-    text << type << " " << status;
-    return text.str();
-}
+std::ostream& operator<<(std::ostream& out, Status status) { return out << toText(status); }
+
+std::string ClientResponse::dump() const { return toText(type) + " " + toText(status); }
 
 AddResponse::AddResponse(Status status, std::shared_ptr<IProfileKey> key)
     : ClientResponse(ReqRespType::Add, status), key(std::move(key)) {}

@@ -17,7 +17,8 @@ namespace kiv {
 /// The numbers are fixed.
 enum class Status : int32_t { Success = 0, Failure = 1 };
 
-/// Prints the name, or the number of a value without one.
+/// The name, or the number of a value without one.
+std::string toText(Status status);
 std::ostream& operator<<(std::ostream& out, Status status);
 
 /// The worker thread's answer to a request: the base of one record for each ReqRespType.
