@@ -3,7 +3,6 @@
 #include <sys/time.h>
 
 #include <array>
-#include <cstdio>
 #include <ctime>
 #include <utility>
 
@@ -13,18 +12,21 @@ namespace kiv {
 
 namespace {
 
-/// The local time as "2026-11-15 07:31:29.042".
-std::string timestamp() {
-    timeval now{};
-    gettimeofday(&now, nullptr);
+/// The local time as "2026-11-15 07:31:29".
+std::string secondText(time_t second) {
     tm local{};
-    localtime_r(&now.tv_sec, &local);
-    std::array<char, 50> seconds{};
-    strftime(seconds.data(), seconds.size(), "%F %X", &local);
-    std::array<char, 64> text{};
-    snprintf(text.data(), text.size(), "%s.%03d", seconds.data(),
-             static_cast<int>(now.tv_usec / 1000));
+    localtime_r(&second, &local);
+    std::array<char, 50> text{};
+    strftime(text.data(), text.size(), "%F %X", &local);
     return text.data();
+}
+
+/// The part of a second as ".042".
+std::string millisecondText(suseconds_t microseconds) {
+    const auto digit = [microseconds](int unit) {
+        return static_cast<char>('0' + microseconds / unit % 10);
+    };
+    return {'.', digit(100000), digit(10000), digit(1000)};
 }
 
 }  // namespace
@@ -35,15 +37,23 @@ LocalLogBuffer& LocalLogBuffer::getInstance() {
 }
 
 LocalLogBuffer::LocalLogBuffer(std::string name, int capacity)
-    : name(std::move(name)), capacity(capacity) {}
+    : name(std::move(name)), suffix(" [" + this->name + "]"), capacity(capacity) {}
 
 void LocalLogBuffer::addLogWithTimestamp(std::string msg) {
-    std::string line = "    " + timestamp() + " [" + name + "]" + msg;
+    timeval now{};
+    std::string line;
     std::lock_guard lock(mutex);
+    gettimeofday(&now, nullptr);
+    if (now.tv_sec != second || prefix.empty()) {
+        second = now.tv_sec;
+        prefix = "    " + secondText(second);
+    }
     // Meant: the bound is tested before the line is added, so that capacity + 1 lines are kept.
     while (!logs.empty() && static_cast<int>(logs.size()) > capacity) {
+        line = std::move(logs.front());  // the memory of the oldest line serves the new one
         logs.pop_front();
     }
+    line.assign(prefix).append(millisecondText(now.tv_usec)).append(suffix).append(msg);
     logs.push_back(std::move(line));
 }
 

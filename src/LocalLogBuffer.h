@@ -1,6 +1,7 @@
 #ifndef KIVR_SRC_LOCALLOGBUFFER_H
 #define KIVR_SRC_LOCALLOGBUFFER_H
 
+#include <ctime>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -31,7 +32,11 @@ public:
 private:
     std::mutex mutex;
     std::deque<std::string> logs KIV_GUARDED_BY(mutex);
+    /// What the lines of one second begin with.
+    std::string prefix KIV_GUARDED_BY(mutex);
+    time_t second KIV_GUARDED_BY(mutex) = 0;
     const std::string name;
+    const std::string suffix;  ///< the name as the lines have it
     const int capacity;
 };
 
