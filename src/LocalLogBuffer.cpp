@@ -39,7 +39,7 @@ LocalLogBuffer& LocalLogBuffer::getInstance() {
 LocalLogBuffer::LocalLogBuffer(std::string name, int capacity)
     : name(std::move(name)), suffix(" [" + this->name + "]"), capacity(capacity) {}
 
-void LocalLogBuffer::addLogWithTimestamp(std::string msg) {
+void LocalLogBuffer::addLogWithTimestamp(std::string_view msg) {
     timeval now{};
     std::string line;
     std::lock_guard lock(mutex);

@@ -5,6 +5,7 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ThreadSafety.h"
@@ -22,7 +23,7 @@ public:
     LocalLogBuffer(std::string name, int capacity);
 
     /// Keeps msg behind the local time, in milliseconds, and the buffer's name.
-    void addLogWithTimestamp(std::string msg) KIV_EXCLUDES(mutex);
+    void addLogWithTimestamp(std::string_view msg) KIV_EXCLUDES(mutex);
     /// The kept lines, oldest first; at most capacity + 1.
     std::vector<std::string> getLogs() KIV_EXCLUDES(mutex);
     /// Removes every line.

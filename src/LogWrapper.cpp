@@ -2,10 +2,12 @@
 
 #include <android/log.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 #include "ForkedChild.h"
@@ -53,11 +55,13 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
     if (isForkedChild()) {
         return;
     }
-    std::array<char, kMessageLimit + 1> message{};
+    std::array<char, kMessageLimit> buffer;
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(message.data(), kMessageLimit, format, arguments);
+    const int length = vsnprintf(buffer.data(), buffer.size(), format, arguments);
     va_end(arguments);
+    const std::string_view message(buffer.data(),
+                                   std::clamp(length, 0, static_cast<int>(buffer.size()) - 1));
 
     std::shared_ptr<LogWriter> current;
     {
@@ -65,15 +69,16 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
         current = writer;
     }
     if (current) {
-        current->write(level, tag, message.data());
+        current->write(level, tag, std::string(message));
     }
     if (level == LogLevel::ERROR || level == LogLevel::EVENT) {
-        LocalLogBuffer::getInstance().addLogWithTimestamp(message.data());
+        LocalLogBuffer::getInstance().addLogWithTimestamp(message);
     }
 }
 
 void AdbWriter::write(LogLevel level, std::string tag, std::string msg) {
-    __android_log_print(convertPrio(level), tag.c_str(), "%s", msg.c_str());
+    // What __android_log_print does with "%s", without formatting it once more.
+    __android_log_write(convertPrio(level), tag.c_str(), msg.c_str());
 }
 
 int AdbWriter::convertPrio(LogLevel level) {
