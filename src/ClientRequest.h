@@ -57,7 +57,7 @@ class AddRequest : public ClientRequest {
 public:
     explicit AddRequest(AddProfileParams params);
     std::string dump() const override;
-    AddProfileParams getAddProfileParams() const { return params; }
+    const AddProfileParams& getAddProfileParams() const { return params; }
 
 private:
     const AddProfileParams params;
@@ -67,8 +67,8 @@ class ModifyRequest : public ClientRequest {
 public:
     ModifyRequest(ModifyProfileParams params, std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
-    ModifyProfileParams getModifyProfileParams() const { return params; }
-    std::shared_ptr<IProfileKey> getModifyProfileKey() const { return key; }
+    const ModifyProfileParams& getModifyProfileParams() const { return params; }
+    const std::shared_ptr<IProfileKey>& getModifyProfileKey() const { return key; }
 
 private:
     const ModifyProfileParams params;
@@ -79,7 +79,7 @@ class DeleteRequest : public ClientRequest {
 public:
     explicit DeleteRequest(std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
-    std::shared_ptr<IProfileKey> getDeleteProfileKey() const { return key; }
+    const std::shared_ptr<IProfileKey>& getDeleteProfileKey() const { return key; }
 
 private:
     const std::shared_ptr<IProfileKey> key;
@@ -89,7 +89,7 @@ class FilterRequest : public ClientRequest {
 public:
     explicit FilterRequest(FilterProfileParams params);
     std::string dump() const override;
-    FilterProfileParams getFilterParams() const { return params; }
+    const FilterProfileParams& getFilterParams() const { return params; }
 
 private:
     const FilterProfileParams params;
@@ -99,8 +99,8 @@ class MatchRequest : public ClientRequest {
 public:
     MatchRequest(FilterProfileParams params, std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
-    FilterProfileParams getMatchParams() const { return params; }
-    std::shared_ptr<IProfileKey> getMatchKey() const { return key; }
+    const FilterProfileParams& getMatchParams() const { return params; }
+    const std::shared_ptr<IProfileKey>& getMatchKey() const { return key; }
 
 private:
     const FilterProfileParams params;
@@ -111,7 +111,7 @@ class GetRequest : public ClientRequest {
 public:
     explicit GetRequest(std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
-    std::shared_ptr<IProfileKey> getProfileKey() const { return key; }
+    const std::shared_ptr<IProfileKey>& getProfileKey() const { return key; }
 
 private:
     const std::shared_ptr<IProfileKey> key;

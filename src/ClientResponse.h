@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "ClientRequest.h"
 #include "IProfileKey.h"
@@ -49,10 +50,10 @@ class AddResponse : public ClientResponse {
 public:
     AddResponse(Status status, std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
-    std::shared_ptr<IProfileKey> getAddProfileKey() const { return key; }
+    std::shared_ptr<IProfileKey> takeAddProfileKey() { return std::move(key); }
 
 private:
-    const std::shared_ptr<IProfileKey> key;
+    std::shared_ptr<IProfileKey> key;
 };
 
 class ModifyResponse : public ClientResponse {
@@ -69,10 +70,10 @@ class FilterResponse : public ClientResponse {
 public:
     FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> result);
     std::string dump() const override;
-    std::list<std::shared_ptr<IProfileKey>> getFilterResult() const { return result; }
+    std::list<std::shared_ptr<IProfileKey>> takeFilterResult() { return std::move(result); }
 
 private:
-    const std::list<std::shared_ptr<IProfileKey>> result;
+    std::list<std::shared_ptr<IProfileKey>> result;
 };
 
 class MatchResponse : public ClientResponse {
@@ -89,10 +90,10 @@ class GetResponse : public ClientResponse {
 public:
     GetResponse(Status status, std::optional<ProfileParams> params);
     std::string dump() const override;
-    std::optional<ProfileParams> getParams() const { return params; }
+    std::optional<ProfileParams> takeParams() { return std::move(params); }
 
 private:
-    const std::optional<ProfileParams> params;
+    std::optional<ProfileParams> params;
 };
 
 class CallbackResponse : public ClientResponse {

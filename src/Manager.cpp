@@ -92,7 +92,7 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
 std::shared_ptr<IProfileKey> Manager::addProfile(const AddProfileParams& params) {
     const auto response = process<AddResponse>("addProfile", "Unable to cast to AddResponse",
                                                std::make_shared<AddRequest>(params));
-    return response ? response->getAddProfileKey() : nullptr;
+    return response ? response->takeAddProfileKey() : nullptr;
 }
 
 bool Manager::modifyProfile(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key) {
@@ -112,7 +112,7 @@ bool Manager::deleteProfile(std::shared_ptr<IProfileKey> key) {
 std::list<std::shared_ptr<IProfileKey>> Manager::filter(const FilterProfileParams& params) {
     const auto response = process<FilterResponse>("filter", "Unable to cast to FilterResponse",
                                                   std::make_shared<FilterRequest>(params));
-    return response ? response->getFilterResult() : std::list<std::shared_ptr<IProfileKey>>();
+    return response ? response->takeFilterResult() : std::list<std::shared_ptr<IProfileKey>>();
 }
 
 std::optional<ProfileParams> Manager::getProfile(std::shared_ptr<IProfileKey> key) {
@@ -121,7 +121,7 @@ std::optional<ProfileParams> Manager::getProfile(std::shared_ptr<IProfileKey> ke
     if (!response || response->getStatus() != Status::Success) {
         return std::nullopt;
     }
-    return response->getParams();
+    return response->takeParams();
 }
 
 bool Manager::match(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key) {

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "Conversions.h"
 #include "ModemProfile.h"
 #include "ModemProfileSettings.h"
@@ -62,7 +64,7 @@ ProfileParams Modem3gpp2Profile::get() const {
     if (commonIPType) {
         params.setHomeIPType(*commonIPType);
     }
-    return ProfileParams(params);
+    return ProfileParams(std::move(params));
 }
 
 wds_create_profile_req_msg_v01 Modem3gpp2Profile::constructAddRequest() const {

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "Conversions.h"
 #include "ModemProfile.h"
 #include "ModemProfileSettings.h"
@@ -177,7 +179,7 @@ ProfileParams Modem3gppProfile::get() const {
         params.setRoamIPType(*lteRoamIPType);
     }
     reportSettings(*this, PlainSettings::all, params);
-    return ProfileParams(params);
+    return ProfileParams(std::move(params));
 }
 
 wds_create_profile_req_msg_v01 Modem3gppProfile::constructAddRequest() const {
