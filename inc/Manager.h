@@ -1,7 +1,6 @@
 #ifndef KIVR_MANAGER_H
 #define KIVR_MANAGER_H
 
-#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -21,7 +20,7 @@ namespace kiv {
 
 class ClientRequest;
 class ClientRequestManager;
-class ClientResponse;
+class RequestGate;
 
 /// The library's face: creates, changes, deletes, reads and finds the modem's data-connection
 /// profiles.
@@ -79,12 +78,9 @@ public:
     std::vector<std::string> dump();
 
 private:
-    using RequestFunction =
-        std::function<std::shared_ptr<ClientResponse>(std::shared_ptr<ClientRequest>)>;
-
     KIV_INTERNAL void stop();
     KIV_INTERNAL void replaceEngine(std::unique_ptr<ClientRequestManager> engine);
-    KIV_INTERNAL RequestFunction getRequestFunction();
+    KIV_INTERNAL std::shared_ptr<RequestGate> findGate();
     template <class Response>
     KIV_INTERNAL std::shared_ptr<Response> process(const char* operation, const char* failure,
                                                    const std::shared_ptr<ClientRequest>& request);

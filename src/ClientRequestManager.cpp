@@ -28,7 +28,7 @@ std::shared_ptr<ProfileKey> toProfileKey(const std::shared_ptr<IProfileKey>& key
 // Start and stop.
 
 ClientRequestManager::ClientRequestManager(int bindValue)
-    : gate(*this), profileCache(eventManager, bindValue, getRequestFunction()) {
+    : gate(*this), profileCache(eventManager, bindValue, makeRequestFunction()) {
     KIV_LOG(DEBUG, "kiv::ClientRequestManager: constructor");
     {
         std::lock_guard lock(mutex);
@@ -76,7 +76,7 @@ void ClientRequestManager::runKivThread() {
     eventManager.finishItem();
 }
 
-RequestFunction ClientRequestManager::getRequestFunction() const {
+RequestFunction ClientRequestManager::makeRequestFunction() const {
     return [gate = gate.get()](std::shared_ptr<ClientRequest> clientRequest) {
         return gate->process(std::move(clientRequest));
     };

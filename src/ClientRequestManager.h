@@ -45,12 +45,13 @@ public:
         std::shared_ptr<ClientRequest> clientRequest) KIV_EXCLUDES(mutex);
 
     /// The same for callers that may outlive the engine.
-    RequestFunction getRequestFunction() const;
+    const std::shared_ptr<RequestGate>& getGate() const { return gate.get(); }
 
     /// The cache's dump. Any thread; does not wait for the worker.
     std::vector<std::string> dump() { return profileCache.dump(); }
 
 private:
+    RequestFunction makeRequestFunction() const;
     void runKivThread();
     static void handleClientRequest(int fd, void* arg);
 

@@ -10,6 +10,7 @@
 #include "LogWrapper.h"
 #include "NeverDestroyed.h"
 #include "NoWaitScope.h"
+#include "RequestGate.h"
 
 namespace kiv {
 
@@ -62,9 +63,10 @@ void Manager::replaceEngine(std::unique_ptr<ClientRequestManager> engine) {
     }
 }
 
-Manager::RequestFunction Manager::getRequestFunction() {
+/// The way to the engine, which may be replaced meanwhile; empty before init.
+std::shared_ptr<RequestGate> Manager::findGate() {
     std::lock_guard lock(engineMutex);
-    return clientRequestManager ? clientRequestManager->getRequestFunction() : nullptr;
+    return clientRequestManager ? clientRequestManager->getGate() : nullptr;
 }
 
 /// Posts the request and logs it and its response. Empty if there is no response of that class.
@@ -74,13 +76,13 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
     if (isForkedChild()) {
         return nullptr;
     }
-    const RequestFunction processClientRequest = getRequestFunction();
-    if (!processClientRequest) {
+    const std::shared_ptr<RequestGate> gate = findGate();
+    if (!gate) {
         KIV_LOG(ERROR, "Manager not initialized!");
         return nullptr;
     }
     KIV_LOG(EVENT, "Manager::%s > %s", operation, request->dump().c_str());
-    const std::shared_ptr<ClientResponse> response = processClientRequest(request);
+    const std::shared_ptr<ClientResponse> response = gate->process(request);
     KIV_LOG(EVENT, "Manager::%s < %s", operation, response ? response->dump().c_str() : "");
     auto result = std::dynamic_pointer_cast<Response>(response);
     if (!result) {
