@@ -11,6 +11,8 @@
 
 namespace kiv {
 
+class ModemProfile;
+
 /// The settings of a data-connection profile, in the words of the library's clients. Every
 /// setting is optional: one that is absent is not given (don't care), never zero.
 ///
@@ -116,6 +118,8 @@ protected:
     std::optional<bool> isIAProfile;
 
 private:
+    friend class ModemProfile;  // which compares with the name of every profile, without a copy
+
     std::optional<std::string> apnName;
     std::optional<std::string> userName;
     std::optional<std::string> password;

@@ -215,9 +215,7 @@ AuthType convertToAuthType(wds_profile_auth_protocol_enum_v01 protocol) {
 std::string convertToLower(const std::string& text) {
     std::string lower = text;
     for (char& byte : lower) {
-        if (byte >= 'A' && byte <= 'Z') {
-            byte = static_cast<char>(byte + ('a' - 'A'));
-        }
+        byte = convertToLower(byte);
     }
     return lower;
 }

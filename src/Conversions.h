@@ -48,6 +48,9 @@ AuthType convertToAuthType(wds_profile_auth_protocol_enum_v01 protocol);
 
 /// Lowers the ASCII letters, whatever the locale; all other bytes stay.
 std::string convertToLower(const std::string& text);
+constexpr char convertToLower(char byte) {
+    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
+}
 
 }  // namespace kiv
 

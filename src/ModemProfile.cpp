@@ -1,8 +1,10 @@
 #include "ModemProfile.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
 #include "Conversions.h"
 #include "LogWrapper.h"
@@ -113,11 +115,13 @@ bool ModemProfile::matchApnName(const FilterProfileParams& filter) const {
     if (!apnName) {
         return false;
     }
-    const std::string wanted = normalApnName(filter.getApnName());
+    const std::string_view wanted = std::string_view(*filter.apnName).substr(0, kApnNameLimit);
+    const auto isSame = [](char mine, char asked) { return mine == convertToLower(asked); };
     if ((filter.getFilterMatchCriteria() & toMask(FilterMatchType::ApnNameSubset)) != 0) {
-        return apnName->find(wanted) != std::string::npos;
+        return wanted.empty() || std::search(apnName->begin(), apnName->end(), wanted.begin(),
+                                             wanted.end(), isSame) != apnName->end();
     }
-    return *apnName == wanted;
+    return std::equal(apnName->begin(), apnName->end(), wanted.begin(), wanted.end(), isSame);
 }
 
 bool ModemProfile::matchApnTypesMask(const FilterProfileParams& filter) const {
