@@ -77,8 +77,7 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
 }
 
 void AdbWriter::write(LogLevel level, std::string tag, std::string msg) {
-    // What __android_log_print does with "%s", without formatting it once more.
-    __android_log_write(convertPrio(level), tag.c_str(), msg.c_str());
+    __android_log_print(convertPrio(level), tag.c_str(), "%s", msg.c_str());
 }
 
 int AdbWriter::convertPrio(LogLevel level) {
