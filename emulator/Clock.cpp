@@ -26,8 +26,9 @@ void Clock::pass(std::unique_lock<std::mutex>& lock, TimePoint limit) {
 }
 
 bool Clock::isAtRest() const {
-    return std::all_of(queues.begin(), queues.end(),
-                       [](const TaskQueue* queue) { return queue->isAtRest(); });
+    return std::all_of(queues.begin(), queues.end(), [](const TaskQueue* queue) {
+        return queue->isHeldUp() || queue->isAtRest();
+    });
 }
 
 bool Clock::jumpUntil(TimePoint limit) {
@@ -36,7 +37,7 @@ bool Clock::jumpUntil(TimePoint limit) {
     }
     std::optional<TimePoint> next;
     for (const TaskQueue* queue : queues) {
-        const std::optional<TimePoint> due = queue->nextDue();
+        const std::optional<TimePoint> due = queue->isHeldUp() ? std::nullopt : queue->nextDue();
         if (due && (!next || *due < *next)) {
             next = due;
         }

@@ -154,21 +154,6 @@ Json responseMembers(unsigned messageId, std::span<const std::byte> bytes, bool 
     return members;
 }
 
-/// Whether an answer holds a password.
-bool holdsSecret(unsigned messageId, std::span<const std::byte> bytes) {
-    if (messageId != RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
-        return false;
-    }
-    auto settings = read<wds_get_profile_settings_resp_msg_v01>(bytes).settings;
-    bool isHeld = false;
-    for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
-        forEachPresent(type, settings, [&](const PresentMember& member) {
-            isHeld = isHeld || (member.isSecret && member.value[0] != std::byte{});
-        });
-    }
-    return isHeld;
-}
-
 }  // namespace
 
 const char* messageName(unsigned id) {
@@ -254,7 +239,8 @@ void Journal::addResponse(TimePoint now, unsigned client, const Request& request
             if (request.result == WDS_RESULT_SUCCESS_V01) {
                 line["members"] = responseMembers(request.messageId, response, showSecrets);
             }
-            if (showSecrets || !holdsSecret(request.messageId, response)) {
+            // Passwords are in these alone, and a lie may put them anywhere.
+            if (showSecrets || request.messageId != RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
                 line["bytes"] = packBytes(response);
             }
         }

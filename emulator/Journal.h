@@ -26,6 +26,10 @@ constexpr const char* kProgram = "program";
 constexpr const char* kAppeared = "appeared";
 constexpr const char* kDisappeared = "disappeared";
 
+/// What the program that controls the modem does.
+constexpr const char* kStart = "start";
+constexpr const char* kStop = "stop";
+
 /// What happens to the modem's power.
 constexpr const char* kServiceUp = "service up";
 constexpr const char* kServiceDown = "service down";

@@ -99,14 +99,14 @@ int Modem::release(rav_client_type handle) {
     return RAV_CLIENT_OK;
 }
 
-void Modem::startNow(const char* direction) {
+void Modem::startNow() {
     modemThread.forget(&startDelay);
     if (running) {
         return;
     }
     running = true;
     ++instance;
-    noteEvent(kServiceUp, direction);
+    noteEvent(kServiceUp);
     for (auto& [handle, client] : clients) {
         const bool wasDeaf = std::exchange(client.isDeaf, false);
         client.isGone = client.isGone || wasDeaf;
@@ -121,13 +121,13 @@ void Modem::startNow(const char* direction) {
     }
 }
 
-void Modem::stopNow(bool silently, const char* direction) {
+void Modem::stopNow(bool silently) {
     modemThread.forget(&startDelay);
     if (!running) {
         return;
     }
     running = false;
-    noteEvent(silently ? kServiceDownSilently : kServiceDown, direction);
+    noteEvent(silently ? kServiceDownSilently : kServiceDown);
     service.dropTransientProfiles();
     if (!silently && !isReplaying()) {
         abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
@@ -224,7 +224,9 @@ TimePoint Modem::now() const {
 
 bool Modem::startJournal(const std::string& path, bool showSecrets) {
     std::lock_guard lock(mutex);
-    clientCount = 0;
+    if (clients.empty() && !replay) {
+        clientCount = 0;
+    }
     return journal.open(path, showSecrets, now());
 }
 
@@ -233,9 +235,9 @@ bool Modem::finishJournal() {
     return journal.close();
 }
 
-void Modem::noteEvent(const std::string& what, const char* direction) {
+void Modem::noteEvent(const std::string& what) {
     if (journal.isOpen()) {
-        journal.addEvent(now(), direction, 0, what);
+        journal.addEvent(now(), kEvent, 0, what);
     }
 }
 

@@ -146,9 +146,9 @@ private:
     void postError(rav_client_type handle, const Client& client);
     void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
                         const std::vector<std::byte>& bytes);
-    void noteEvent(const std::string& what, const char* direction = kEvent);
-    void startNow(const char* direction = kEvent);
-    void stopNow(bool silently, const char* direction = kEvent);
+    void noteEvent(const std::string& what);
+    void startNow();
+    void stopNow(bool silently);
     void reportChanges();
     void deliverChange(const wds_profile_changed_ind_type_v01& change);
     void deliverBytes(unsigned messageId, const std::vector<std::byte>& bytes);
@@ -165,18 +165,19 @@ private:
 
     // A replay: what the modem does then comes from a journal alone.
     bool isReplaying() const { return replay && !replay->firstDifference(); }
-    /// The program turned the power on or off.
-    void noteProgram(const char* what);
+    /// The program turns the power on or off; true if that is a replay's matter.
+    bool noteProgram(const char* what);
     /// Plays the lines whose turn it is.
     void playOn();
     void playAt(std::chrono::milliseconds delay);
     /// False if the line has to wait for the library or for the program.
     bool playLine(const RecordedLine& line);
     bool playCallback(const RecordedLine& line);
-    void playPower(const RecordedLine& line);
+    void playEvent(const RecordedLine& line);
     bool takeRecorded(const RecordedLine& line);
     void answerAsRecorded(const RecordedLine& line);
     void takeForReplay(const TransactionPointer& transaction);
+    void differFrom(const Transaction& transaction);
     void finishLater(const TransactionPointer& transaction);
     /// Whether a callback runs, or is to run, that may do so before the next line.
     bool waitsForCallbacks() const;

@@ -179,26 +179,26 @@ public:
     void setRequestObserver(std::function<void(const Request&)> observer);
 
     /// Writes a journal of every message and event from now on, one JSON object a line, in place of
-    /// the one before. Client numbers count from 1 again. Passwords are left out unless they are
-    /// asked for, and so are the bytes of answers that hold some. False, with errno, if the file
-    /// can't be written.
+    /// the one before. Client numbers count from 1 again if no client is open. Passwords are left
+    /// out unless they are asked for, and so are the bytes of answers that may hold some. False,
+    /// with errno, if the file can't be written.
     bool startJournal(const std::string& path, bool showSecrets = false);
 
     /// Ends the journal. False if not all of it could be written.
     bool finishJournal();
 
     /// Replays a journal from now on: what the modem did is done again, byte for byte, and requests
-    /// are held against those recorded. start and stop then only tell that the journal's next
-    /// change of power by the program may come; tables, faults, scenarios, actions and changes by
-    /// another party have no effect. The program has to do what it did when the journal was
-    /// written, on the virtual clock. False, with path, line and what is wrong, and nothing
-    /// changed, if the journal can't be used, the modem is on or not on the virtual clock, or a
-    /// client is open.
+    /// are held against those recorded. start and stop then only tell that the program has done
+    /// the next one of the journal; the power, answers and indications are the journal's, whatever
+    /// tables, faults, scenarios, actions and other parties would make of them. The program has to
+    /// do what it did when the journal was written, on the virtual clock. False, with path, line
+    /// and what is wrong, and nothing changed, if the journal can't be used, the modem is on or not
+    /// on the virtual clock, or a client is open.
     bool startReplay(const std::string& path, std::string& error);
 
     /// Ends the replay, with the modem off, and returns path, line and content of the first
-    /// difference; none if every request was as recorded and every one recorded was sent. After a
-    /// difference the modem was off.
+    /// difference; none if every request was as recorded and every one recorded was sent.
+    /// Passwords are not in it. After a difference the modem was off.
     std::optional<std::string> finishReplay();
 
     /// Blocks until a client has bound, registered for indications and configured its profile

@@ -2,9 +2,11 @@
 // that came before it in the journal has happened, and its time has come.
 
 #include <algorithm>
+#include <cstdint>
 #include <fstream>
 #include <utility>
 
+#include "Encoding.h"
 #include "Modem.h"
 
 namespace kiv::emulator {
@@ -12,6 +14,9 @@ namespace kiv::emulator {
 bool Modem::startReplay(const std::string& path, std::string& error) {
     try {
         std::ifstream stream(path, std::ios::binary);
+        if (!stream) {
+            throw ReplayError("it can't be read");
+        }
         auto lines = readJournal(stream);
         std::lock_guard lock(mutex);
         if (!clock.isVirtual() || running || !clients.empty() || replay) {
@@ -33,10 +38,15 @@ std::optional<std::string> Modem::finishReplay() {
     if (!replay) {
         return std::nullopt;
     }
+    const auto unseen = std::find_if(open.begin(), open.end(),
+                                     [](const auto& transaction) { return !transaction->isTaken; });
+    if (unseen != open.end()) {
+        differFrom(**unseen);
+    }
     replay->finish();
     auto difference = replay->firstDifference();
-    endReplay();
     replay.reset();
+    endReplay();
     return difference;
 }
 
@@ -49,9 +59,21 @@ void Modem::endReplay() {
     stopNow(false);
 }
 
-void Modem::noteProgram(const char* what) {
-    replay->noteProgram(what);
-    playOn();
+bool Modem::noteProgram(const char* what) {
+    if (journal.isOpen()) {
+        journal.addEvent(now(), kProgram, 0, what);
+    }
+    if (replay) {
+        replay->noteProgram(what);
+        playOn();
+    }
+    return replay != nullptr;
+}
+
+void Modem::differFrom(const Transaction& transaction) {
+    const RecordedLine* const line = replay->next();
+    replay->differ(std::string("sent ") + messageName(transaction.record.messageId) +
+                   ", recorded " + (line ? line->describe() : "nothing more"));
 }
 
 void Modem::playOn() {
@@ -69,7 +91,7 @@ void Modem::playOn() {
             break;
         }
         replay->advance();
-        if (waitsForCallbacks()) {
+        if (isReplaying() && waitsForCallbacks()) {
             playAt({});
             return;
         }
@@ -100,10 +122,11 @@ void Modem::playAt(std::chrono::milliseconds delay) {
 }
 
 bool Modem::waitsForCallbacks() const {
-    const bool isHeldUp = std::any_of(open.begin(), open.end(), [](const auto& transaction) {
-        return transaction->isFromCallback;
-    });
-    return !isHeldUp && !callbackThread.hasNothingToDo();
+    // One that waits for an answer itself is not waited for.
+    const auto isFromCallback = [](const auto& transaction) { return transaction->isFromCallback; };
+    return std::none_of(open.begin(), open.end(), isFromCallback) &&
+           std::none_of(answeredInReplay.begin(), answeredInReplay.end(), isFromCallback) &&
+           !callbackThread.hasNothingToDo();
 }
 
 bool Modem::playLine(const RecordedLine& line) {
@@ -116,24 +139,20 @@ bool Modem::playLine(const RecordedLine& line) {
     if (line.direction == kResponse) {
         answerAsRecorded(line);
     } else if (line.direction == kEvent) {
-        playPower(line);
+        playEvent(line);
     } else if (line.direction == kProgram) {
-        const bool isDone = replay->takeProgram(line.what);
-        if (isDone) {
-            playPower(line);
-        }
-        return isDone;
+        return replay->takeProgram(line);
     } else if (line.direction != kRelease) {
         return playCallback(line);
     }
     return true;
 }
 
-void Modem::playPower(const RecordedLine& line) {
+void Modem::playEvent(const RecordedLine& line) {
     if (line.what == kServiceUp) {
-        startNow(line.direction.c_str());
+        startNow();
     } else if (line.what == kServiceDown || line.what == kServiceDownSilently) {
-        stopNow(line.what == kServiceDownSilently, line.direction.c_str());
+        stopNow(line.what == kServiceDownSilently);
     } else {
         noteEvent(line.what);
     }
@@ -148,7 +167,8 @@ bool Modem::playCallback(const RecordedLine& line) {
     }
     auto& [handle, client] = *found;
     if (line.direction == kIndication) {
-        postIndication(handle, client, line.messageId, line.bytes);
+        postIndication(handle, client, line.messageId,
+                       unpackBytes(line.packed, SIZE_MAX).value_or(std::vector<std::byte>()));
     } else if (line.direction == kNotify) {
         postNotification(
             handle, client,
@@ -176,19 +196,23 @@ bool Modem::takeRecorded(const RecordedLine& line) {
 }
 
 void Modem::answerAsRecorded(const RecordedLine& line) {
+    // One that failed may have done so before the modem took it.
+    const bool hasFailed = line.transport != RAV_CLIENT_OK;
     const auto found = std::find_if(open.begin(), open.end(), [&](const auto& transaction) {
-        return transaction->clientNumber == line.client;
+        return transaction->clientNumber == line.client &&
+               transaction->record.messageId == line.messageId &&
+               (hasFailed || transaction->isTaken);
     });
     if (found == open.end()) {
         // A sender that finds the service gone may come too late to be counted as one.
-        if (line.transport == RAV_CLIENT_OK) {
+        if (!hasFailed) {
             replay->differ("recorded an answer, and there is no request");
         }
         return;
     }
     const TransactionPointer transaction = *found;
     const unsigned messageId = transaction->record.messageId;
-    transaction->response = line.bytes;
+    transaction->response = unpackBytes(line.packed, SIZE_MAX).value_or(std::vector<std::byte>());
     Client* const client = findClient(transaction->client, false);
     decide(transaction, line.transport);
     // What was not answered may well have been done, and mostly was.
@@ -206,17 +230,16 @@ void Modem::takeForReplay(const TransactionPointer& transaction) {
         return;
     }
     // The journal has the time-outs, too: this one is for what it doesn't answer.
+    constexpr std::chrono::minutes kLongAfter(1);
     modemThread.post(
         [=, this] {
             std::lock_guard lock(mutex);
             if (!transaction->isDecided && isReplaying()) {
-                const RecordedLine* const line = replay->next();
-                replay->differ(std::string("sent ") + messageName(transaction->record.messageId) +
-                               ", recorded " + (line ? line->direction : "nothing more"));
+                differFrom(*transaction);
                 endReplay();
             }
         },
-        2 * transaction->timeout + std::chrono::milliseconds(1), transaction.get());
+        transaction->timeout + kLongAfter, transaction.get());
     transaction->hasTimers = true;
     playOn();
 }

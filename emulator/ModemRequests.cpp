@@ -60,6 +60,9 @@ Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client
     transaction->isCounted = clock.isVirtual();
     if (transaction->isCounted) {
         clock.enterSender();
+        if (transaction->isFromCallback) {
+            callbackThread.holdUp(true);
+        }
     }
     transaction->record.number = ++requestCount;
     transaction->observerNumber = observersSoFar;
@@ -75,11 +78,14 @@ void Modem::takeRequest(const TransactionPointer& transaction) {
     std::unique_lock lock(mutex);
     deliverHeld();
     Client* const client = findClient(transaction->client, false);
-    if (!client || client->isGone) {
+    if (!client) {
         return;
     }
     if (replay) {
         takeForReplay(transaction);
+        return;
+    }
+    if (client->isGone) {
         return;
     }
     if (journal.isOpen()) {
@@ -201,6 +207,9 @@ void Modem::finish(const TransactionPointer& transaction) {
 void Modem::letGo(Transaction& transaction) {
     if (transaction.isCounted && !transaction.isAnswered) {
         clock.leaveSender();
+        if (transaction.isFromCallback) {
+            callbackThread.holdUp(false);
+        }
     }
     transaction.isAnswered = true;
 }

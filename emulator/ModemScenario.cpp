@@ -11,14 +11,20 @@ namespace {
 
 constexpr unsigned kUnknownMessage = 0x7FFF;
 
+/// When what is to happen of itself does: never at once, beside what the program does just then.
+std::chrono::milliseconds soonest(std::chrono::milliseconds span) {
+    return std::max(span, std::chrono::milliseconds(1));
+}
+
 }  // namespace
 
 void Modem::start() {
     std::lock_guard lock(mutex);
-    if (replay) {
-        noteProgram(kServiceUp);
-    } else if (running || !std::exchange(isStartDelayed, false)) {
-        startNow(kProgram);
+    if (noteProgram(kStart)) {
+        return;
+    }
+    if (running || !std::exchange(isStartDelayed, false)) {
+        startNow();
     } else if (startDelay) {
         perform({.kind = Action::Kind::PowerOff, .comesBackAfter = startDelay});
     }
@@ -26,10 +32,8 @@ void Modem::start() {
 
 void Modem::stop() {
     std::lock_guard lock(mutex);
-    if (replay) {
-        noteProgram(kServiceDown);
-    } else {
-        stopNow(false, kProgram);
+    if (!noteProgram(kStop)) {
+        stopNow(false);
     }
 }
 
@@ -54,7 +58,7 @@ void Modem::play(const Scenario& scenario) {
     for (const TimedAction& event : scenario.events) {
         modemThread.post(
             [this, action = event.action] { afterCallbacks([=, this] { performNow(action); }); },
-            event.at, &heldActions);
+            soonest(event.at), &heldActions);
     }
 }
 
@@ -95,7 +99,7 @@ void Modem::perform(const Action& action) {
             if (action.comesBackAfter) {
                 modemThread.post(
                     [this] { afterCallbacks([this] { performNow({Kind::PowerOn}); }); },
-                    *action.comesBackAfter, &startDelay);
+                    soonest(*action.comesBackAfter), &startDelay);
             }
             break;
         case Kind::CreateProfile:

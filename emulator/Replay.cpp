@@ -64,15 +64,17 @@ public:
         }
         return found->get<int>();
     }
-    std::vector<std::byte> bytes(size_t most) const {
+    /// As they are written, since a few digits may stand for many bytes.
+    std::string packed(size_t least, size_t most) const {
         if (!json.contains("bytes")) {
             fail(number, "no bytes: record the journal with passwords to replay it");
         }
-        auto read = unpackBytes(text("bytes"), most);
-        if (!read) {
-            refuse("bytes");
+        std::string bytes = text("bytes");
+        const auto unpacked = unpackBytes(bytes, most);
+        if (!unpacked || unpacked->size() < least) {
+            fail(number, "bytes: not what a journal holds, or not as many");
         }
-        return std::move(*read);
+        return bytes;
     }
 
 private:
@@ -95,7 +97,7 @@ private:
 void readMessage(const LineReader& reader, RecordedLine& line) {
     line.messageId = reader.count("id", std::numeric_limits<unsigned>::max());
     if (line.direction == kIndication) {
-        line.bytes = reader.bytes(kLongestIndication);
+        line.packed = reader.packed(0, kLongestIndication);
         return;
     }
     const auto lengths = findMessageLengths(line.messageId);
@@ -108,11 +110,7 @@ void readMessage(const LineReader& reader, RecordedLine& line) {
     }
     line.transport = reader.result("transport");
     if (line.transport == RAV_CLIENT_OK) {
-        line.bytes = reader.bytes(lengths->response);
-        if (line.bytes.size() != lengths->response) {
-            fail(line.number, "bytes: " + std::to_string(line.bytes.size()) + ", not the " +
-                                  std::to_string(lengths->response) + " of the answer");
-        }
+        line.packed = reader.packed(lengths->response, lengths->response);
     }
 }
 
@@ -145,15 +143,28 @@ RecordedLine readLine(size_t number, const std::string& text) {
     return line;
 }
 
-std::string quoted(const Json& json, const std::string& place) {
+/// A value as it may be shown: passwords are left out.
+std::string shown(const Json& json, const std::string& place) {
     const Json::json_pointer pointer(place);
-    return json.contains(pointer) ? json[pointer].dump() : "nothing";
+    if (!json.contains(pointer)) {
+        return "nothing";
+    }
+    if (place.find("password") != std::string::npos) {
+        return "***";
+    }
+    return json[pointer].is_structured() ? "others" : json[pointer].dump();
 }
 
 }  // namespace
 
 bool RecordedLine::isAwaited() const {
     return direction == kOpen || direction == kRequest || direction == kProgram;
+}
+
+std::string RecordedLine::describe() const {
+    const bool isRequest = direction == kRequest;
+    std::string text = direction + " " + (isRequest ? std::string(messageName(messageId)) : what);
+    return client == 0 ? text : text + " of client " + std::to_string(client);
 }
 
 std::vector<RecordedLine> readJournal(std::istream& stream) {
@@ -169,6 +180,9 @@ std::vector<RecordedLine> readJournal(std::istream& stream) {
         }
         lines.push_back(std::move(line));
     }
+    if (!stream.eof()) {
+        throw ReplayError("it can't be read");
+    }
     if (lines.empty()) {
         throw ReplayError("it holds nothing");
     }
@@ -177,21 +191,22 @@ std::vector<RecordedLine> readJournal(std::istream& stream) {
 
 bool Replay::isAsRecorded(const RecordedLine& line, const Request& request) {
     if (line.messageId != request.messageId) {
-        differ(std::string("recorded ") + messageName(line.messageId) + ", sent " +
+        differ(std::string("recorded ") + line.describe() + ", sent " +
                messageName(request.messageId));
         return false;
     }
     const Json recorded = Json::parse(line.members);
+    const Json sent = Json::parse(describeRequest(request, true));
     // A journal without passwords is held against as little.
-    const bool isMasked = line.members.find("\"***\"") != std::string::npos;
-    const Json sent = Json::parse(describeRequest(request, !isMasked));
-    const Json changes = Json::diff(recorded, sent);
-    if (changes.empty()) {
+    const Json masked = Json::parse(describeRequest(request, false));
+    if (recorded == sent || recorded == masked) {
         return true;
     }
+    const bool isMasked = line.members.find("\"***\"") != std::string::npos;
+    const Json changes = Json::diff(recorded, isMasked ? masked : sent);
     const auto place = changes[0]["path"].get<std::string>();
     differ(std::string(messageName(line.messageId)) + ": members" + place + ": recorded " +
-           quoted(recorded, place) + ", sent " + quoted(sent, place));
+           shown(recorded, place) + ", sent " + shown(sent, place));
     return false;
 }
 
@@ -205,23 +220,26 @@ void Replay::differ(const std::string& what) {
 
 void Replay::finish() {
     while (const RecordedLine* line = next()) {
-        if (line->direction == kOpen || line->direction == kRequest) {
-            const bool isRequest = line->direction == kRequest;
-            differ("recorded " +
-                   (isRequest ? std::string(messageName(line->messageId)) : "open, " + line->what) +
-                   ", never seen");
+        if (line->isAwaited()) {
+            differ("recorded " + line->describe() + ", never seen");
             return;
         }
         advance();
     }
+    if (!program.empty()) {
+        differ("the program did " + program.front() + ", recorded nothing more");
+    }
 }
 
-bool Replay::takeProgram(const std::string& what) {
-    const auto found = std::find(program.begin(), program.end(), what);
-    if (found == program.end()) {
+bool Replay::takeProgram(const RecordedLine& line) {
+    if (program.empty()) {
         return false;
     }
-    program.erase(program.begin(), std::next(found));
+    if (program.front() != line.what) {
+        differ("recorded " + line.describe() + ", the program did " + program.front());
+        return false;
+    }
+    program.pop_front();
     return true;
 }
 

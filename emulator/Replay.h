@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <deque>
 #include <iosfwd>
 #include <optional>
 #include <stdexcept>
@@ -27,9 +28,12 @@ struct RecordedLine {
     unsigned client = 0;             ///< 0 for none
     unsigned messageId = 0;
     int transport = RAV_CLIENT_OK;
-    std::string members;           ///< of a request, as a JSON object
-    std::vector<std::byte> bytes;  ///< of an answer or an indication
+    std::string members;  ///< of a request, as a JSON object
+    std::string packed;   ///< the bytes of an answer or an indication, as packBytes writes them
     std::string what;
+
+    /// The line in a few words.
+    std::string describe() const;
 
     /// Whether it is up to the library, or to the program, to do this; all else is the modem's.
     bool isAwaited() const;
@@ -62,17 +66,17 @@ public:
     void finish();
     const std::optional<std::string>& firstDifference() const { return difference; }
 
-    /// The program turned the power on or off, which the journal tells when to do.
+    /// The program turns the power on or off, which the journal tells when to do.
     void noteProgram(const char* what) { program.emplace_back(what); }
-    /// Whether the program has done so, but for what it did before and the journal doesn't tell.
-    bool takeProgram(const std::string& what);
+    /// Whether the program has done what the line says; if it did the other thing, that is noted.
+    bool takeProgram(const RecordedLine& line);
 
 private:
     const std::string path;
     const std::vector<RecordedLine> lines;
     const TimePoint start;
     size_t position = 0;
-    std::vector<std::string> program;
+    std::deque<std::string> program;
     std::optional<std::string> difference;
 };
 

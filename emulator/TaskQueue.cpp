@@ -69,6 +69,11 @@ bool TaskQueue::hasNothingToDo() const {
     return isAtRest();
 }
 
+void TaskQueue::holdUp(bool isHeldUp) {
+    std::lock_guard lock(mutex);
+    heldUp = isHeldUp;
+}
+
 bool TaskQueue::isAtRest() const {
     return !running && (tasks.empty() || tasks.begin()->first.first > clock.now());
 }

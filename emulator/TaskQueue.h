@@ -57,8 +57,13 @@ public:
     /// Whether nothing is due or running.
     bool hasNothingToDo() const;
 
+    /// The running task has to wait for another queue from now on, or no longer: time may pass
+    /// meanwhile.
+    void holdUp(bool isHeldUp);
+
     // For the clock, with its mutex held.
     bool isAtRest() const;
+    bool isHeldUp() const { return heldUp; }
     std::optional<TimePoint> nextDue() const;
 
 private:
@@ -86,6 +91,7 @@ private:
     std::map<Key, Entry> tasks;
     uint64_t nextNumber = 0;
     std::optional<Running> running;
+    bool heldUp = false;
     bool started = false;
     std::thread::id thread;
 };

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 #include "ApnFile.h"
@@ -45,6 +46,8 @@ std::string checkPlmn(const std::string& value) {
     return "not 5 or 6 digits (MCC and MNC), nor 'none': " + escape(value);
 }
 
+std::string isNamed(const std::string& file) { return file.empty() ? "no name" : ""; }
+
 void addCommonOptions(CLI::App& command, RawOptions& raw) {
     command.add_option("--bind", raw.options.bindValue, "Subscription to bind to; 0 if not given")
         ->check(CLI::NonNegativeNumber);
@@ -59,7 +62,7 @@ void addCommonOptions(CLI::App& command, RawOptions& raw) {
         .add_option("--state", raw.options.stateFile,
                     "Take the modem's profiles, passwords included, from here and leave them here; "
                     "without such a file the modem is fresh")
-        ->check([](const std::string& name) { return name.empty() ? "no name" : std::string(); })
+        ->check(isNamed)
         ->type_name("FILE");
 }
 
@@ -70,18 +73,21 @@ void addProvisionOptions(CLI::App& command, RawOptions& raw) {
     command
         .add_option("--scenario", raw.options.scenarioFile,
                     "What the modem is to do wrong; it then runs on a virtual clock")
+        ->check(isNamed)
         ->type_name("FILE");
     command.add_option("--seed", raw.options.seed,
                        "Seed of what is random in the scenario, in place of its own");
     command
         .add_option("--journal", raw.options.journalFile,
                     "Write every message and event here, one JSON object a line")
+        ->check(isNamed)
         ->type_name("FILE");
     CLI::Option* replay =
         command
             .add_option("--replay", raw.options.replayFile,
                         "Have the modem do what such a journal says, written with --show-secrets, "
                         "and report the library's first request that differs")
+            ->check(isNamed)
             ->type_name("FILE");
     for (const char* other : {"--scenario", "--seed", "--state"}) {
         replay->excludes(command.get_option(other));
@@ -135,6 +141,10 @@ std::optional<CommandLine> parseCommandLine(int argc, const char* const* argv, O
         app.parse(argc, argv);
         if (provision->parsed() && provision->count("--plmn") + provision->count("--all") == 0) {
             throw CLI::RequiredError("--plmn or --all");
+        }
+        std::error_code ignored;
+        if (std::filesystem::equivalent(raw.options.replayFile, raw.options.journalFile, ignored)) {
+            throw CLI::ValidationError("--journal", "the file that is replayed");
         }
     } catch (const CLI::ParseError& parsed) {
         std::ostringstream results;
