@@ -267,6 +267,7 @@ Modem::Client* Modem::findClient(rav_client_type handle, bool isNotifier) {
 
 template <class Note>
 void Modem::noteCallback(Note note) {
+    ++callbackCount;
     if (journal.isOpen()) {
         std::lock_guard lock(mutex);
         note();

@@ -1,6 +1,7 @@
 #ifndef EMULATOR_MODEM_H
 #define EMULATOR_MODEM_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -73,6 +74,7 @@ public:
     void setObserver(std::function<void(const Request&)> newObserver);
     bool waitForRegisteredClient(TimePoint deadline) const;
     bool waitForDeliveries(TimePoint deadline);
+    uint64_t callbacksSoFar() const { return callbackCount; }
     size_t openClients() const;
     bool startJournal(const std::string& path, bool showSecrets);
     bool finishJournal();
@@ -225,6 +227,7 @@ private:
     uint32_t instance = 0;  ///< counts power-ups: a client belongs to one
     uintptr_t lastHandle = 0;
     std::map<rav_client_type, Client> clients;
+    std::atomic<uint64_t> callbackCount = 0;
     Journal journal;
     std::unique_ptr<Replay> replay;
     std::vector<TransactionPointer> answeredInReplay;  ///< their senders are yet to go on

@@ -172,6 +172,8 @@ bool ModemEmulator::waitForDeliveries(std::chrono::milliseconds timeout) const {
     return modem().waitForDeliveries(realTimeAfter(timeout));
 }
 
+uint64_t ModemEmulator::callbacksSoFar() const { return modem().callbacksSoFar(); }
+
 size_t ModemEmulator::openClients() const { return modem().openClients(); }
 
 std::vector<ModemEmulator::DiagLine> ModemEmulator::takeDiagLines() {

@@ -210,6 +210,9 @@ public:
     /// can't wait for itself.
     bool waitForDeliveries(std::chrono::milliseconds timeout) const;
 
+    /// How many notify, error and indication callbacks were begun so far.
+    uint64_t callbacksSoFar() const;
+
     /// Open clients and notifiers; 0 when everyone has cleaned up.
     size_t openClients() const;
 

@@ -38,9 +38,7 @@ std::string contentsOf(std::FILE* file) {
     return text;
 }
 
-std::string dataFile(const char* name) {
-    return std::filesystem::path(__FILE__).parent_path() / "data" / name;
-}
+std::string dataFile(const char* name) { return std::filesystem::path(KIVCTL_TEST_DATA) / name; }
 
 struct Result {
     int status;

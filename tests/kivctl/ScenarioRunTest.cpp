@@ -22,8 +22,7 @@ protected:
         }
     }
     int provision(std::vector<const char*> options) {
-        const std::string apns =
-            std::filesystem::path(__FILE__).parent_path() / "data" / "carriers.xml";
+        const std::string apns = std::filesystem::path(KIVCTL_TEST_DATA) / "carriers.xml";
         options.insert(options.begin(), {"kivctl", "provision", "--apns", apns.c_str(), "--all",
                                          "--show-secrets", "--journal"});
         Output output(stderr, stderr);
@@ -61,6 +60,9 @@ TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachT
          kFailed},
         {R"({"faults": [{"request": "create", "nth": 2, "then": [
              {"do": "powerOff", "silent": true, "backAfterMs": 1400}]}]})",
+         kFailed},
+        {R"({"seed": 7, "faults": [{"probability": 0.2, "delayMs": 999},
+             {"probability": 0.3, "delayMs": 1000}, {"every": 1, "indications": "duplicated"}]})",
          kFailed},
         {R"({"neverStarts": true})", kModemUnreachable},
         {R"({"neverStarts": 1})", kCannotRead},

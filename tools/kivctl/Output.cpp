@@ -21,11 +21,25 @@ OutputError failure(const std::string& what) {
     return OutputError(what + ": " + std::strerror(errno));
 }
 
-void writeLogLine(const __android_logger_data* data, const char* text) {
+thread_local const std::function<void()>* callWatcher = nullptr;
+
+bool tellsOfACall(std::string_view line) {
+    const bool isCall = line.substr(0, 9) == "Manager::" && line.find(" > ") != line.npos;
+    return isCall || line == "~ProfileKey";
+}
+
+void handleLogLine(const __android_logger_data* data, const char* text) {
+    if (callWatcher && tellsOfACall(text)) {
+        (*callWatcher)();
+    }
+    std::FILE* const file = logFile;
+    if (file == nullptr) {
+        return;
+    }
     constexpr char kPriorities[] = "??VDIWEFS";
     const auto priority = static_cast<size_t>(data->priority);
     const char letter = priority < sizeof kPriorities - 1 ? kPriorities[priority] : '?';
-    std::fprintf(logFile, "%c %s: %s\n", letter, data->tag ? data->tag : "", text);
+    std::fprintf(file, "%c %s: %s\n", letter, data->tag ? data->tag : "", text);
 }
 
 }  // namespace
@@ -100,12 +114,12 @@ void logToFile(const std::string& path) {
         throw failure(path);
     }
     logFile = file;
-    __android_log_set_logger(writeLogLine);
+    __android_log_set_logger(handleLogLine);
 }
 
-void discardLog() {
-    __android_log_set_logger([](const __android_logger_data*, const char*) {});
-}
+void discardLog() { __android_log_set_logger(handleLogLine); }
+
+void watchCalls(const std::function<void()>* action) { callWatcher = action; }
 
 void finishLog() {
     std::FILE* file = logFile;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -46,6 +47,9 @@ private:
 void logToFile(const std::string& path);
 /// Has it thrown away.
 void discardLog();
+/// Has an action carried out when this thread calls the library, and when it has dropped a key, as
+/// the log tells; null ends it. The library holds no lock then.
+void watchCalls(const std::function<void()>* action);
 /// Throws OutputError unless the whole log has got into its file.
 void finishLog();
 

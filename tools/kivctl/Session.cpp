@@ -29,11 +29,28 @@ void passThroughLibrary() {
 
 }  // namespace
 
+Session::~Session() { watchCalls(nullptr); }
+
 void Session::usePlay(emulator::Scenario chosen) {
     if (!modem().useVirtualClock(true)) {
         throw std::logic_error("the modem runs already");
     }
     scenario = std::move(chosen);
+    watchCalls(&beforeCall);
+}
+
+void Session::rest() {
+    if (isResting || !isLibraryStarted) {
+        return;
+    }
+    isResting = true;
+    modem().waitForDeliveries(patience);
+    while (callbacksAtRest != modem().callbacksSoFar()) {
+        callbacksAtRest = modem().callbacksSoFar();
+        passThroughLibrary();
+        modem().waitForDeliveries(patience);
+    }
+    isResting = false;
 }
 
 void Session::useReplay(const std::string& journalFile) {

@@ -30,13 +30,18 @@ struct ReplayUnusable : std::runtime_error {
 /// lives through the modem's restarts, as on a phone.
 ///
 /// With a scenario the modem runs on the virtual clock, and some time passes between any two steps.
-/// Each modem plays the scenario anew.
+/// Each modem plays the scenario anew. Before each call of the library, those that its policies
+/// make included, the library comes to rest, so that each run goes the same way.
 class Session {
 public:
     explicit Session(int bindValue, std::chrono::milliseconds patience = std::chrono::seconds(5))
         : bindValue(bindValue), patience(patience) {}
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
-    /// Plays a scenario from the next modem on. Before the first modem.
+    /// Plays a scenario from the next modem on. Before the first modem; the thread that calls this
+    /// is the one that uses the library and the session.
     void usePlay(emulator::Scenario chosen);
 
     /// Has a journal stand for all modems; on the virtual clock, as with a scenario. Before the
@@ -61,6 +66,7 @@ public:
 
 private:
     void deliver() const;
+    void rest();
     void letTimePass(std::chrono::milliseconds span, const std::function<bool()>& isEnough) const;
     bool waitForLibrary() const;
 
@@ -68,6 +74,9 @@ private:
     const std::chrono::milliseconds patience;
     std::optional<emulator::Scenario> scenario;
     bool isLibraryStarted = false;
+    bool isResting = false;
+    uint64_t callbacksAtRest = 0;
+    const std::function<void()> beforeCall = [this] { rest(); };
 };
 
 }  // namespace kiv::kivctl
