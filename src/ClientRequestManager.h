@@ -32,6 +32,8 @@ namespace kiv {
 /// not wait, nor in a forked child.
 /// Re-entrancy: on a thread that must not wait (NoWaitScope), a key's release is carried out after
 /// the worker's item in hand; anything else is refused.
+/// ClientRequestManager.pml beside this file models how clients, the worker and the destructor deal
+/// with each other; who changes that changes both, and runs script/model.
 class ClientRequestManager {
 public:
     /// Throws std::system_error if the worker thread can't be started.
