@@ -11,6 +11,8 @@
 
 namespace kiv {
 
+OwnedFd::~OwnedFd() { close(fd); }
+
 int createEventFd() {
     const int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (fd == -1) {

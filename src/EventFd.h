@@ -5,6 +5,21 @@
 
 namespace kiv {
 
+/// A descriptor that is closed with it, also if the constructor of what it is a member of throws.
+/// Its owner uses it on whatever threads the descriptor itself allows.
+class OwnedFd {
+public:
+    explicit OwnedFd(int fd) : fd(fd) {}
+    ~OwnedFd();
+    OwnedFd(const OwnedFd&) = delete;
+    OwnedFd& operator=(const OwnedFd&) = delete;
+
+    int get() const { return fd; }
+
+private:
+    const int fd;
+};
+
 /// A new eventfd, non-blocking and close-on-exec. Without one the library can't work, so that a
 /// failure is logged and aborts the process.
 int createEventFd();

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -17,6 +18,8 @@
 namespace kiv {
 
 namespace {
+
+constexpr int kWatchAgainMs = 100;
 
 /// The descriptors that may be dispatched, for all event managers of the process.
 class ApprovedFds {
@@ -85,23 +88,33 @@ std::string unhandledFlagNames(uint32_t flags) {
     return names;
 }
 
-}  // namespace
+/// An item that lacks memory must not end the loop's thread, and with it the process.
+template <class Item>
+void withoutEnding(Item&& item) {
+    try {
+        item();
+    } catch (const std::bad_alloc&) {
+        KIV_LOG(ERROR, "EventManager: out of memory");
+    }
+}
 
-EventManager::EventManager() : epollFd(epoll_create1(EPOLL_CLOEXEC)), wakeFd(-1) {
-    if (epollFd == -1) {
+int createEpoll() {
+    const int fd = epoll_create1(EPOLL_CLOEXEC);
+    if (fd == -1) {
         KIV_LOG(ERROR, "Cannot create epoll instance");
         abort();
     }
-    wakeFd = createEventFd();
-    addEventHandler(wakeFd, clearRead, nullptr, nullptr, EPOLLIN | EPOLLHUP);
-    KIV_LOG(VERBOSE, "EventManager is ready. epollFd:%d", epollFd);
+    return fd;
 }
 
-EventManager::~EventManager() {
-    removeEventHandler(wakeFd);
-    close(wakeFd);
-    close(epollFd);
+}  // namespace
+
+EventManager::EventManager() : epollFd(createEpoll()), wakeFd(createEventFd()) {
+    addEventHandler(wakeFd.get(), clearRead, nullptr, nullptr, EPOLLIN | EPOLLHUP);
+    KIV_LOG(VERBOSE, "EventManager is ready. epollFd:%d", epollFd.get());
 }
+
+EventManager::~EventManager() { removeEventHandler(wakeFd.get()); }
 
 bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
                                    CloseCallback closeCallback, int requestedEvents) {
@@ -114,12 +127,12 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
     {
         // One step: the loop must not see the descriptor ready before its handler is there.
         std::lock_guard lock(mutex);
-        added = handlers.emplace(fd, HandlerObject{callback, closeCallback, data}).second;
+        const auto [place, inserted] = handlers.emplace(
+            fd,
+            HandlerObject{callback, closeCallback, data, static_cast<uint32_t>(requestedEvents)});
+        added = inserted;
         if (added) {
-            epoll_event event{};
-            event.events = static_cast<uint32_t>(requestedEvents);
-            event.data.fd = fd;
-            watched = epoll_ctl(epollFd, EPOLL_CTL_ADD, fd, &event) != -1;
+            watched = watch(fd, place->second);
             approvedFd().add(fd);
         }
     }
@@ -130,13 +143,41 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
     if (!watched) {
         // Meant: the handler stays registered and approved all the same.
         KIV_LOG(ERROR, "Cannot add event handler");
+        // The loop may be waiting without a time-out.
+        signalEventFd(wakeFd.get());
     }
     return true;
 }
 
+bool EventManager::watch(int fd, HandlerObject& handler) {
+    epoll_event event{};
+    event.events = handler.requestedEvents;
+    event.data.fd = fd;
+    handler.watched = epoll_ctl(epollFd.get(), EPOLL_CTL_ADD, fd, &event) != -1;
+    if (!handler.watched && (errno == ENOMEM || errno == ENOSPC)) {
+        roomMissing.store(true);
+    }
+    return handler.watched;
+}
+
+/// Watches what there was no room for. A mailbox that nobody watches would let its clients wait for
+/// ever. False if something is still to be tried.
+bool EventManager::watchAgain() {
+    if (!roomMissing.exchange(false)) {
+        return true;
+    }
+    std::lock_guard lock(mutex);
+    for (auto& [fd, handler] : handlers) {
+        if (!handler.watched) {
+            watch(fd, handler);
+        }
+    }
+    return !roomMissing.load();
+}
+
 void EventManager::removeEventHandler(int fd) {
     KIV_LOG(VERBOSE, "EventManager::removeEventHandler(int fd) EX");
-    if (epoll_ctl(epollFd, EPOLL_CTL_DEL, fd, nullptr) == -1) {
+    if (epoll_ctl(epollFd.get(), EPOLL_CTL_DEL, fd, nullptr) == -1) {
         KIV_LOG(ERROR, "Cannot remove event handler");
     }
     HandlerObject handler;
@@ -164,7 +205,9 @@ void EventManager::removeEventHandler(int fd) {
 }
 
 void EventManager::processEvents() {
-    const int count = epoll_wait(epollFd, events.data(), static_cast<int>(events.size()), -1);
+    const int timeout = watchAgain() ? -1 : kWatchAgainMs;
+    const int count =
+        epoll_wait(epollFd.get(), events.data(), static_cast<int>(events.size()), timeout);
     if (count == -1) {
         // An interrupted wait too: the caller's loop tests its flag and waits again.
         KIV_LOG(ERROR, "epoll_wait error");
@@ -176,7 +219,7 @@ void EventManager::processEvents() {
         KIV_LOG(VERBOSE, "there are %d file descriptor(s) with events pending", count - i);
         KIV_LOG(VERBOSE, "processing event number: %d, handling %d for %d", i,
                 static_cast<int>(event.events), event.data.fd);
-        processEvent(event);
+        withoutEnding([this, &event] { processEvent(event); });
         finishItem();
     }
 }
@@ -244,10 +287,15 @@ void EventManager::wake() {
     KIV_LOG(VERBOSE, "EventManager::wake() EX");
     // Meant: this line goes to standard output.
     printIfPossible("wake()\n");
-    const ssize_t result = signalEventFd(wakeFd);
+    const ssize_t result = signalEventFd(wakeFd.get());
     if (result != sizeof(uint64_t)) {
         KIV_LOG(INFO, "Error in writing rv: %d, error: %s", static_cast<int>(result),
                 strerror(errno));
+        // The thread that stops the loop waits for it. An eventfd is always writable.
+        epoll_event event{};
+        event.events = EPOLLIN | EPOLLHUP | EPOLLOUT | EPOLLET;
+        event.data.fd = wakeFd.get();
+        epoll_ctl(epollFd.get(), EPOLL_CTL_MOD, wakeFd.get(), &event);
     }
 }
 
@@ -267,7 +315,7 @@ void EventManager::finishItem() {
             work = std::move(deferred.front());
             deferred.pop_front();
         }
-        work();
+        withoutEnding(work);
     }
 }
 

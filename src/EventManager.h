@@ -5,12 +5,14 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <set>
 
+#include "EventFd.h"
 #include "ThreadSafety.h"
 
 namespace kiv {
@@ -25,7 +27,10 @@ using CloseCallback = void (*)(int fd, void* data);
 /// run. Everything else may be called on any thread.
 /// Ownership: descriptors belong to those who register them; only a descriptor that hangs up is
 /// closed here. Handlers that are left at destruction are dropped without a call.
-/// Blocking: processEvents waits for an event, without a time-out. Nothing else blocks.
+/// Failure: a callback or deferred work that throws std::bad_alloc is given up, with a line in the
+/// log; processEvents goes on.
+/// Blocking: processEvents waits for an event, without a time-out, but while the system has no room
+/// to watch some descriptor it tries again every 100 ms. Nothing else blocks.
 /// Re-entrancy: a callback may add and remove handlers, its own too. No lock is held while it
 /// runs.
 class EventManager {
@@ -73,18 +78,24 @@ private:
         EventCallback callback = nullptr;
         CloseCallback closeCallback = nullptr;
         void* data = nullptr;
+        uint32_t requestedEvents = 0;
+        bool watched = false;
     };
 
+    bool watch(int fd, HandlerObject& handler) KIV_REQUIRES(mutex);
+    bool watchAgain() KIV_EXCLUDES(mutex);
     void processEvent(const epoll_event& event);
     void removeHungUp(int fd);
     void dispatch(int fd);
 
     // Constant.
-    int epollFd;
-    int wakeFd;
+    const OwnedFd epollFd;
+    const OwnedFd wakeFd;
 
     // Self-synchronised.
     std::atomic<bool> stopped{false};
+    /// Some descriptor is to be watched as soon as the system has room for it.
+    std::atomic<bool> roomMissing{false};
 
     // Loop thread only.
     std::array<epoll_event, 4> events{};
