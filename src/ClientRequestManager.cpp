@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "EventFd.h"
@@ -37,7 +38,13 @@ ClientRequestManager::ClientRequestManager(int bindValue)
     // Meant: the thread runs before it can be given a request.
     workerThread = std::thread([this] { runKivThread(); });
     requestFd = createEventFd();
-    eventManager.addEventHandler(requestFd, handleClientRequest, this, nullptr, EPOLLIN);
+    try {
+        eventManager.addEventHandler(requestFd, handleClientRequest, this, nullptr, EPOLLIN);
+    } catch (...) {
+        eventManager.stop();
+        endWorker();
+        throw;
+    }
 }
 
 ClientRequestManager::~ClientRequestManager() {
@@ -47,6 +54,10 @@ ClientRequestManager::~ClientRequestManager() {
     turnClientsAway();
     gate.get()->waitUntilEmpty();
     eventManager.removeEventHandler(requestFd);
+    endWorker();
+}
+
+void ClientRequestManager::endWorker() {
     running.store(false);
     eventManager.wake();
     workerThread.join();
@@ -175,11 +186,16 @@ void ClientRequestManager::serveRequest() {
     {
         std::lock_guard lock(mutex);
         if (request) {
-            KIV_LOG(INFO, "Handling %s", request->dump().c_str());
-            // Meant: a request of no known type, or a refresh of the wrong class, gets no response,
-            // and its client goes on waiting.
-            if (std::shared_ptr<ClientResponse> answer = dispatch(*request)) {
-                response = std::move(answer);
+            try {
+                KIV_LOG(INFO, "Handling %s", request->dump().c_str());
+                // Meant: a request of no known type, or a refresh of the wrong class, gets no
+                // response, and its client goes on waiting.
+                if (std::shared_ptr<ClientResponse> answer = dispatch(*request)) {
+                    response = std::move(answer);
+                }
+            } catch (const std::bad_alloc&) {
+                KIV_LOG(ERROR, "ClientRequestManager: out of memory");
+                response = outOfMemory;
             }
             request.reset();
         }

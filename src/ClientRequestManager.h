@@ -36,13 +36,14 @@ namespace kiv {
 /// with each other; who changes that changes both, and runs script/model.
 class ClientRequestManager {
 public:
-    /// Throws std::system_error if the worker thread can't be started.
+    /// Throws std::system_error if the worker thread can't be started, and std::bad_alloc.
     explicit ClientRequestManager(int bindValue);
     ~ClientRequestManager();
     ClientRequestManager(const ClientRequestManager&) = delete;
     ClientRequestManager& operator=(const ClientRequestManager&) = delete;
 
-    /// Empty if the request could not be signalled, was refused, or the engine goes away.
+    /// Empty if the request could not be signalled, was refused, or the engine goes away. Of no
+    /// request's class if there was no memory to carry it out, wholly or in part.
     std::shared_ptr<ClientResponse> processClientRequest(
         std::shared_ptr<ClientRequest> clientRequest) KIV_EXCLUDES(mutex);
 
@@ -55,6 +56,7 @@ public:
 private:
     RequestFunction makeRequestFunction() const;
     void runKivThread();
+    void endWorker();
     static void handleClientRequest(int fd, void* arg);
 
     std::shared_ptr<ClientResponse> processWithoutWaiting(
@@ -82,6 +84,10 @@ private:
 
     // Constant.
     const RequestGateHolder gate;
+    /// What a request gets if there is no memory to carry it out: of no request's class, and here
+    /// from the start.
+    const std::shared_ptr<ClientResponse> outOfMemory =
+        std::make_shared<ClientResponse>(ReqRespType::Callback, Status::Failure);
 
     // Guarded. The worker holds the mutex while it carries out a request.
     std::shared_ptr<ClientRequest> request KIV_GUARDED_BY(mutex);

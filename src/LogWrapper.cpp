@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -68,11 +69,15 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
         std::lock_guard lock(writerMutex);
         current = writer;
     }
-    if (current) {
-        current->write(level, tag, std::string(message));
-    }
-    if (level == LogLevel::ERROR || level == LogLevel::EVENT) {
-        LocalLogBuffer::getInstance().addLogWithTimestamp(message);
+    try {
+        if (current) {
+            current->write(level, tag, std::string(message));
+        }
+        if (level == LogLevel::ERROR || level == LogLevel::EVENT) {
+            LocalLogBuffer::getInstance().addLogWithTimestamp(message);
+        }
+    } catch (const std::bad_alloc&) {
+        // A line is not worth the process: destructors log, and those who handle other failures.
     }
 }
 

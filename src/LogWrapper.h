@@ -64,7 +64,7 @@ public:
     void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(writerMutex);
 
     /// Writes one line, cut to 511 bytes. Lines of level ERROR and EVENT are also kept in the
-    /// local buffer.
+    /// local buffer. Without memory a line is lost.
     void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(writerMutex)
         __attribute__((format(printf, 4, 5)));
 

@@ -1,5 +1,6 @@
 #include "Manager.h"
 
+#include <new>
 #include <utility>
 
 #include "ClientRequest.h"
@@ -13,6 +14,21 @@
 #include "RequestGate.h"
 
 namespace kiv {
+
+namespace {
+
+/// What the operation returns, or the empty result if memory runs out on the way.
+template <class Operation>
+auto orNothing(Operation&& operation) -> decltype(operation()) {
+    try {
+        return operation();
+    } catch (const std::bad_alloc&) {
+        KIV_LOG(ERROR, "Manager: out of memory");
+        return decltype(operation())();
+    }
+}
+
+}  // namespace
 
 Manager& Manager::getInstance() {
     // The object stays for those who call it while the process ends; only its engine goes at exit.
@@ -37,11 +53,14 @@ void Manager::init(int bindValue, bool useAdbLog) {
         return;
     }
     endLibraryInForkedChildren();
-    std::unique_ptr<LogWriter> writer(useAdbLog ? static_cast<LogWriter*>(new AdbWriter)
-                                                : static_cast<LogWriter*>(new DiagWriter));
-    LogWrapper::getInstance().setLogWriter(std::move(writer));
-    KIV_LOG(EVENT, "Manager::init(%d)", bindValue);
-    replaceEngine(std::make_unique<ClientRequestManager>(bindValue));
+    // Without memory the engine of before goes on.
+    orNothing([&] {
+        std::unique_ptr<LogWriter> writer(useAdbLog ? static_cast<LogWriter*>(new AdbWriter)
+                                                    : static_cast<LogWriter*>(new DiagWriter));
+        LogWrapper::getInstance().setLogWriter(std::move(writer));
+        KIV_LOG(EVENT, "Manager::init(%d)", bindValue);
+        replaceEngine(std::make_unique<ClientRequestManager>(bindValue));
+    });
 }
 
 void Manager::stop() {
@@ -92,50 +111,65 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
 }
 
 std::shared_ptr<IProfileKey> Manager::addProfile(const AddProfileParams& params) {
-    const auto response = process<AddResponse>("addProfile", "Unable to cast to AddResponse",
-                                               std::make_shared<AddRequest>(params));
-    return response ? response->takeAddProfileKey() : nullptr;
+    return orNothing([&] {
+        const auto response = process<AddResponse>("addProfile", "Unable to cast to AddResponse",
+                                                   std::make_shared<AddRequest>(params));
+        return response ? response->takeAddProfileKey() : nullptr;
+    });
 }
 
 bool Manager::modifyProfile(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key) {
-    const auto response =
-        process<ModifyResponse>("modifyProfile", "Unable to cast to ModifyResponse",
-                                std::make_shared<ModifyRequest>(params, std::move(key)));
-    return response && response->getStatus() == Status::Success;
+    return orNothing([&] {
+        const auto response =
+            process<ModifyResponse>("modifyProfile", "Unable to cast to ModifyResponse",
+                                    std::make_shared<ModifyRequest>(params, std::move(key)));
+        return response && response->getStatus() == Status::Success;
+    });
 }
 
 bool Manager::deleteProfile(std::shared_ptr<IProfileKey> key) {
-    const auto response =
-        process<DeleteResponse>("deleteProfile", "Unable to cast to DeleteResponse",
-                                std::make_shared<DeleteRequest>(std::move(key)));
-    return response && response->getStatus() == Status::Success;
+    return orNothing([&] {
+        const auto response =
+            process<DeleteResponse>("deleteProfile", "Unable to cast to DeleteResponse",
+                                    std::make_shared<DeleteRequest>(std::move(key)));
+        return response && response->getStatus() == Status::Success;
+    });
 }
 
 std::list<std::shared_ptr<IProfileKey>> Manager::filter(const FilterProfileParams& params) {
-    const auto response = process<FilterResponse>("filter", "Unable to cast to FilterResponse",
-                                                  std::make_shared<FilterRequest>(params));
-    return response ? response->takeFilterResult() : std::list<std::shared_ptr<IProfileKey>>();
+    return orNothing([&] {
+        const auto response = process<FilterResponse>("filter", "Unable to cast to FilterResponse",
+                                                      std::make_shared<FilterRequest>(params));
+        return response ? response->takeFilterResult() : std::list<std::shared_ptr<IProfileKey>>();
+    });
 }
 
 std::optional<ProfileParams> Manager::getProfile(std::shared_ptr<IProfileKey> key) {
-    const auto response = process<GetResponse>("getProfile", "Error in getProfile",
-                                               std::make_shared<GetRequest>(std::move(key)));
-    if (!response || response->getStatus() != Status::Success) {
-        return std::nullopt;
-    }
-    return response->takeParams();
+    return orNothing([&]() -> std::optional<ProfileParams> {
+        const auto response = process<GetResponse>("getProfile", "Error in getProfile",
+                                                   std::make_shared<GetRequest>(std::move(key)));
+        if (!response || response->getStatus() != Status::Success) {
+            return std::nullopt;
+        }
+        return response->takeParams();
+    });
 }
 
 bool Manager::match(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key) {
-    const auto response =
-        process<MatchResponse>("match", "Unable to cast to MatchResponse",
-                               std::make_shared<MatchRequest>(params, std::move(key)));
-    return response && response->getMatchResult();
+    return orNothing([&] {
+        const auto response =
+            process<MatchResponse>("match", "Unable to cast to MatchResponse",
+                                   std::make_shared<MatchRequest>(params, std::move(key)));
+        return response && response->getMatchResult();
+    });
 }
 
 void Manager::refresh(PDCRefreshStatus status) {
-    if (process<RefreshResponse>("refresh", "Unable to cast to RefreshResponse",
-                                 std::make_shared<RefreshRequest>(status))) {
+    const bool refreshed = orNothing([&] {
+        return process<RefreshResponse>("refresh", "Unable to cast to RefreshResponse",
+                                        std::make_shared<RefreshRequest>(status)) != nullptr;
+    });
+    if (refreshed) {
         KIV_LOG(
             INFO, "%s",
             status == PDCRefreshStatus::Start ? "KIV refresh started" : "KIV refresh completed");
@@ -146,18 +180,20 @@ std::vector<std::string> Manager::dump() {
     if (isForkedChild()) {
         return {};
     }
-    std::vector<std::string> lines;
-    {
-        std::lock_guard lock(engineMutex);
-        if (clientRequestManager) {
-            lines = clientRequestManager->dump();
+    return orNothing([this] {
+        std::vector<std::string> lines;
+        {
+            std::lock_guard lock(engineMutex);
+            if (clientRequestManager) {
+                lines = clientRequestManager->dump();
+            }
         }
-    }
-    lines.emplace_back("Logs");
-    for (std::string& line : LocalLogBuffer::getInstance().getLogs()) {
-        lines.push_back(std::move(line));
-    }
-    return lines;
+        lines.emplace_back("Logs");
+        for (std::string& line : LocalLogBuffer::getInstance().getLogs()) {
+            lines.push_back(std::move(line));
+        }
+        return lines;
+    });
 }
 
 }  // namespace kiv

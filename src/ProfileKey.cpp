@@ -1,5 +1,7 @@
 #include "ProfileKey.h"
 
+#include <new>
+
 #include "ClientRequest.h"
 #include "ClientResponse.h"
 #include "LogWrapper.h"
@@ -14,16 +16,25 @@ ProfileKey::ProfileKey(TechType techType, int profileId, uint64_t token, Request
     : techType(techType), profileId(profileId), token(token), requestFn(std::move(requestFn)) {}
 
 ProfileKey::~ProfileKey() {
-    auto request = std::make_shared<CallbackRequest>();
-    request->setReleaseToken(token);
-    requestFn(std::move(request));
+    try {
+        auto request = std::make_shared<CallbackRequest>();
+        request->setReleaseToken(token);
+        requestFn(std::move(request));
+    } catch (const std::bad_alloc&) {
+        KIV_LOG(ERROR, "ProfileKey: out of memory, token=%d is not released",
+                static_cast<int>(token));
+    }
     KIV_LOG(DEBUG, "~ProfileKey");
 }
 
 void ProfileKey::registerExpirationListener(std::function<void()> callback) {
-    auto request = std::make_shared<CallbackRequest>();
-    request->setExpirationInfo(std::move(callback), weak_from_this(), token);
-    requestFn(std::move(request));
+    try {
+        auto request = std::make_shared<CallbackRequest>();
+        request->setExpirationInfo(std::move(callback), weak_from_this(), token);
+        requestFn(std::move(request));
+    } catch (const std::bad_alloc&) {
+        KIV_LOG(ERROR, "ProfileKey: out of memory, listener is not registered");
+    }
 }
 
 std::string ProfileKey::dump() {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -78,15 +79,13 @@ RavWdsProxy::RavWdsProxy(EventManager& eventManager, int bindValue)
       bindValue(bindValue),
       serviceObject(wds_get_service_object_internal_v01(WDS_SERVICE_MAJOR_VERSION_V01,
                                                         WDS_SERVICE_MINOR_VERSION_V01,
-                                                        WDS_SERVICE_LIBRARY_VERSION_V01)) {
-    const auto createWatchedFd = [this](EventCallback handler) {
-        const int fd = createEventFd();
-        this->eventManager.addEventHandler(fd, handler, this, nullptr, EPOLLIN);
-        return fd;
-    };
-    svcUpFd = createWatchedFd(handleSvcUp);
-    errorFd = createWatchedFd(handleError);
-    indFd = createWatchedFd(handleIndication);
+                                                        WDS_SERVICE_LIBRARY_VERSION_V01)),
+      svcUpFd(createEventFd()),
+      errorFd(createEventFd()),
+      indFd(createEventFd()) {
+    eventManager.addEventHandler(svcUpFd.get(), handleSvcUp, this, nullptr, EPOLLIN);
+    eventManager.addEventHandler(errorFd.get(), handleError, this, nullptr, EPOLLIN);
+    eventManager.addEventHandler(indFd.get(), handleIndication, this, nullptr, EPOLLIN);
     registerRavSvcUp();
     profileChangedIndCb = [](const ProfileChangedInd&) {
         KIV_LOG(DEBUG, "RavWdsProxy::no profileChangedIndCb registered!");
@@ -96,11 +95,8 @@ RavWdsProxy::RavWdsProxy(EventManager& eventManager, int bindValue)
 RavWdsProxy::~RavWdsProxy() {
     releaseIfOpen(notifier);
     releaseIfOpen(client);
-    for (const int fd : {svcUpFd, errorFd, indFd}) {
-        eventManager.removeEventHandler(fd);
-    }
-    for (const int fd : {svcUpFd, errorFd, indFd}) {
-        close(fd);
+    for (const OwnedFd* fd : {&svcUpFd, &errorFd, &indFd}) {
+        eventManager.removeEventHandler(fd->get());
     }
 }
 
@@ -135,7 +131,7 @@ void RavWdsProxy::ravNotifyCb(rav_client_type /*notifier*/, rav_service_object_t
         KIV_LOG(ERROR, "RavWdsProxy notify cb: unsupported service event");
         return;
     }
-    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->svcUpFd,
+    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->svcUpFd.get(),
                       "error in writing rv:%d, error:%s");
 }
 
@@ -205,7 +201,7 @@ void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* us
         KIV_LOG(ERROR, "RavWdsProxy NULL in ravErrorCb");
         return;
     }
-    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->errorFd,
+    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->errorFd.get(),
                       "error in writing rv: %d, error: %s");
 }
 
@@ -237,16 +233,19 @@ void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* ind
         return;
     }
     auto* proxy = static_cast<RavWdsProxy*>(indCbData);
-    auto info = std::make_unique<IndInfo_t>(
-        IndInfo_t{client, msgId, std::make_unique<unsigned char[]>(indBufLen), indBufLen, proxy});
-    memcpy(info->buffer.get(), indBuf, indBufLen);
-    {
+    try {
+        auto info = std::make_unique<IndInfo_t>(IndInfo_t{
+            client, msgId, std::make_unique<unsigned char[]>(indBufLen), indBufLen, proxy});
+        memcpy(info->buffer.get(), indBuf, indBufLen);
         std::lock_guard lock(proxy->indQueueMutex);
         proxy->indQueue.push_back(info.get());
         // The queue holds it from here on.
         static_cast<void>(info.release());
+    } catch (const std::bad_alloc&) {
+        KIV_LOG(ERROR, "RavWdsProxy: out of memory, indication is lost");
+        proxy->indicationLost.store(true);
     }
-    KIV_SIGNAL_OR_LOG(proxy->indFd, "Error in writing rv: %d, error: %s");
+    KIV_SIGNAL_OR_LOG(proxy->indFd.get(), "Error in writing rv: %d, error: %s");
 }
 
 void RavWdsProxy::handleIndication(int fd, void* arg) {
@@ -256,23 +255,40 @@ void RavWdsProxy::handleIndication(int fd, void* arg) {
         return;
     }
     auto* proxy = static_cast<RavWdsProxy*>(arg);
+    try {
+        proxy->handleIndications();
+    } catch (const std::bad_alloc&) {
+        // Not signalled again, lest the loop do nothing else while memory is short.
+        proxy->indicationLost.store(true);
+        throw;
+    }
+}
+
+void RavWdsProxy::handleIndications() {
+    if (indicationLost.exchange(false)) {
+        // Nobody knows what it said, so that everything is read again.
+        profileChangedIndCb({TechType::Tech3gpp, 0, ProfileChangeEvent::SubscriptionChange});
+        eventManager.finishItem();
+    }
     IndInfo_t* info = nullptr;
     for (int handled = 0; handled < kIndicationsPerTurn; ++handled) {
-        if (!proxy->takeIndication(info)) {
+        if (!takeIndication(info)) {
             return;
         }
         if (info == nullptr) {
             KIV_LOG(ERROR, "handleIndication: arg is null");
             return;
         }
-        if (!proxy->handleIndInfo(*info)) {
+        std::unique_ptr<IndInfo_t> owned(info);
+        if (!handleIndInfo(*owned)) {
             // Meant: what can't be decoded is not freed, and the rest waits for the next signal.
+            static_cast<void>(owned.release());
             return;
         }
-        delete info;
-        proxy->eventManager.finishItem();
+        owned.reset();
+        eventManager.finishItem();
     }
-    KIV_SIGNAL_OR_LOG(fd, "Error in writing rv: %d, error: %s");
+    KIV_SIGNAL_OR_LOG(indFd.get(), "Error in writing rv: %d, error: %s");
 }
 
 /// Takes the front record off the queue. False if there is none.
@@ -399,6 +415,8 @@ std::shared_ptr<ModemProfile> RavWdsProxy::get(TechType techType, int profileId)
 }
 
 std::list<std::shared_ptr<ModemProfile>> RavWdsProxy::getAllProfiles() {
+    // Whatever it said is read now.
+    indicationLost.store(false);
     std::list<std::shared_ptr<ModemProfile>> profiles;
     wds_get_profile_list_req_msg_v01 request{};
     request.profile_type_valid = 1;

@@ -1,12 +1,14 @@
 #ifndef KIVR_SRC_RAVWDSPROXY_H
 #define KIVR_SRC_RAVWDSPROXY_H
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
 
+#include "EventFd.h"
 #include "EventManager.h"
 #include "ModemProfile.h"
 #include "ProfileChangedInd.h"
@@ -67,6 +69,7 @@ private:
     static void handleSvcUp(int fd, void* arg);
     static void handleError(int fd, void* arg);
     static void handleIndication(int fd, void* arg);
+    void handleIndications();
 
     void registerRavSvcUp();
     void openClient();
@@ -101,10 +104,13 @@ private:
     std::deque<IndInfo_t*> indQueue KIV_GUARDED_BY(indQueueMutex);
     std::mutex indQueueMutex;
 
-    // Constant once constructed.
-    int svcUpFd;
-    int errorFd;
-    int indFd;
+    // Self-synchronised. There was no memory to queue or to handle one.
+    std::atomic<bool> indicationLost{false};
+
+    // Constant.
+    const OwnedFd svcUpFd;
+    const OwnedFd errorFd;
+    const OwnedFd indFd;
 
     // Worker thread only.
     std::function<void(ProfileChangedInd)> profileChangedIndCb;
