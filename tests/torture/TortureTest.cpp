@@ -1,0 +1,191 @@
+#include <dirent.h>
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <system_error>
+
+#include "Engine.h"
+#include "Interposed.h"
+
+namespace kiv::test {
+namespace {
+
+size_t openDescriptors() {
+    DIR* const open = opendir("/proc/self/fd");
+    size_t count = 0;
+    while (readdir(open) != nullptr) {
+        ++count;
+    }
+    closedir(open);
+    return count;
+}
+
+const FilterProfileParams kAny;
+std::atomic<bool> expired{false};
+
+/// Each step of each core scenario with each call failing, one after the other.
+class TortureTest : public EngineTest {
+public:
+    struct Step {
+        const char* name;
+        bool (*succeeds)(TortureTest& test);
+        /// What it returns if the modem refuses its first request.
+        bool succeedsIfRefused;
+    };
+    static const std::vector<Step> kSteps;
+
+protected:
+    TortureTest() {
+        // The tests' own log would be tortured too.
+        __android_log_set_logger([](const __android_logger_data*, const char*) {});
+    }
+    void SetUp() override {
+        EngineTest::SetUp();
+        key = add("tortured");
+        descriptors = openDescriptors();
+        clients = modem().openClients();
+    }
+
+    static void waitForModem() {
+        const OnBehalfOf test(false);
+        modem().waitForDeliveries(kPatience);
+    }
+
+    /// What came from the modem has been carried out when two requests have: the first may share
+    /// its pass of the loop with it.
+    static void settle(Manager& manager) {
+        waitForModem();
+        manager.match(kAny, nullptr);
+        manager.match(kAny, nullptr);
+    }
+
+    /// Nothing is left of the failure: the cache is the modem, requests work, nothing leaked.
+    void expectRecovery() {
+        settle(manager);
+        refresh();
+        EXPECT_EQ(manager.filter(kAny).size(), table().size());
+        const auto next = add("next");
+        ASSERT_TRUE(next);
+        EXPECT_TRUE(manager.getProfile(next));
+        EXPECT_TRUE(manager.deleteProfile(next));
+        for (const emulator::Profile& profile : table()) {
+            modem().deleteProfile(profile.type, profile.index);
+        }
+        settle(manager);
+        refresh();
+        key = add("tortured");
+        ASSERT_TRUE(key);
+        settle(manager);
+        EXPECT_EQ(openDescriptors(), descriptors);
+        EXPECT_EQ(modem().openClients(), clients);
+    }
+
+    /// Fails the nth call in each step, for every n that there is.
+    void torture(Call call) {
+        for (const Step& step : kSteps) {
+            bool struck = true;
+            for (int nth = 1; struck; ++nth) {
+                SCOPED_TRACE(std::string(step.name) + ", failing number " + std::to_string(nth));
+                bool succeeded = true;
+                {
+                    const Torture failure(call, nth);
+                    try {
+                        succeeded = step.succeeds(*this);
+                    } catch (const std::system_error&) {
+                        EXPECT_EQ(call, Call::Thread);
+                    } catch (const std::bad_alloc&) {
+                        ADD_FAILURE() << "an exception left the library";
+                    }
+                    struck = failure.struck();
+                }
+                EXPECT_TRUE(succeeded || struck);
+                ASSERT_NO_FATAL_FAILURE(expectRecovery());
+                failures += struck ? 1 : 0;
+            }
+        }
+        RecordProperty("failures", failures);
+        EXPECT_GT(failures, 0);
+    }
+
+    std::shared_ptr<IProfileKey> key;
+    size_t descriptors = 0;
+    size_t clients = 0;
+    int failures = 0;
+};
+
+const std::vector<TortureTest::Step> TortureTest::kSteps = {
+    {"init and shutdown",
+     [](TortureTest&) {
+         Manager other;
+         other.init(0, true);
+         settle(other);
+         return other.dump().size() > 2;
+     },
+     true},
+    {"add", [](TortureTest& test) { return test.add("other") != nullptr; }, false},
+    {"get", [](TortureTest& test) { return test.manager.getProfile(test.key).has_value(); }, true},
+    {"filter", [](TortureTest& test) { return !test.manager.filter(kAny).empty(); }, true},
+    {"match", [](TortureTest& test) { return test.manager.match(kAny, test.key); }, true},
+    {"modify",
+     [](TortureTest& test) { return test.manager.modifyProfile(userName("me"), test.key); }, true},
+    {"delete", [](TortureTest& test) { return test.manager.deleteProfile(test.key); }, false},
+    {"release", [](TortureTest& test) { return (test.key.reset(), true); }, true},
+    {"refresh", [](TortureTest& test) { return (test.refresh(), true); }, true},
+    {"listener",
+     [](TortureTest& test) {
+         expired = false;
+         test.key->registerExpirationListener([] { expired = true; });
+         {
+             const OnBehalfOf anotherParty(false);
+             modem().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01, 1, settings3gpp("changed"));
+         }
+         settle(test.manager);
+         return expired.load();
+     },
+     true},
+};
+
+TEST_F(TortureTest, EpollControl) { torture(Call::EpollControl); }
+TEST_F(TortureTest, EpollWait) { torture(Call::EpollWait); }
+TEST_F(TortureTest, Read) { torture(Call::Read); }
+TEST_F(TortureTest, Write) { torture(Call::Write); }
+TEST_F(TortureTest, Thread) { torture(Call::Thread); }
+TEST_F(TortureTest, Memory) { torture(Call::Memory); }
+
+TEST_F(TortureTest, ModemRequests) {
+    for (const Step& step : kSteps) {
+        bool struck = true;
+        for (unsigned nth = 1; struck; ++nth) {
+            SCOPED_TRACE(std::string(step.name) + ", request " + std::to_string(nth));
+            const size_t before = modem().requests().size();
+            refuse(0, nth);
+            const bool succeeded = step.succeeds(*this);
+            modem().clearFaults();
+            struck = modem().requests().size() >= before + nth;
+            EXPECT_EQ(succeeded, nth != 1 || step.succeedsIfRefused || !struck);
+            ASSERT_NO_FATAL_FAILURE(expectRecovery());
+        }
+    }
+}
+
+/// An engine can't do without these: documented to end the process, with the reason in the log.
+TEST_F(TortureTest, DescriptorsThatAreRefusedEndTheProcess) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto initWith = [](Call call, int nth) {
+        __android_log_set_logger(
+            [](const __android_logger_data*, const char* text) { puts(text); });
+        const Torture failure(call, nth);
+        Manager other;
+        other.init(0, true);
+        exit(0);
+    };
+    EXPECT_EXIT(initWith(Call::EpollCreate, 1), testing::KilledBySignal(SIGABRT), "");
+    for (int nth = 1; nth <= 5; ++nth) {
+        EXPECT_EXIT(initWith(Call::EventFd, nth), testing::KilledBySignal(SIGABRT), "");
+    }
+    EXPECT_EXIT(initWith(Call::EventFd, 6), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace kiv::test
