@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Usage: annotations.sh clang++
+# What threads share can't be touched without its lock: clang refuses each of these statements, and
+# takes it where the lock is held; of the last ones it is the other way round.
+set -euo pipefail
+failed=0
+
+# compiles header parameter statement...
+compiles() {
+    "$compiler" -std=c++20 -fsyntax-only -stdlib=libc++ -fno-access-control -Iinc -Isrc -Iplatform \
+        -D_LIBCPP_ENABLE_THREAD_SAFETY_ANNOTATIONS -Werror=thread-safety -Wno-unused-value \
+        -x c++ - <<<"#include \"$1\""$'\n'"namespace kiv { void touch($2) { ${*:3} } }" 2>&1
+}
+
+compiler=$1
+while IFS='|' read -r header parameter mutex statement wanted; do
+    with=yes without=yes
+    said=$(compiles "$header" "$parameter" "std::lock_guard lock($mutex);" "$statement") || with=no
+    said+=$(compiles "$header" "$parameter" "$statement") || without=no
+    [[ $with/$without == "$wanted" && $said == *"-Wthread-safety-"* ]] ||
+        { echo "$statement: with the lock $with, without $without"$'\n'"$said"; failed=1; }
+done <<'TABLE'
+RequestGate.h|RequestGate& g|g.mutex|++g.inside;|yes/no
+RequestGate.h|RequestGate& g|g.mutex|g.engine = nullptr;|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.request.reset();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.response.reset();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.closing = true;|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.waitingClients.clear();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.passTurn();|yes/no
+EventManager.h|EventManager& m|m.mutex|m.deferred.clear();|yes/no
+EventManager.h|EventManager& m|m.mutex|m.handlers.clear();|yes/no
+ProfileCache.h|ProfileCache& c|c.mutex|c.pending.clear();|yes/no
+ProfileCache.h|ProfileCache& c|c.mutex|c.profiles.clear();|yes/no
+RavWdsProxy.h|RavWdsProxy& p|p.indQueueMutex|p.indQueue.clear();|yes/no
+LogWrapper.h|LogWrapper& w|w.writerMutex|w.writer.reset();|yes/no
+LocalLogBuffer.h|LocalLogBuffer& b|b.mutex|b.logs.clear();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.serveRequest();|no/yes
+ProfileCache.h|ProfileCache& c|c.mutex|c.erase(0);|no/yes
+RequestGate.h|RequestGate& g|g.mutex|g.leave();|no/yes
+TABLE
+exit $failed
