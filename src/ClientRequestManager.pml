@@ -136,10 +136,12 @@ inline enter(e, entered) {
 inline leave(e) {
     atomic {
         inside[e]--;
+#ifndef FAULT_LEFT_IN_SILENCE
         if
         :: inside[e] == 0 -> notifyAll(CHANGED(e))
         :: else
         fi
+#endif
     }
 }
 

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "Engine.h"
+#include "EventManager.h"
 #include "Interposed.h"
 
 namespace kiv::test {
@@ -18,6 +19,14 @@ size_t openDescriptors() {
         ++count;
     }
     closedir(open);
+    return count;
+}
+
+size_t approvedDescriptors() {
+    size_t count = 0;
+    for (int fd = 0; fd < 256; ++fd) {
+        count += EventManager::isApprovedFd(fd) ? 1 : 0;
+    }
     return count;
 }
 
@@ -154,6 +163,7 @@ TEST_F(TortureTest, Thread) { torture(Call::Thread); }
 TEST_F(TortureTest, Memory) { torture(Call::Memory); }
 
 TEST_F(TortureTest, ModemRequests) {
+    const size_t approved = approvedDescriptors();
     for (const Step& step : kSteps) {
         bool struck = true;
         for (unsigned nth = 1; struck; ++nth) {
@@ -167,6 +177,7 @@ TEST_F(TortureTest, ModemRequests) {
             ASSERT_NO_FATAL_FAILURE(expectRecovery());
         }
     }
+    EXPECT_EQ(approvedDescriptors(), approved);
 }
 
 /// An engine can't do without these: documented to end the process, with the reason in the log.

@@ -68,6 +68,8 @@ TEST_F(EventManagerTest, SecondRegistrationIsRefusedUntilTheFirstIsRemoved) {
     manager->removeEventHandler(fd);
     manager->removeEventHandler(fd);
     EXPECT_THAT(closed, ElementsAre(fd));
+    EXPECT_EQ(log.count("Cannot remove event handler"), 1U);
+    EXPECT_EQ(log.count("handlers.erase for fd " + std::to_string(fd) + ", returned 0!"), 1U);
     EXPECT_TRUE(add(fd));
 }
 

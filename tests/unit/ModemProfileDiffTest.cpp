@@ -127,6 +127,7 @@ TEST(ModemProfileDiff, Of3gpp2LooksAtCommonSettingsAndHomeTypeOnly) {
     EXPECT_EQ(difference(profile, modification), "UserName=Bob,CommonIPType=UNKNOWN,");
     profile.apply(profile.diff(modification));
     EXPECT_EQ(difference(profile, modification), "");
+    EXPECT_EQ(difference(profile, withIPTypes<M>(v6, no)), "CommonIPType=V6,");
 }
 
 }  // namespace
