@@ -61,7 +61,9 @@ TEST_F(ManagerTest, ProfileFromCreationToDeletion) {
     EXPECT_THAT(manager.dump(), Contains(StartsWith("  " + key->dump().substr(13) + ": TechType")));
     EXPECT_TRUE(manager.deleteProfile(key));
     EXPECT_THAT(table(), IsEmpty());
+    log.clear();
     EXPECT_FALSE(manager.deleteProfile(key));
+    EXPECT_TRUE(log.contains("ProfileCache: token is not present or expired"));
 }
 
 TEST_F(ManagerTest, EachOperationLogsItsWayInAndOut) {

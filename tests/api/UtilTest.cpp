@@ -233,7 +233,7 @@ TEST_F(UtilTest, ApnTypesMoveBetweenSingleAndDualStackProfiles) {
         params("NET", IPType::V4, ApnTypes::DEFAULT), params("net", IPType::V6, ApnTypes::MMS),
         params("Net", std::nullopt, ApnTypes::SUPL), params("net", IPType::UNKNOWN, ApnTypes::DUN)};
     constexpr uint32_t kDefault = 1, kMms = 4, kDun = 8, kSupl = 16;
-    constexpr uint32_t kDual = kDun | kSupl, kAll = kDefault | kMms | kDual;
+    constexpr uint32_t kDual = kDun | kSupl, kAll = kDefault | kMms | kDual, kBefore = 2;
     using Held = std::map<wds_pdp_type_enum_v01, uint64_t>;
     const struct {
         Wanted wanted;
@@ -248,18 +248,21 @@ TEST_F(UtilTest, ApnTypesMoveBetweenSingleAndDualStackProfiles) {
         {each, {kV4, kV6}, {{kV4, kDefault | kDual}, {kV6, kMms | kDual}}, kAll},
         {each, {kV6}, {{kV6, kAll}}, kAll},
         {each, {kV4}, {{kV4, kAll}}, kAll},
-        {{each.front()}, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, 0}}, kDefault},
+        {{each.front()}, {kV4, kV4V6}, {{kV4, kDefault}, {kV4V6, kBefore}}, kDefault},
         {{params("net"), params("", IPType::V4, ApnTypes::DEFAULT)},
          {kV4, kV4V6},
-         {{kV4, 0}, {kV4V6, 0}},
+         {{kV4, kBefore}, {kV4V6, kBefore}},
          0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         modem().factoryReset();
         for (const auto type : row.types) {
-            has(settings3gpp("net", type));
-            has(settings3gpp("net", type));
+            auto settings = settings3gpp("net", type);
+            settings.apn_type_mask_valid = 1;
+            settings.apn_type_mask = kBefore;
+            has(settings);
+            has(settings);
         }
         wds_profile_settings_type_v01 stored{};
         stored.apn_string_3gpp2_valid = stored.pdn_type_3gpp2_valid = 1;
