@@ -208,8 +208,9 @@ wds_profile_identifier_type_v01 ModemProfile::constructProfileIdentifier() const
 }
 
 std::string ModemProfile::dump() const {
-    std::string text =
-        "TechType=" + toText(techType) + ",ProfileId=" + std::to_string(profileId) + ",";
+    std::string text = emptyLine();
+    text.append("TechType=").append(toText(techType));
+    text.append(",ProfileId=").append(std::to_string(profileId)).append(",");
     appendSetting(text, "ApnName=", apnName);
     appendSetting(text, "UserName=", userName);
     appendSetting(text, "Password=", password);

@@ -21,7 +21,7 @@ std::string ProfileParams::dump() const {
         apnTypes = static_cast<ApnTypes>(*apnTypesMask);
     }
     // This order, which is not that of the fields, is meant.
-    std::string text;
+    std::string text = emptyLine();
     appendSetting(text, "ApnName=", apnName);
     appendSetting(text, "UserName=", userName);
     appendSetting(text, "Password=", password);

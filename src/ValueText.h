@@ -19,6 +19,13 @@ std::string toText(ApnClass value);
 std::string toText(ApnTypes mask);
 std::string toText(FilterMatchType mask);
 
+/// A text that has room for as much as most lines hold, so that it seldom has to grow.
+inline std::string emptyLine() {
+    std::string text;
+    text.reserve(200);
+    return text;
+}
+
 /// Appends label, value and "," if the setting is present. Flags print as "true" and "false".
 template <class Value>
 void appendSetting(std::string& text, const char* label, const std::optional<Value>& setting) {
