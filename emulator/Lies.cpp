@@ -66,6 +66,9 @@ void change(Lie lie, std::vector<std::byte>& bytes, void (*tell)(Lie, Answer&)) 
 }  // namespace
 
 void tellLie(Lie lie, unsigned messageId, std::vector<std::byte>& answer) {
+    if (lie == Lie::None) {
+        return;
+    }
     if (messageId == RAV_WDS_CREATE_PROFILE_REQ_V01) {
         change(lie, answer, lieAboutProfile);
     } else if (messageId == RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
