@@ -187,7 +187,7 @@ void ClientRequestManager::serveRequest() {
         std::lock_guard lock(mutex);
         if (request) {
             try {
-                KIV_LOG(INFO, "Handling %s", request->dump().c_str());
+                KIV_LOG_TEXT(INFO, "Handling ", request->dump());
                 // Meant: a request of no known type, or a refresh of the wrong class, gets no
                 // response, and its client goes on waiting.
                 if (std::shared_ptr<ClientResponse> answer = dispatch(*request)) {

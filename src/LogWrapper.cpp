@@ -61,9 +61,25 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
     va_start(arguments, format);
     const int length = vsnprintf(buffer.data(), buffer.size(), format, arguments);
     va_end(arguments);
-    const std::string_view message(buffer.data(),
-                                   std::clamp(length, 0, static_cast<int>(buffer.size()) - 1));
+    const int limit = static_cast<int>(buffer.size()) - 1;
+    write(level, tag, {buffer.data(), static_cast<size_t>(std::clamp(length, 0, limit))});
+}
 
+void LogWrapper::logText(LogLevel level, const char* tag,
+                         std::initializer_list<std::string_view> parts) {
+    if (isForkedChild()) {
+        return;
+    }
+    std::array<char, kMessageLimit> buffer;
+    size_t length = 0;
+    for (const std::string_view part : parts) {
+        const std::string_view text = part.substr(0, part.find('\0'));
+        length += text.copy(buffer.data() + length, buffer.size() - 1 - length);
+    }
+    write(level, tag, {buffer.data(), length});
+}
+
+void LogWrapper::write(LogLevel level, const char* tag, std::string_view message) {
     std::shared_ptr<LogWriter> current;
     {
         std::lock_guard lock(writerMutex);

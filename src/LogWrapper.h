@@ -2,9 +2,11 @@
 #define KIVR_SRC_LOGWRAPPER_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "ThreadSafety.h"
 
@@ -68,7 +70,13 @@ public:
     void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(writerMutex)
         __attribute__((format(printf, 4, 5)));
 
+    /// The same for a line whose parts are all texts: each as "%s" would print it.
+    void logText(LogLevel level, const char* tag, std::initializer_list<std::string_view> parts)
+        KIV_EXCLUDES(writerMutex);
+
 private:
+    void write(LogLevel level, const char* tag, std::string_view message) KIV_EXCLUDES(writerMutex);
+
     std::mutex writerMutex;
     /// Shared with the threads that are just writing a line.
     std::shared_ptr<LogWriter> writer KIV_GUARDED_BY(writerMutex);
@@ -80,6 +88,10 @@ inline constexpr const char* kLogTag = "KIV";
 /// One line of the library's log: KIV_LOG(INFO, "format", arguments...).
 #define KIV_LOG(level, ...) \
     ::kiv::LogWrapper::getInstance().log(::kiv::LogLevel::level, ::kiv::kLogTag, __VA_ARGS__)
+
+/// The same for texts, where lines are many or long: KIV_LOG_TEXT(INFO, "label ", text...).
+#define KIV_LOG_TEXT(level, ...) \
+    ::kiv::LogWrapper::getInstance().logText(::kiv::LogLevel::level, ::kiv::kLogTag, {__VA_ARGS__})
 
 }  // namespace kiv
 

@@ -100,9 +100,9 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
         KIV_LOG(ERROR, "Manager not initialized!");
         return nullptr;
     }
-    KIV_LOG(EVENT, "Manager::%s > %s", operation, request->dump().c_str());
+    KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->dump());
     const std::shared_ptr<ClientResponse> response = gate->process(request);
-    KIV_LOG(EVENT, "Manager::%s < %s", operation, response ? response->dump().c_str() : "");
+    KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
     auto result = std::dynamic_pointer_cast<Response>(response);
     if (!result) {
         KIV_LOG(ERROR, "%s", failure);

@@ -355,7 +355,7 @@ void ProfileCache::logRefreshed() {
     }
     KIV_LOG(EVENT, "Refreshed Profiles:");
     for (const std::string& line : lines) {
-        KIV_LOG(EVENT, "%s", line.c_str());
+        KIV_LOG_TEXT(EVENT, line);
     }
 }
 

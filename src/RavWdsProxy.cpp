@@ -365,7 +365,7 @@ bool RavWdsProxy::sendProfileRequest(unsigned int msgId, const char* name, const
         KIV_LOG(ERROR, "Unable send %s message", name);
         return false;
     }
-    KIV_LOG(EVENT, "RavWdsProxy %s request successful!", name);
+    KIV_LOG_TEXT(EVENT, "RavWdsProxy ", name, " request successful!");
     return true;
 }
 
