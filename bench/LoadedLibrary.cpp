@@ -59,11 +59,15 @@ LoadedLibrary::LoadedLibrary(unsigned profiles3gpp, unsigned profiles3gpp2) {
     createProfiles(modem(), WDS_PROFILE_TYPE_3GPP_V01, profiles3gpp);
     createProfiles(modem(), WDS_PROFILE_TYPE_3GPP2_V01, profiles3gpp2);
     modem().start();
+    restart();
+    manager().refresh(PDCRefreshStatus::Complete);
+}
+
+void LoadedLibrary::restart() {
     manager().init(0, true);
     if (!modem().waitForRegisteredClient(kPatience)) {
         fail("the library does not find the modem");
     }
-    manager().refresh(PDCRefreshStatus::Complete);
 }
 
 std::shared_ptr<IProfileKey> LoadedLibrary::key(unsigned number) {

@@ -20,6 +20,8 @@ public:
 
     /// A key to the profile of that number.
     std::shared_ptr<IProfileKey> key(unsigned number);
+    /// Starts the library anew; its cache is empty until the next refresh.
+    void restart();
     /// Returns when the library has heard of every change that it made.
     void settle();
 
