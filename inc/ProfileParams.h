@@ -12,6 +12,7 @@
 namespace kiv {
 
 class ModemProfile;
+class Modem3gppProfile;
 
 /// The settings of a data-connection profile, in the words of the library's clients. Every
 /// setting is optional: one that is absent is not given (don't care), never zero.
@@ -118,7 +119,9 @@ protected:
     std::optional<bool> isIAProfile;
 
 private:
-    friend class ModemProfile;  // which compares with the name of every profile, without a copy
+    // The library's image of a profile, which compares the settings without copying them.
+    friend class ModemProfile;
+    friend class Modem3gppProfile;
 
     std::optional<std::string> apnName;
     std::optional<std::string> userName;

@@ -21,16 +21,11 @@ void readRoamingType(std::optional<IPType>& field, uint8_t valid,
 
 struct Modem3gppProfile::PlainSettings {
     static constexpr auto all = std::make_tuple(
-        setting(&Modem3gppProfile::maxPdnsConnPerBlock, &ProfileParams::hasMaxPdnsConnPerBlock,
-                &ProfileParams::getMaxPdnsConnPerBlock, &ProfileParams::setMaxPdnsConnPerBlock),
-        setting(&Modem3gppProfile::maxPdnConnTimer, &ProfileParams::hasMaxPdnConnTimer,
-                &ProfileParams::getMaxPdnConnTimer, &ProfileParams::setMaxPdnConnTimer),
-        setting(&Modem3gppProfile::pdnReqWaitInterval, &ProfileParams::hasPdnReqWaitInterval,
-                &ProfileParams::getPdnReqWaitInterval, &ProfileParams::setPdnReqWaitInterval),
-        setting(&Modem3gppProfile::isApnDisabled, &ProfileParams::hasIsApnDisabled,
-                &ProfileParams::getIsApnDisabled, &ProfileParams::setIsApnDisabled),
-        setting(&Modem3gppProfile::isEmergencySupported, &ProfileParams::hasIsEmergencySupported,
-                &ProfileParams::getIsEmergencySupported, &ProfileParams::setIsEmergencySupported));
+        setting(&Modem3gppProfile::maxPdnsConnPerBlock, &ProfileParams::maxPdnsConnPerBlock),
+        setting(&Modem3gppProfile::maxPdnConnTimer, &ProfileParams::maxPdnConnTimer),
+        setting(&Modem3gppProfile::pdnReqWaitInterval, &ProfileParams::pdnReqWaitInterval),
+        setting(&Modem3gppProfile::isApnDisabled, &ProfileParams::isApnDisabled),
+        setting(&Modem3gppProfile::isEmergencySupported, &ProfileParams::isEmergencySupported));
 };
 
 Modem3gppProfile::Modem3gppProfile(const ProfileParams& params)

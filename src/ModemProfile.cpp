@@ -1,6 +1,7 @@
 #include "ModemProfile.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -25,17 +26,12 @@ std::string normalApnName(const std::string& name) {
 }  // namespace
 
 struct ModemProfile::PlainSettings {
-    static constexpr auto all = std::make_tuple(
-        setting(&ModemProfile::userName, &ProfileParams::hasUserName, &ProfileParams::getUserName,
-                &ProfileParams::setUserName),
-        setting(&ModemProfile::password, &ProfileParams::hasPassword, &ProfileParams::getPassword,
-                &ProfileParams::setPassword),
-        setting(&ModemProfile::authType, &ProfileParams::hasAuthType, &ProfileParams::getAuthType,
-                &ProfileParams::setAuthType),
-        setting(&ModemProfile::apnClass, &ProfileParams::hasApnClass, &ProfileParams::getApnClass,
-                &ProfileParams::setApnClass),
-        setting(&ModemProfile::isClatEnabled, &ProfileParams::hasIsClatEnabled,
-                &ProfileParams::getIsClatEnabled, &ProfileParams::setIsClatEnabled));
+    static constexpr auto all =
+        std::make_tuple(setting(&ModemProfile::userName, &ProfileParams::userName),
+                        setting(&ModemProfile::password, &ProfileParams::password),
+                        setting(&ModemProfile::authType, &ProfileParams::authType),
+                        setting(&ModemProfile::apnClass, &ProfileParams::apnClass),
+                        setting(&ModemProfile::isClatEnabled, &ProfileParams::isClatEnabled));
 };
 
 ModemProfile::ModemProfile(TechType techTypeValue, const ProfileParams& params)
@@ -115,13 +111,16 @@ bool ModemProfile::matchApnName(const FilterProfileParams& filter) const {
     if (!apnName) {
         return false;
     }
-    const std::string_view wanted = std::string_view(*filter.apnName).substr(0, kApnNameLimit);
-    const auto isSame = [](char mine, char asked) { return mine == convertToLower(asked); };
-    if ((filter.getFilterMatchCriteria() & toMask(FilterMatchType::ApnNameSubset)) != 0) {
-        return wanted.empty() || std::search(apnName->begin(), apnName->end(), wanted.begin(),
-                                             wanted.end(), isSame) != apnName->end();
+    // As normalApnName has it, but without memory of its own.
+    const auto lower = [](char byte) { return convertToLower(byte); };
+    const std::string_view asked = std::string_view(*filter.apnName).substr(0, kApnNameLimit);
+    if ((filter.getFilterMatchCriteria() & toMask(FilterMatchType::ApnNameSubset)) == 0) {
+        return std::equal(apnName->begin(), apnName->end(), asked.begin(), asked.end(),
+                          [lower](char mine, char wanted) { return mine == lower(wanted); });
     }
-    return std::equal(apnName->begin(), apnName->end(), wanted.begin(), wanted.end(), isSame);
+    std::array<char, kApnNameLimit> wanted;
+    std::transform(asked.begin(), asked.end(), wanted.begin(), lower);
+    return apnName->find(wanted.data(), 0, asked.size()) != std::string::npos;
 }
 
 bool ModemProfile::matchApnTypesMask(const FilterProfileParams& filter) const {

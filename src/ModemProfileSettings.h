@@ -19,17 +19,13 @@ namespace kiv {
 template <class Profile, class Value>
 struct Setting {
     std::optional<Value> Profile::*field;
-    bool (ProfileParams::*has)() const;
-    Value (ProfileParams::*get)() const;
-    void (ProfileParams::*set)(Value);
+    std::optional<Value> ProfileParams::*param;
 };
 
 template <class Profile, class Value>
 constexpr Setting<Profile, Value> setting(std::optional<Value> Profile::*field,
-                                          bool (ProfileParams::*has)() const,
-                                          Value (ProfileParams::*get)() const,
-                                          void (ProfileParams::*set)(Value)) {
-    return {field, has, get, set};
+                                          std::optional<Value> ProfileParams::*param) {
+    return {field, param};
 }
 
 /// Calls action with each setting of a tuple of settings, in order.
@@ -38,20 +34,24 @@ void forEach(const Settings& settings, Action action) {
     std::apply([&](const auto&... one) { (action(one), ...); }, settings);
 }
 
+/// Takes over the value of other, if it has one.
+template <class Value>
+void mergeField(std::optional<Value>& field, const std::optional<Value>& other) {
+    if (other) {
+        field = other;
+    }
+}
+
 /// The params have the setting, and the profile lacks it or has another value.
 template <class Profile, class OneSetting>
 bool differs(const Profile& profile, const OneSetting& one, const ProfileParams& params) {
-    return (params.*one.has)() && profile.*one.field != (params.*one.get)();
+    return params.*one.param && profile.*one.field != params.*one.param;
 }
 
 /// Stores what the params have.
 template <class Profile, class Settings>
 void copySettings(Profile& profile, const Settings& settings, const ProfileParams& params) {
-    forEach(settings, [&](const auto& one) {
-        if ((params.*one.has)()) {
-            profile.*one.field = (params.*one.get)();
-        }
-    });
+    forEach(settings, [&](const auto& one) { mergeField(profile.*one.field, params.*one.param); });
 }
 
 /// Whether the profile has all that the params have.
@@ -69,7 +69,7 @@ void diffSettings(const Profile& profile, const Settings& settings, const Profil
                   ProfileParams& out, bool& changed) {
     forEach(settings, [&](const auto& one) {
         if (differs(profile, one, params)) {
-            (out.*one.set)((params.*one.get)());
+            out.*one.param = params.*one.param;
             changed = true;
         }
     });
@@ -78,19 +78,7 @@ void diffSettings(const Profile& profile, const Settings& settings, const Profil
 /// Puts what the profile has into out.
 template <class Profile, class Settings>
 void reportSettings(const Profile& profile, const Settings& settings, ProfileParams& out) {
-    forEach(settings, [&](const auto& one) {
-        if (profile.*one.field) {
-            (out.*one.set)(*(profile.*one.field));
-        }
-    });
-}
-
-/// Takes over the value of other, if it has one.
-template <class Value>
-void mergeField(std::optional<Value>& field, const std::optional<Value>& other) {
-    if (other) {
-        field = other;
-    }
+    forEach(settings, [&](const auto& one) { mergeField(out.*one.param, profile.*one.field); });
 }
 
 /// Takes over what other has.
