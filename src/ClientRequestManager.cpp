@@ -173,7 +173,7 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processWithoutWaiting(
 
 void ClientRequestManager::handleClientRequest(int fd, void* arg) {
     // Meant: the line number in the trace is fixed.
-    KIV_LOG(DEBUG, ":%d:%s", 77, "handleClientRequest");
+    KIV_LOG_TEXT(DEBUG, ":77:handleClientRequest");
     drainEventFd(fd);
     if (arg == nullptr) {
         KIV_LOG(ERROR, "arg is null");

@@ -216,9 +216,11 @@ void EventManager::processEvents() {
     }
     for (int i = 0; i < count; ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
-        KIV_LOG(VERBOSE, "there are %d file descriptor(s) with events pending", count - i);
-        KIV_LOG(VERBOSE, "processing event number: %d, handling %d for %d", i,
-                static_cast<int>(event.events), event.data.fd);
+        KIV_LOG_TEXT(VERBOSE, "there are ", std::to_string(count - i),
+                     " file descriptor(s) with events pending");
+        KIV_LOG_TEXT(VERBOSE, "processing event number: ", std::to_string(i), ", handling ",
+                     std::to_string(static_cast<int>(event.events)), " for ",
+                     std::to_string(event.data.fd));
         withoutEnding([this, &event] { processEvent(event); });
         finishItem();
     }
