@@ -58,6 +58,7 @@ public:
     void passTime(std::chrono::milliseconds atMost);
     void start();
     void stop();
+    void restart();
     bool isRunning() const;
     void reset();
     /// False, and nothing changed, while the modem is on.
@@ -150,6 +151,9 @@ private:
                         const std::vector<std::byte>& bytes);
     void noteEvent(const std::string& what);
     void startNow();
+    /// By the program; late, or not at all, if the scenario says so.
+    void startAsPlayed();
+    void stopAsTold();
     void stopNow(bool silently);
     void reportChanges();
     void deliverChange(const wds_profile_changed_ind_type_v01& change);

@@ -25,10 +25,7 @@ void ModemEmulator::start() { modem().start(); }
 
 void ModemEmulator::stop() { modem().stop(); }
 
-void ModemEmulator::restart() {
-    modem().stop();
-    modem().start();
-}
+void ModemEmulator::restart() { Modem::getInstance().restart(); }
 
 bool ModemEmulator::useVirtualClock(bool on) { return modem().useVirtualClock(on); }
 

@@ -20,6 +20,10 @@ std::chrono::milliseconds soonest(std::chrono::milliseconds span) {
 
 void Modem::start() {
     std::lock_guard lock(mutex);
+    startAsPlayed();
+}
+
+void Modem::startAsPlayed() {
     if (noteProgram(kStart)) {
         return;
     }
@@ -32,9 +36,20 @@ void Modem::start() {
 
 void Modem::stop() {
     std::lock_guard lock(mutex);
+    stopAsTold();
+}
+
+void Modem::stopAsTold() {
     if (!noteProgram(kStop)) {
         stopNow(false);
     }
+}
+
+void Modem::restart() {
+    // In one go, so that what clients are told always comes after both.
+    std::lock_guard lock(mutex);
+    stopAsTold();
+    startAsPlayed();
 }
 
 void Modem::play(const Scenario& scenario) {
