@@ -63,6 +63,7 @@ TEST(SimulationTest, KeepsToTheModel) {
     const uint64_t wanted = countFrom("KIVR_OPERATIONS", 10000);
     constexpr int kMostOps = 400;
     const char* const journal = getenv("KIVR_JOURNAL");
+    ASSERT_TRUE(modem().useVirtualClock(true));
     ASSERT_TRUE(journal == nullptr || modem().startJournal(journal));
     rc::detail::TestParams params;
     params.disableShrinking = getenv("KIVR_SEED_FAULT") != nullptr;
@@ -102,6 +103,7 @@ TEST(SimulationTest, FourClientsKeepToTheModel) {
         std::array<Client, kThreads> clients;
         std::array<std::exception_ptr, kThreads> failures;
         // Every other batch lives through restarts, and may not have its requests sent.
+        world.isFaithful = false;
         world.model.isSteady = batch % 2 == 0;
         world.arm({.messageId = RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, .error = 3, .every = 7});
         world.arm(

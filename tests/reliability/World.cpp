@@ -32,6 +32,7 @@ struct Trace {
     std::vector<std::byte> answer;      ///< the modem's latest
     std::atomic<uint64_t> activity{0};
     std::atomic<int64_t> requests{0};
+    std::atomic<bool> isClientRefused{false};  ///< meant: only a new engine tries again
 
     void add(Event event) {
         std::lock_guard lock(mutex);
@@ -85,6 +86,9 @@ void noteLine(const __android_logger_data*, const char* line) {
         return;
     }
     ++trace().activity;
+    if (text.rfind("rav_client_init error", 0) == 0) {
+        trace().isClientRefused = true;
+    }
     std::lock_guard lock(trace().mutex);
     if (text.rfind(kIndicates, 0) == 0) {
         trace().events.push_back({What::Indication, text.substr(kIndicates.size())});
@@ -340,7 +344,7 @@ void World::playAlone(Client& client, const Op& op) {
     const bool isPower = step >= Step::PowerOff || (fault && !fault->consequences.empty());
     model.isSteady = !isPower && modem().waitForRegisteredClient(milliseconds(0));
     isFaithful = isFaithful && !isPower && model.isSteady &&
-                 (!fault || (op.fault < 8 && step != Step::RefreshComplete));
+                 (!fault || (op.fault < 8 && fault->messageId != 0));
     if (fault) {
         arm(*fault);
     }
@@ -481,7 +485,7 @@ void World::perform(const Op& op) {
     } else if (step == Step::Restart) {
         if (op.fault > 26 && op.fault < 30) {
             modem().failNextCall(kCalls[op.fault - 27], RAV_CLIENT_ERR_NO_MEMORY);
-            isWithoutClient = true;
+            trace().isClientRefused = true;
         }
         modem().restart();
     } else {
@@ -494,7 +498,7 @@ void World::renew() {
     settle();
     trace().add({What::Engine});
     manager.init(0, true);
-    isWithoutClient = false;
+    trace().isClientRefused = false;
     settle();
 }
 
@@ -570,7 +574,7 @@ void World::check() {
 void World::recover() {
     disarm();
     isFaithful = model.isSteady = false;
-    if (isWithoutClient) {
+    if (trace().isClientRefused) {
         renew();
     }
     modem().start();

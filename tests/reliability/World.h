@@ -91,6 +91,7 @@ public:
     void recover();
 
     Model model;
+    bool isFaithful = true;  ///< the library could hear of every change, and in time
 
 private:
     void act(Client& client, const Op& op);
@@ -106,8 +107,6 @@ private:
     std::mutex hinted;    ///< one request at a time whose dump does not tell it
     std::mutex policies;  ///< one at a time, for their requests look alike
     std::vector<std::shared_ptr<Listener>> listeners;  ///< under hinted
-    bool isFaithful = true;        ///< the library was told of every change in the modem
-    bool isWithoutClient = false;  ///< until it starts anew
     std::map<std::string, std::list<std::string>> responses;
 };
 
