@@ -60,7 +60,7 @@ uint64_t seed() {
 }
 
 TEST(SimulationTest, KeepsToTheModel) {
-    const uint64_t wanted = countFrom("KIVR_OPERATIONS", 10000);
+    const uint64_t wanted = countFrom("KIVR_OPERATIONS", 6000);
     constexpr int kMostOps = 400;
     const char* const journal = getenv("KIVR_JOURNAL");
     ASSERT_TRUE(modem().useVirtualClock(true));

@@ -90,6 +90,8 @@ public:
     /// After the next service-up and refresh the cache equals the modem.
     void recover();
 
+    static int64_t requestsSoFar();
+
     Model model;
     bool isFaithful = true;  ///< the library could hear of every change, and in time
 
