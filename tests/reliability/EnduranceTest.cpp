@@ -113,7 +113,7 @@ TEST_F(EnduranceTest, NothingGrows) {
         ASSERT_NO_FATAL_FAILURE(live());
     }
     const Footprint after;
-    std::cout << wanted << " requests, " << lives << " restarts: resident memory "
+    std::cout << "result: " << wanted << " requests, " << lives << " restarts: resident memory "
               << before.resident / 1024 << " KiB and " << after.resident / 1024
               << " KiB, descriptors " << before.descriptors << " and " << after.descriptors
               << ", threads " << before.threads << " and " << after.threads << std::endl;

@@ -55,6 +55,8 @@ rc::Gen<Op> anyOp() {
 
 uint64_t seed() {
     static const uint64_t value = countFrom("KIVR_SEED", 1);
+    // RapidCheck, too, then tells this one.
+    setenv("RC_PARAMS", ("seed=" + std::to_string(value)).c_str(), 1);
     std::cout << "KIVR_SEED=" << value << std::endl;
     return value;
 }
@@ -90,7 +92,7 @@ TEST(SimulationTest, KeepsToTheModel) {
         }
     }
     ASSERT_TRUE(journal == nullptr || modem().finishJournal());
-    std::cout << played << " operations" << std::endl;
+    std::cout << "result: " << played << " operations" << std::endl;
 }
 
 TEST(SimulationTest, FourClientsKeepToTheModel) {
@@ -140,7 +142,7 @@ TEST(SimulationTest, FourClientsKeepToTheModel) {
         world.recover();
         played += kThreads * kOpsOfEach;
     }
-    std::cout << played << " operations of four clients" << std::endl;
+    std::cout << "result: " << played << " operations of four clients" << std::endl;
 }
 
 std::string journalOf(uint64_t ofSeed) {

@@ -350,19 +350,21 @@ void World::playAlone(Client& client, const Op& op) {
     if (fault) {
         arm(*fault);
     }
-    if (isSeeded("lostIndication") && op.extra == 7) {
+    if (isSeeded("lostIndication")) {
         arm({.indications = IndicationFault::Withheld});
     }
     play(client, op);
     settle();
-    disarm();
-    // For what waits until the modem is idle, or comes back.
-    modem().passTime(milliseconds(1));
-    settle();
-    if (isPower || op.fault == 8) {
-        letUndecodedGo();
+    if (fault) {
+        disarm();
+        // For what waits until the modem is idle, or comes back.
+        modem().passTime(milliseconds(1));
+        settle();
         modem().passTime(milliseconds(400));
         settle();
+        if (fault->indications == IndicationFault::Malformed) {
+            letUndecodedGo();
+        }
     }
     check();
 }
