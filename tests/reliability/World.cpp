@@ -2,32 +2,29 @@
 
 #include <android/log.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <sstream>
-#include <stdexcept>
+
+#include "Manager.h"
+#include "Util.h"
 
 namespace kiv::test {
 namespace {
 
 using emulator::Action;
 using emulator::Fault;
-using emulator::IndicationFault;
-using emulator::IndicationOrder;
-using emulator::Lie;
 using emulator::Moment;
 using std::chrono::milliseconds;
 using What = Event::What;
 
-constexpr milliseconds kRequestLimit(1000), kCallLimit(50);
 /// The request that settle makes; it asks for nothing and is not replayed.
 constexpr const char* kProbe = "Match  None: ";
+constexpr int kFaithfulFaults = 7;  ///< of those that faultOf lists, the first
 
 /// What happened, as the log and the modem tell it.
 struct Trace {
     std::mutex mutex;
     std::vector<Event> events;
-    std::map<std::string, std::list<std::string>> responses;
+    Model::Responses responses;
     std::map<std::string, Hint> hints;  ///< by the dump of the request
     std::vector<std::byte> answer;      ///< the modem's latest
     std::atomic<uint64_t> activity{0};
@@ -47,8 +44,10 @@ Trace& trace() {
 thread_local Hint hint;
 thread_local std::string requestText;
 
+Manager& manager() { return Manager::getInstance(); }
+
 std::string withSortedKeys(const std::string& response) {
-    const std::string prefix = joinKeys({});
+    const std::string prefix = Model::joinKeys({});
     if (response.rfind(prefix, 0) != 0) {
         return response;
     }
@@ -57,10 +56,10 @@ std::string withSortedKeys(const std::string& response) {
     for (std::string key; std::getline(rest, key, ',');) {
         keys.insert(key);
     }
-    return joinKeys(keys);
+    return Model::joinKeys(keys);
 }
 
-void noteManager(const std::string& text) {
+void noteClient(const std::string& text) {
     const size_t at = std::min(text.find(" > "), text.find(" < "));
     if (at == std::string::npos) {
         return;
@@ -74,46 +73,26 @@ void noteManager(const std::string& text) {
     }
 }
 
-/// The log tells what the worker serves, in this order, and what its clients get.
+/// The log tells what the worker serves, in this order, and what its clients hear.
 void noteLine(const __android_logger_data*, const char* line) {
     static const std::string kServes = "Handling ", kIndicates = "ProfileCache: onIndication < ";
     const std::string text = line;
     if (text.rfind("Manager::", 0) == 0) {
-        noteManager(text);
-        return;
+        noteClient(text);
+    } else if (text != kServes + kProbe) {
+        ++trace().activity;
+        if (text.rfind(kIndicates, 0) == 0) {
+            trace().add({What::Indication, text.substr(kIndicates.size())});
+        } else if (text.rfind(kServes, 0) == 0 && text != "Handling modem down") {
+            const std::string request = text.substr(kServes.size());
+            std::lock_guard lock(trace().mutex);
+            const auto known = trace().hints.find(request);
+            trace().events.push_back(
+                {What::Request, request, known == trace().hints.end() ? Hint() : known->second});
+        } else if (text.rfind("rav_client_init error", 0) == 0) {
+            trace().isClientRefused = true;
+        }
     }
-    if (text == kServes + kProbe) {
-        return;
-    }
-    ++trace().activity;
-    if (text.rfind("rav_client_init error", 0) == 0) {
-        trace().isClientRefused = true;
-    }
-    std::lock_guard lock(trace().mutex);
-    if (text.rfind(kIndicates, 0) == 0) {
-        trace().events.push_back({What::Indication, text.substr(kIndicates.size())});
-    } else if (text.rfind(kServes, 0) == 0 && text != "Handling modem down") {
-        const std::string request = text.substr(kServes.size());
-        const auto known = trace().hints.find(request);
-        trace().events.push_back(
-            {What::Request, request, known == trace().hints.end() ? Hint() : known->second});
-    }
-}
-
-void noteAnswer(const emulator::Request& request) {
-    ++trace().activity;
-    ++trace().requests;
-    trace().add({What::Answer, {}, {}, request, std::exchange(trace().answer, {})});
-}
-
-/// Of every answer, right before it goes out.
-Fault copyOfAnswers() {
-    Fault fault{.every = 1};
-    fault.rewrite = [](void* answer, size_t length) {
-        const auto* const bytes = static_cast<std::byte*>(answer);
-        trace().answer.assign(bytes, bytes + length);
-    };
-    return fault;
 }
 
 template <class Params>
@@ -143,115 +122,113 @@ Params paramsOf(const Op& op, int fields) {
 }
 
 /// Looser than the policies ever ask, so that their requests never look like these.
-std::shared_ptr<FilterProfileParams> filterOf(const Op& op) {
-    const auto filter = std::make_shared<FilterProfileParams>(
+const FilterProfileParams& filterOf(const Op& op) {
+    hint.filter = std::make_shared<FilterProfileParams>(
         paramsOf<FilterProfileParams>(op, op.fields & op.extra));
-    filter->addFilterMatchCriteria(toMask(FilterMatchType::ApnTypeBitmaskSubset) |
-                                   static_cast<uint32_t>(op.values & 0x37));
+    hint.filter->addFilterMatchCriteria(toMask(FilterMatchType::ApnTypeBitmaskSubset) |
+                                        static_cast<uint32_t>(op.values & 0x37));
     if (op.extra % 5 == 1) {
-        filter->setFilterByTechType(static_cast<TechType>(op.values & 1));
+        hint.filter->setFilterByTechType(static_cast<TechType>(op.values & 1));
     } else if (op.extra % 5 == 2) {
-        filter->setFilterByIsKivProfile((op.values & 1) != 0);
+        hint.filter->setFilterByIsKivProfile((op.values & 1) != 0);
     }
-    return filter;
+    return *hint.filter;
 }
 
-/// What goes wrong with the nth request of a kind; nothing for most numbers.
+struct Turn {
+    World& world;
+    Slot& slot;
+    const Op& op;
+    const ProfileParams params;
+    const TechType tech;
+    Util util{};
+};
+/// In the order of the steps, before those of others.
+constexpr void (*kTurns[])(Turn&) = {
+    [](Turn& t) { manager().getProfile(t.slot.key); },
+    [](Turn& t) { manager().match(filterOf(t.op), t.slot.key); },
+    [](Turn& t) { manager().modifyProfile(ModifyProfileParams(t.params), t.slot.key); },
+    [](Turn& t) { manager().deleteProfile(t.slot.key); },
+    [](Turn& t) { t.world.listen(t.slot); },
+    [](Turn& t) { t.world.drop(t.slot); },
+    [](Turn& t) {
+        for (const auto& key : manager().filter(filterOf(t.op))) {
+            t.slot.key = key;
+        }
+    },
+    [](Turn& t) {
+        const int extra = t.op.extra;
+        t.slot.key = manager().addProfile({t.params, extra % 3 == 0, t.tech, extra % 5 == 0});
+    },
+    [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForSetupDataCall(t.tech, t.params); },
+    [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForEmergencyDataCall(t.params); },
+    [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForLteAttach(t.params); },
+    [](Turn& t) { t.util.matchLteAttachProfileId(t.op.extra % 6, t.params); },
+    [](Turn& t) { t.util.updateModemProfileByApnClass({t.params}, {t.params}); },
+    [](Turn& t) { t.util.updateAPNTypeBitmaskOnModemProfile({t.params}); },
+    [](Turn& t) { t.world.refresh(false); },
+    [](Turn& t) { t.world.refresh(true); },
+};
+
+/// What goes wrong with a request of the operation; nothing for most numbers.
 std::optional<Fault> faultOf(const Op& op) {
-    const auto step = static_cast<Step>(op.step);
-    Fault fault{.messageId = step == Step::Add ? unsigned{RAV_WDS_CREATE_PROFILE_REQ_V01}
-                             : step == Step::Modify
-                                 ? unsigned{RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01}
-                             : step == Step::Delete || step == Step::Drop
-                                 ? unsigned{RAV_WDS_DELETE_PROFILE_REQ_V01}
-                                 : 0U,
-                .nth = step == Step::RefreshComplete ? static_cast<unsigned>(op.extra % 4 + 1) : 1};
-    const bool isOne = fault.messageId != 0 || step == Step::RefreshComplete;
-    const int kind = isOne || op.fault < 4 ? op.fault : 0;
     const Action off{
-        .silent = (op.extra & 1) != 0,
-        .comesBackAfter = (op.extra & 2) != 0 ? std::optional(milliseconds(300)) : std::nullopt};
-    static constexpr Action::Kind kChanges[] = {
-        Action::Kind::CreateProfile, Action::Kind::DeleteProfile, Action::Kind::SubscriptionChange,
-        Action::Kind::RefreshConfiguration};
-    const Action other{.kind = kChanges[op.values & 3], .index = 1};
-    switch (kind) {
-        case 1:
-            fault.error = WDS_ERR_INTERNAL_V01;
-            return fault;
-        case 2:
-            fault.transportResult = RAV_CLIENT_ERR_NO_MEMORY;
-            return fault;
-        case 3:
-        case 4:
-            fault.delay = milliseconds(kind == 3 ? 999 : 1001);
-            return fault;
-        case 5:
-            fault.drop = true;
-            return fault;
-        case 6:
-        case 7:
-            fault.order = kind == 6 ? IndicationOrder::Before : IndicationOrder::After;
-            return fault;
-        case 8:
-        case 9:
-        case 10:
-        case 11:
-        case 12:
-            fault.indications = static_cast<IndicationFault>(kind - 7);
-            return fault;
-        case 13:
-        case 14:
-        case 15:
-        case 16:
-            fault.lie = static_cast<Lie>(kind - 12);
-            return fault;
-        case 17:
-            fault.rewrite = [](void* answer, size_t length) { std::memset(answer, 0xFF, length); };
-            return fault;
-        case 18:
-        case 19:
-        case 20:
-        case 21:
-            fault.consequences = {{static_cast<Moment>(kind - 18), off}};
-            return fault;
-        case 22:
-        case 23:
-        case 24:
-        case 25:
-            fault.consequences = {{static_cast<Moment>(kind - 22), other}};
-            return fault;
-        case 26:
-            fault.probability = 0.5;
-            fault.drop = true;
-            return fault;
-        default:
-            return std::nullopt;
+        .silent = op.extra % 2 == 1,
+        .comesBackAfter = op.extra % 4 < 2 ? std::optional(milliseconds(300)) : std::nullopt};
+    const Action other{.kind = static_cast<Action::Kind>(2 + op.values % 6), .index = 1};
+    std::vector<Fault> faults = {{},
+                                 {.error = WDS_ERR_INTERNAL_V01},
+                                 {.transportResult = RAV_CLIENT_ERR_NO_MEMORY},
+                                 {.delay = milliseconds(999)},
+                                 {.delay = milliseconds(1001)},
+                                 {.drop = true},
+                                 {.order = emulator::IndicationOrder::Before},
+                                 {.order = emulator::IndicationOrder::After},
+                                 {.probability = 0.5, .drop = true}};
+    for (int kind = 1; kind <= 5; ++kind) {
+        faults.push_back({.indications = static_cast<emulator::IndicationFault>(kind)});
+        faults.push_back({.lie = static_cast<emulator::Lie>(kind % 5)});
     }
+    for (int moment = 0; moment < 4; ++moment) {
+        faults.push_back({.consequences = {{static_cast<Moment>(moment), off}}});
+        faults.push_back({.consequences = {{static_cast<Moment>(moment), other}}});
+    }
+    static const std::map<Step, unsigned> kMessages = {
+        {Step::Add, RAV_WDS_CREATE_PROFILE_REQ_V01},
+        {Step::Modify, RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01},
+        {Step::Delete, RAV_WDS_DELETE_PROFILE_REQ_V01},
+        {Step::Drop, RAV_WDS_DELETE_PROFILE_REQ_V01},
+        {Step::RefreshComplete, 0}};
+    // Where several requests may meet a change of another, their order is the scheduler's.
+    const auto meant = kMessages.find(op.step);
+    const size_t count = meant != kMessages.end() ? faults.size() : 4;
+    const auto number = static_cast<size_t>(op.fault);
+    if (number == 0 || number >= count) {
+        return std::nullopt;
+    }
+    faults[number].messageId = meant != kMessages.end() ? meant->second : 0;
+    faults[number].nth =
+        op.step == Step::RefreshComplete ? 1 + static_cast<unsigned>(op.extra % 4) : 1;
+    return faults[number];
 }
 
-/// Those of the messaging client's operations whose failure leaves the library without a client.
-constexpr emulator::ModemEmulator::Call kCalls[] = {emulator::ModemEmulator::Call::GetAnyService,
-                                                    emulator::ModemEmulator::Call::ClientInit,
-                                                    emulator::ModemEmulator::Call::NotifierInit};
-
-std::map<uint64_t, std::string> cachedIn(const std::vector<std::string>& dump,
-                                         std::list<std::string>& pending) {
-    std::map<uint64_t, std::string> cached;
+std::map<uint64_t, std::string> cached(std::list<std::string>& pending) {
+    const auto dump = manager().dump();
+    std::map<uint64_t, std::string> profiles;
     size_t line = 1;
     for (; dump.at(line) != "Pending:"; ++line) {
-        cached[std::stoull(dump[line])] = dump[line].substr(dump[line].find(": ") + 2);
+        profiles[std::stoull(dump[line])] = dump[line].substr(dump[line].find(": ") + 2);
     }
     while (dump.at(++line) != "Logs") {
         pending.push_back(dump[line].substr(2));
     }
-    return cached;
+    return profiles;
 }
 
-std::string list(const std::map<uint64_t, std::string>& cached,
-                 const std::list<std::string>& pending) {
+std::string textOf(const std::map<uint64_t, std::string>& profiles,
+                   const std::list<std::string>& pending) {
     std::string text;
-    for (const auto& [token, profile] : cached) {
+    for (const auto& [token, profile] : profiles) {
         text += "\n  " + std::to_string(token) + ": " + profile;
     }
     for (const std::string& one : pending) {
@@ -260,12 +237,12 @@ std::string list(const std::map<uint64_t, std::string>& cached,
     return text;
 }
 
-std::multiset<std::string> withoutTokens(const std::map<uint64_t, std::string>& cached) {
-    std::multiset<std::string> profiles;
-    for (const auto& [token, profile] : cached) {
-        profiles.insert(profile);
+bool equalsModem(const std::map<uint64_t, std::string>& profiles) {
+    std::multiset<std::string> dumps;
+    for (const auto& [token, profile] : profiles) {
+        dumps.insert(profile);
     }
-    return profiles;
+    return dumps == Model::dumpModem();
 }
 
 }  // namespace
@@ -282,25 +259,28 @@ World::World() {
     settle();
     modem().factoryReset();
     modem().useVirtualClock(true);
-    for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
-        modem().setCapacity(type, 12);
-    }
+    modem().setCapacity(WDS_PROFILE_TYPE_3GPP_V01, 12);
+    modem().setCapacity(WDS_PROFILE_TYPE_3GPP2_V01, 12);
     modem().installFactoryProfiles();
-    // Before the power is on, so that only one engine ever meets this modem.
-    manager.init(0, true);
-    settle();
-    modem().setRequestObserver(noteAnswer);
+    modem().setRequestObserver([](const emulator::Request& request) {
+        ++trace().activity;
+        ++trace().requests;
+        trace().add({What::Answer, {}, {}, request, std::exchange(trace().answer, {})});
+    });
     disarm();
+    // Before the power is on, so that only one engine ever meets this modem.
+    manager().init(0, true);
+    settle();
     modem().start();
     settle();
-    manager.refresh(PDCRefreshStatus::Complete);
+    refresh(false);
     settle();
     // The numbers of tokens go on from engine to engine.
-    const auto cached = cachedIn(manager.dump(), *std::make_unique<std::list<std::string>>());
-    model.adoptToken(std::max_element(cached.begin(), cached.end())->first + 1);
+    std::list<std::string> pending;
+    model.nextToken = cached(pending).rbegin()->first + 1;
     trace().events.clear();
     trace().responses.clear();
-    manager.refresh(PDCRefreshStatus::Complete);
+    refresh(false);
     settle();
     check();
 }
@@ -309,11 +289,15 @@ World::~World() { modem().setRequestObserver(nullptr); }
 
 int64_t World::requestsSoFar() { return trace().requests; }
 
-void World::arm(Fault fault) { modem().addFault(std::move(fault)); }
-
+/// Forgets every fault but the one that copies each answer right before it goes out.
 void World::disarm() {
     modem().clearFaults();
-    modem().addFault(copyOfAnswers());
+    Fault copy{.every = 1};
+    copy.rewrite = [](void* answer, size_t length) {
+        const auto* const bytes = static_cast<std::byte*>(answer);
+        trace().answer.assign(bytes, bytes + length);
+    };
+    modem().addFault(copy);
 }
 
 void World::settle() {
@@ -321,48 +305,62 @@ void World::settle() {
         before = trace().activity;
         modem().waitForDeliveries(kPatience);
         // Two rounds through the worker, for one may overtake an event that lies there already.
-        manager.match(FilterProfileParams(), nullptr);
-        manager.match(FilterProfileParams(), nullptr);
+        manager().match(FilterProfileParams(), nullptr);
+        manager().match(FilterProfileParams(), nullptr);
     }
 }
 
 void World::play(Client& client, const Op& op) {
     const milliseconds start = modem().now();
-    const int64_t before = trace().requests;
-    act(client, op);
+    const int64_t before = requestsSoFar();
+    Slot& slot = client.at(static_cast<size_t>(op.slot));
+    Turn turn{*this, slot, op, paramsOf<ProfileParams>(op, op.fields),
+              static_cast<TechType>(op.extra % 4 == 3)};
+    turn.util.setProfileUpdateAllowed(op.extra % 2 == 1);
+    if (op.step >= Step::Filter && op.step <= Step::ByApnType) {
+        drop(slot);
+    }
+    if (op.step >= Step::OtherCreates) {
+        interfere(op, turn.params);
+    } else if (slot.key || op.step >= Step::Filter) {
+        std::unique_lock lock(policies, std::defer_lock);
+        if (op.step >= Step::SetupCall && op.step <= Step::ByApnType) {
+            lock.lock();
+        }
+        kTurns[static_cast<size_t>(op.step)](turn);
+    }
+    hint = {};
     if (isSeeded("slowCall")) {
-        modem().passTime(kCallLimit + milliseconds(1));
+        modem().passTime(milliseconds(51));
     }
     const milliseconds took = modem().now() - start;
     modem().waitForDeliveries(kPatience);
-    if (took > kRequestLimit * (trace().requests - before) + kCallLimit) {
-        throw std::runtime_error("took too long: " + std::to_string(took.count()) + " ms");
-    }
+    Model::require(took <= milliseconds(1000 * (requestsSoFar() - before) + 50),
+                   "took too long: " + std::to_string(took.count()) + " ms");
 }
 
 void World::playAlone(Client& client, const Op& op) {
-    const auto step = static_cast<Step>(op.step);
     const std::optional<Fault> fault = faultOf(op);
-    const bool isPower = step >= Step::PowerOff || (fault && !fault->consequences.empty());
-    model.isSteady = !isPower && modem().waitForRegisteredClient(milliseconds(0));
-    isFaithful = isFaithful && !isPower && model.isSteady &&
-                 (!fault || (op.fault < 8 && fault->messageId != 0));
+    const bool isLost = op.step >= Step::PowerOff || (fault && !fault->consequences.empty());
+    model.isSteady = !isLost && modem().waitForRegisteredClient(milliseconds(0));
+    isFaithful = isFaithful && model.isSteady &&
+                 (!fault || (op.fault <= kFaithfulFaults && fault->messageId != 0));
     if (fault) {
-        arm(*fault);
+        modem().addFault(*fault);
     }
     if (isSeeded("lostIndication")) {
-        arm({.indications = IndicationFault::Withheld});
+        modem().addFault({.indications = emulator::IndicationFault::Withheld});
     }
     play(client, op);
     settle();
     if (fault) {
         disarm();
-        // For what waits until the modem is idle, or comes back.
-        modem().passTime(milliseconds(1));
-        settle();
-        modem().passTime(milliseconds(400));
-        settle();
-        if (fault->indications == IndicationFault::Malformed) {
+        // For what waits until the modem is idle, and then for its return.
+        for (const auto span : {milliseconds(1), milliseconds(400)}) {
+            modem().passTime(span);
+            settle();
+        }
+        if (fault->indications == emulator::IndicationFault::Malformed) {
             letUndecodedGo();
         }
     }
@@ -377,118 +375,29 @@ void World::letUndecodedGo() {
     }
 }
 
-void World::act(Client& client, const Op& op) {
-    const auto params = paramsOf<ProfileParams>(op, op.fields);
-    const auto tech = static_cast<TechType>(op.extra % 4 == 3);
-    Client::Slot& slot = client.slots[static_cast<size_t>(op.slot) % client.slots.size()];
-    switch (static_cast<Step>(op.step)) {
-        case Step::Get:
-            manager.getProfile(slot.key);
-            break;
-        case Step::Match:
-            if (slot.key) {
-                hint.filter = filterOf(op);
-                manager.match(*hint.filter, slot.key);
-            }
-            break;
-        case Step::Filter:
-            drop(slot);
-            hint.filter = filterOf(op);
-            for (const auto& key : manager.filter(*hint.filter)) {
-                slot.key = key;
-            }
-            break;
-        case Step::Add:
-            drop(slot);
-            slot.key = manager.addProfile({params, op.extra % 3 == 0, tech, op.extra % 5 == 0});
-            break;
-        case Step::Modify:
-            if (slot.key) {
-                manager.modifyProfile(ModifyProfileParams(params), slot.key);
-            }
-            break;
-        case Step::Delete:
-            if (slot.key) {
-                manager.deleteProfile(slot.key);
-            }
-            break;
-        case Step::Drop:
-            drop(slot);
-            break;
-        case Step::Listen:
-            listen(slot);
-            break;
-        case Step::RefreshStart:
-        case Step::RefreshComplete: {
-            std::lock_guard lock(hinted);
-            hint.isStart = static_cast<Step>(op.step) == Step::RefreshStart;
-            manager.refresh(hint.isStart ? PDCRefreshStatus::Start : PDCRefreshStatus::Complete);
-            break;
-        }
-        default:
-            if (op.step < static_cast<int>(Step::OtherCreates)) {
-                drop(slot);
-                std::lock_guard lock(policies);
-                slot.key = follow(op, params, tech);
-            } else {
-                perform(op);
-            }
-    }
-    hint = {};
-}
-
-/// Carries out a policy.
-std::shared_ptr<IProfileKey> World::follow(const Op& op, const ProfileParams& params,
-                                           TechType tech) {
-    util.setProfileUpdateAllowed(op.extra % 2 == 1);
-    switch (static_cast<Step>(op.step)) {
-        case Step::SetupCall:
-            return util.findOrCreateProfileForSetupDataCall(tech, params);
-        case Step::EmergencyCall:
-            return util.findOrCreateProfileForEmergencyDataCall(params);
-        case Step::LteAttach:
-            return util.findOrCreateProfileForLteAttach(params);
-        case Step::MatchLteAttach:
-            util.matchLteAttachProfileId(op.extra % 6, params);
-            return nullptr;
-        case Step::ByApnClass:
-            util.updateModemProfileByApnClass({params}, {params});
-            return nullptr;
-        default:
-            util.updateAPNTypeBitmaskOnModemProfile({params, params});
-            return nullptr;
-    }
-}
-
-/// What is not the library's doing.
-void World::perform(const Op& op) {
+/// What is not the doing of the library's clients.
+void World::interfere(const Op& op, const ProfileParams& params) {
     const bool is3gpp = op.values % 4 != 3;
-    Action action{.type = is3gpp ? WDS_PROFILE_TYPE_3GPP_V01 : WDS_PROFILE_TYPE_3GPP2_V01,
-                  .index = static_cast<uint8_t>(op.extra % 6),
-                  .persistent = op.values % 2 == 0};
-    const Modem3gppProfile profile3gpp(paramsOf<ProfileParams>(op, op.fields));
-    const Modem3gpp2Profile profile3gpp2(paramsOf<ProfileParams>(op, op.fields));
-    action.settings = is3gpp ? profile3gpp.constructAddRequest().settings
-                             : profile3gpp2.constructAddRequest().settings;
-    action.capacity = static_cast<unsigned>(op.extra % 12);
-    action.silent = op.extra % 2 == 1;
-    const auto step = static_cast<Step>(op.step);
-    static const std::map<Step, Action::Kind> kKinds = {
-        {Step::OtherCreates, Action::Kind::CreateProfile},
-        {Step::OtherModifies, Action::Kind::ModifyProfile},
-        {Step::OtherDeletes, Action::Kind::DeleteProfile},
-        {Step::SubscriptionChange, Action::Kind::SubscriptionChange},
-        {Step::ProfileReady, Action::Kind::ProfileReady},
-        {Step::RefreshConfiguration, Action::Kind::RefreshConfiguration},
-        {Step::SetCapacity, Action::Kind::SetCapacity},
-        {Step::PowerOff, Action::Kind::PowerOff}};
-    const auto kind = kKinds.find(step);
-    if (kind != kKinds.end()) {
-        action.kind = kind->second;
-        modem().perform(action);
-    } else if (step == Step::Restart) {
-        if (op.fault > 26 && op.fault < 30) {
-            modem().failNextCall(kCalls[op.fault - 27], RAV_CLIENT_ERR_NO_MEMORY);
+    if (op.step <= Step::PowerOff) {
+        const int kind = static_cast<int>(op.step) - static_cast<int>(Step::OtherCreates) +
+                         static_cast<int>(Action::Kind::CreateProfile);
+        const bool isOff = op.step == Step::PowerOff;
+        modem().perform({.kind = isOff ? Action::Kind::PowerOff : static_cast<Action::Kind>(kind),
+                         .silent = op.extra % 2 == 1,
+                         .type = is3gpp ? WDS_PROFILE_TYPE_3GPP_V01 : WDS_PROFILE_TYPE_3GPP2_V01,
+                         .index = static_cast<uint8_t>(op.extra % 6),
+                         .persistent = op.values % 2 == 0,
+                         .settings = is3gpp
+                                         ? Modem3gppProfile(params).constructAddRequest().settings
+                                         : Modem3gpp2Profile(params).constructAddRequest().settings,
+                         .capacity = static_cast<unsigned>(op.extra % 12)});
+    } else if (op.step == Step::Restart) {
+        using Call = emulator::ModemEmulator::Call;
+        if (op.fault >= 20 && op.fault < 23) {
+            modem().failNextCall(op.fault == 20   ? Call::GetAnyService
+                                 : op.fault == 21 ? Call::ClientInit
+                                                  : Call::NotifierInit,
+                                 RAV_CLIENT_ERR_NO_MEMORY);
             trace().isClientRefused = true;
         }
         modem().restart();
@@ -501,12 +410,19 @@ void World::perform(const Op& op) {
 void World::renew() {
     settle();
     trace().add({What::Engine});
-    manager.init(0, true);
+    manager().init(0, true);
     trace().isClientRefused = false;
     settle();
 }
 
-void World::drop(Client::Slot& slot) {
+void World::refresh(bool isStart) {
+    std::lock_guard lock(hinted);
+    hint.isStart = isStart;
+    manager().refresh(isStart ? PDCRefreshStatus::Start : PDCRefreshStatus::Complete);
+    hint = {};
+}
+
+void World::drop(Slot& slot) {
     const auto released = std::exchange(slot.listeners, {});
     for (const auto& listener : released) {
         listener->isReleased = true;
@@ -517,16 +433,7 @@ void World::drop(Client::Slot& slot) {
     }
 }
 
-void World::drop(Client& client) {
-    for (Client::Slot& slot : client.slots) {
-        drop(slot);
-    }
-}
-
-void World::listen(Client::Slot& slot) {
-    if (!slot.key) {
-        return;
-    }
+void World::listen(Slot& slot) {
     const auto listener = std::make_shared<Listener>();
     slot.listeners.push_back(listener);
     std::lock_guard lock(hinted);
@@ -557,21 +464,18 @@ void World::check() {
     model.replay(events, responses);
     responses.clear();
     std::list<std::string> pending;
-    const auto cached = cachedIn(manager.dump(), pending);
-    if (cached != model.cached() || pending != model.expectedIndications()) {
-        throw std::runtime_error("the cache differs: expected" +
-                                 list(model.cached(), model.expectedIndications()) + "\nheld" +
-                                 list(cached, pending));
-    }
-    if (isFaithful && (!pending.empty() || withoutTokens(cached) != Model::dumpModem())) {
-        throw std::runtime_error("the cache has lost the modem:" + list(cached, pending));
-    }
+    const auto profiles = cached(pending);
+    Model::require(profiles == model.cached() && pending == model.pending,
+                   "the cache differs: expected" + textOf(model.cached(), model.pending) +
+                       "\nheld" + textOf(profiles, pending));
+    Model::require(!isFaithful || (pending.empty() && equalsModem(profiles)),
+                   "the cache has lost the modem:" + textOf(profiles, pending));
     for (const auto& listener : listeners) {
         const int calls = listener->calls;
-        if (listener->isLate || (listener->isReleased ? calls > 1 : calls != listener->expected)) {
-            throw std::runtime_error("a listener was called " + std::to_string(calls) +
-                                     " times, expected " + std::to_string(listener->expected));
-        }
+        const bool isRight = listener->isReleased ? calls <= 1 : calls == listener->expected;
+        Model::require(isRight && !listener->isLate,
+                       "a listener was called " + std::to_string(calls) + " times, expected " +
+                           std::to_string(listener->expected));
     }
 }
 
@@ -586,24 +490,21 @@ void World::recover() {
     letUndecodedGo();
     modem().restart();
     settle();
-    if (!modem().waitForRegisteredClient(milliseconds(0))) {
-        throw std::runtime_error("the library has no client after the modem's return");
-    }
+    Model::require(modem().waitForRegisteredClient(milliseconds(0)),
+                   "the library has no client after the modem's return");
     check();
     model.isSteady = true;
-    manager.refresh(PDCRefreshStatus::Complete);
+    refresh(false);
     settle();
+    check();
     if (isSeeded("unreadChange")) {
         modem().stop();
         modem().createProfile(WDS_PROFILE_TYPE_3GPP_V01, settings3gpp("untold"), true);
-        modem().start();
     }
-    check();
     std::list<std::string> pending;
-    const auto cached = cachedIn(manager.dump(), pending);
-    if (withoutTokens(cached) != Model::dumpModem()) {
-        throw std::runtime_error("the cache differs from the modem:" + list(cached, pending));
-    }
+    const auto profiles = cached(pending);
+    Model::require(equalsModem(profiles),
+                   "the cache differs from the modem:" + textOf(profiles, pending));
 }
 
 }  // namespace kiv::test
