@@ -135,14 +135,6 @@ public:
         return dumps;
     }
 
-    static std::string joinKeys(const std::set<std::string>& keys) {
-        std::string text = "Filter Success ";
-        for (const std::string& key : keys) {
-            text += key + ",";
-        }
-        return text;
-    }
-
     static void require(bool condition, const std::string& failure) {
         if (!condition) {
             throw std::runtime_error(failure);
@@ -159,7 +151,7 @@ private:
 
         std::string name() const { return textOf({image->getTechType(), image->getProfileId()}); }
     };
-    /// Of the library's own kind, so that equal profiles are read in the same order.
+    /// Of the library's own kind, so that the order is the same.
     using Entries = std::unordered_map<uint64_t, Entry>;
 
     static std::string textOf(const Place& place) {
@@ -337,17 +329,17 @@ private:
 
     /// Of a policy's filter the model knows the response only.
     std::string filter(const Hint& hint, const std::string& response) {
-        std::set<std::string> keys;
+        std::string text = "Filter Success ";
         for (const auto& [token, entry] : cache) {
             const std::string key =
-                (entry.image ? entry.name() : "null") + " token=" + std::to_string(token);
+                (entry.image ? entry.name() : "") + " token=" + std::to_string(token) + ",";
             if (entry.image && (hint.filter ? entry.image->match(*hint.filter)
-                                            : response.find(key + ",") != std::string::npos)) {
+                                            : response.find(key) != std::string::npos)) {
                 entry.image->incRefCount();
-                keys.insert(key);
+                text += key;
             }
         }
-        return joinKeys(keys);
+        return text;
     }
 
     void refresh() {

@@ -2,8 +2,6 @@
 
 #include <android/log.h>
 
-#include <sstream>
-
 #include "Manager.h"
 #include "Util.h"
 
@@ -46,19 +44,6 @@ thread_local std::string requestText;
 
 Manager& manager() { return Manager::getInstance(); }
 
-std::string withSortedKeys(const std::string& response) {
-    const std::string prefix = Model::joinKeys({});
-    if (response.rfind(prefix, 0) != 0) {
-        return response;
-    }
-    std::set<std::string> keys;
-    std::istringstream rest(response.substr(prefix.size()));
-    for (std::string key; std::getline(rest, key, ',');) {
-        keys.insert(key);
-    }
-    return Model::joinKeys(keys);
-}
-
 void noteClient(const std::string& text) {
     const size_t at = std::min(text.find(" > "), text.find(" < "));
     if (at == std::string::npos) {
@@ -69,7 +54,7 @@ void noteClient(const std::string& text) {
         requestText = text.substr(at + 3);
         trace().hints[requestText] = hint;
     } else if (requestText != kProbe) {
-        trace().responses[requestText].push_back(withSortedKeys(text.substr(at + 3)));
+        trace().responses[requestText].push_back(text.substr(at + 3));
     }
 }
 
@@ -408,6 +393,7 @@ void World::interfere(const Op& op, const ProfileParams& params) {
 
 /// A new engine, whose cache is empty.
 void World::renew() {
+    disarm();
     settle();
     trace().add({What::Engine});
     manager().init(0, true);
