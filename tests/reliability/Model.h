@@ -223,10 +223,10 @@ private:
         char kind[16] = "";
         char tech[8] = "";
         int id = -1;
-        uint64_t token = request.hint.token;
+        unsigned long long token = request.hint.token;
         const bool hasKey =
-            sscanf(text, "%15s %7[^:]:%d token=%lu", kind, tech, &id, &token) == 4 ||
-            sscanf(text, "Callback Release %lu", &token) == 1 || request.hint.listener;
+            sscanf(text, "%15s %7[^:]:%d token=%llu", kind, tech, &id, &token) == 4 ||
+            sscanf(text, "Callback Release %llu", &token) == 1 || request.hint.listener;
         const std::string name = kind;
         const auto found = hasKey && !isBlocked ? cache.find(token) : cache.end();
         const bool isKnown = found != cache.end();
