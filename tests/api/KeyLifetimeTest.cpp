@@ -27,29 +27,6 @@ protected:
     }
 };
 
-TEST_F(KeyLifetimeTest, LastKeyOfANonPersistentProfileDeletesIt) {
-    auto key = add("apn");
-    auto second = manager.filter(FilterProfileParams()).front();
-    key.reset();
-    EXPECT_THAT(table(), SizeIs(1));
-    second.reset();
-    EXPECT_THAT(table(), IsEmpty());
-}
-
-TEST_F(KeyLifetimeTest, ListenerRunsOnceAndOnlyWhileItsKeyLives) {
-    auto key = add("apn", true);
-    auto other = manager.filter(FilterProfileParams()).front();
-    int dead = 0;
-    std::promise<std::thread::id> heard;
-    other->registerExpirationListener([&] { ++dead; });
-    key->registerExpirationListener([&] { heard.set_value(std::this_thread::get_id()); });
-    other.reset();
-    deleteInModem(key);
-    EXPECT_NE(heard.get_future().get(), std::this_thread::get_id());
-    refresh();
-    EXPECT_EQ(dead, 0);
-}
-
 TEST_F(KeyLifetimeTest, LibraryCallsInsideAListenerReturnTheEmptyResultAtOnce) {
     const auto key = add("apn", true);
     const auto other = add("other", true);
@@ -146,30 +123,6 @@ TEST_F(KeyLifetimeTest, ListenersHearThatTheirEngineGoes) {
     });
     manager.init(0, true);
     EXPECT_TRUE(heard);
-}
-
-TEST_F(KeyLifetimeTest, KeysDroppedFromManyThreadsDuringRefreshes) {
-    std::vector<std::jthread> clients;
-    for (int client = 0; client < 4; ++client) {
-        clients.emplace_back([this] {
-            for (int round = 0; round < 30; ++round) {
-                const auto key = add("apn", true);
-                if (key) {
-                    key->registerExpirationListener([] {});
-                }
-                const auto keys = manager.filter(FilterProfileParams());
-                for (const auto& each : keys) {
-                    manager.deleteProfile(each);
-                }
-            }
-        });
-    }
-    for (int round = 0; round < 20; ++round) {
-        manager.refresh(round % 2 == 0 ? PDCRefreshStatus::Start : PDCRefreshStatus::Complete);
-    }
-    clients.clear();  // waits for them
-    refresh();
-    EXPECT_EQ(manager.filter(FilterProfileParams()).size(), table().size());
 }
 
 TEST_F(KeyLifetimeTest, KeysDroppedAnywhereAreReleasedAtMostOnce) {

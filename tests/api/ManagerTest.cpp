@@ -92,31 +92,6 @@ TEST_F(ManagerTest, EachOperationLogsItsWayInAndOut) {
     }
 }
 
-TEST_F(ManagerTest, KeyOfAGoneProfileFailsWithoutAnErrorInGetProfile) {
-    const auto key = add("apn", true);
-    refresh();
-    log.clear();
-    EXPECT_FALSE(manager.getProfile(key));
-    EXPECT_TRUE(log.contains("Manager::getProfile < Get Failure "));
-    EXPECT_FALSE(log.contains("Error in getProfile"));
-}
-
-TEST_F(ManagerTest, BetweenStartAndCompleteOfARefreshEverythingFails) {
-    const auto key = add("apn", true);
-    manager.refresh(PDCRefreshStatus::Start);
-    const size_t requests = modem().requests().size();
-    EXPECT_FALSE(add("other"));
-    EXPECT_FALSE(manager.modifyProfile(userName("u"), key));
-    EXPECT_FALSE(manager.getProfile(key));
-    EXPECT_FALSE(manager.match(FilterProfileParams(), key));
-    EXPECT_THAT(manager.filter(FilterProfileParams()), IsEmpty());
-    EXPECT_FALSE(manager.deleteProfile(key));
-    EXPECT_EQ(modem().requests().size(), requests);
-    refresh();
-    EXPECT_TRUE(add("other"));
-    EXPECT_THAT(manager.filter(FilterProfileParams()), SizeIs(1));
-}
-
 TEST_F(ManagerTest, KeysThatAreNotTheLibrarysAreRefused) {
     class ForeignKey : public IProfileKey {
         int getProfileId() override { return 1; }
@@ -133,54 +108,6 @@ TEST_F(ManagerTest, KeysThatAreNotTheLibrarysAreRefused) {
         EXPECT_FALSE(manager.match(FilterProfileParams(), key));
     }
     EXPECT_THAT(table(), SizeIs(1));
-}
-
-TEST_F(ManagerTest, WithoutAModemEveryOperationReturnsAndTheNextModemIsTaken) {
-    modem().stop();
-    log.waitFor("Handling modem down");
-    EXPECT_FALSE(add("apn"));
-    refresh();
-    modem().start();
-    ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
-    EXPECT_TRUE(add("apn"));
-}
-
-TEST_F(ManagerTest, ModemThatDoesNotAnswerCostsATimeOutAndNoMore) {
-    modem().addFault(
-        {RAV_WDS_CREATE_PROFILE_REQ_V01, 1, std::chrono::milliseconds(1500), {}, {}, {}});
-    EXPECT_FALSE(add("late"));
-    EXPECT_TRUE(log.contains("Unable send RAV_WDS_CREATE_PROFILE_REQ_V01 message"));
-    EXPECT_TRUE(add("next"));
-}
-
-TEST_F(ManagerTest, ManyClientsAtOnceAreAllServed) {
-    constexpr int kClients = 8;
-    constexpr int kRounds = 40;
-    std::atomic<bool> done{false};
-    std::thread dumper([&] {
-        while (!done) {
-            EXPECT_THAT(manager.dump(), Contains("Pending:"));
-        }
-    });
-    std::vector<std::jthread> clients;
-    for (int client = 0; client < kClients; ++client) {
-        clients.emplace_back([this, client] {
-            const std::string name = "client" + std::to_string(client);
-            FilterProfileParams filter;
-            filter.setApnName(name);
-            for (int round = 0; round < kRounds; ++round) {
-                const auto key = add(name);
-                ASSERT_TRUE(key);
-                EXPECT_TRUE(manager.modifyProfile(userName(std::to_string(round)), key));
-                EXPECT_EQ(manager.getProfile(key)->getUserName(), std::to_string(round));
-                EXPECT_THAT(manager.filter(filter), SizeIs(1));
-            }
-        });
-    }
-    clients.clear();  // waits for them
-    done = true;
-    dumper.join();
-    EXPECT_THAT(table(), IsEmpty());
 }
 
 TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {

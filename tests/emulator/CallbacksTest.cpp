@@ -40,34 +40,6 @@ TEST_F(CallbacksTest, IndicationsFollowTheConfiguredList) {
     }
 }
 
-TEST_F(CallbacksTest, ARestartDropsTransientProfilesAndClients) {
-    TestClient client;
-    client.registerForEverything();
-    modem().createProfile(k3gpp, {}, false);
-    modem().createProfile(k3gpp, {}, true);
-    modem().restart();
-    EXPECT_FALSE(modem().waitForRegisteredClient({}));
-    modem().deleteProfile(k3gpp, 2);
-    EXPECT_TRUE(modem().waitForDeliveries(kPatience));
-
-    EXPECT_EQ(client.events.all().back(), "gone");
-    EXPECT_THAT(modem().profiles(k3gpp), IsEmpty());
-    EXPECT_EQ(client.sendCreate(k3gpp), RAV_CLIENT_ERR_SERVICE_GONE);
-}
-
-TEST_F(CallbacksTest, RequestsInProgressFailWhenTheModemStops) {
-    TestClient client;
-    modem().addFault({RAV_WDS_CREATE_PROFILE_REQ_V01, 1, std::chrono::hours(1), {}, {}, {}});
-    std::thread stopper([] {
-        while (modem().profiles(k3gpp).empty()) {
-            std::this_thread::yield();
-        }
-        modem().stop();
-    });
-    EXPECT_EQ(client.sendCreate(k3gpp), RAV_CLIENT_ERR_SERVICE_GONE);
-    stopper.join();
-}
-
 TEST_F(CallbacksTest, AClientOfTheModemBeforeIsToldAtOnceAndItsAddressIsStale) {
     rav_service_info before{};
     EXPECT_EQ(rav_client_get_any_service(service(), &before), RAV_CLIENT_OK);
