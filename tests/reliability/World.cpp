@@ -298,8 +298,9 @@ void World::settle() {
 }
 
 void World::play(Client& client, const Op& op) {
-    const milliseconds start = modem().now();
+    // In this order: a request of another client that takes up time must count.
     const int64_t before = requestsSoFar();
+    const milliseconds start = modem().now();
     Slot& slot = client.at(static_cast<size_t>(op.slot));
     Turn turn{*this, slot, op, paramsOf<ProfileParams>(op, op.fields),
               static_cast<TechType>(op.extra % 4 == 3)};
