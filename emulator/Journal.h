@@ -18,7 +18,6 @@ constexpr const char* kIndication = "indication";
 constexpr const char* kNotify = "notify";
 constexpr const char* kError = "error";
 constexpr const char* kOpen = "open";
-constexpr const char* kRelease = "release";
 constexpr const char* kEvent = "event";
 constexpr const char* kProgram = "program";
 
@@ -59,7 +58,7 @@ public:
                      std::span<const std::byte> response);
     void addIndication(TimePoint now, unsigned client, unsigned messageId,
                        std::span<const std::byte> bytes);
-    /// What is no message: a client that is opened or released, what a callback tells, and, for
+    /// What is no message: a client that is opened, what a callback tells, and, for
     /// client 0, what happens to the modem, of itself or by the program.
     void addEvent(TimePoint now, const char* direction, unsigned client, const std::string& what);
 

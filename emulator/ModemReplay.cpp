@@ -142,7 +142,7 @@ bool Modem::playLine(const RecordedLine& line) {
         playEvent(line);
     } else if (line.direction == kProgram) {
         return replay->takeProgram(line);
-    } else if (line.direction != kRelease) {
+    } else {
         return playCallback(line);
     }
     return true;

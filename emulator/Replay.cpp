@@ -124,8 +124,8 @@ RecordedLine readLine(size_t number, const std::string& text) {
     const std::string_view direction = line.direction;
     const bool isMessage =
         direction == kRequest || direction == kResponse || direction == kIndication;
-    const bool isOfClient = isMessage || direction == kNotify || direction == kError ||
-                            direction == kOpen || direction == kRelease;
+    const bool isOfClient =
+        isMessage || direction == kNotify || direction == kError || direction == kOpen;
     if (!isOfClient && direction != kEvent && direction != kProgram) {
         fail(number, "direction: not what a journal holds");
     }
