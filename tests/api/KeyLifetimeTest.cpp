@@ -72,19 +72,6 @@ TEST_F(KeyLifetimeTest, KeyDroppedInsideAListenerIsReleasedAfterTheItemInHand) {
     log.waitFor("Released profile 2");
     EXPECT_EQ(log.count(release), 1U);
     EXPECT_THAT(table(), IsEmpty());
-
-    // The same in the middle of a refresh, which by then has forgotten who made the profile.
-    key = add("apn", true);
-    dropped = add("dropped");
-    key->registerExpirationListener([&] { dropped.reset(); });
-    log.clear();
-    refresh();
-    log.waitFor("ProfileCache: token is not present or expired");
-    const auto texts = log.texts();
-    EXPECT_LT(
-        std::find(texts.begin(), texts.end(), "Refreshed Profiles:"),
-        std::find(texts.begin(), texts.end(), "ProfileCache: token is not present or expired"));
-    EXPECT_THAT(table(), SizeIs(2));
 }
 
 TEST_F(KeyLifetimeTest, KeyCapturedByItsOwnListenerGoesWithTheProfile) {
@@ -97,20 +84,6 @@ TEST_F(KeyLifetimeTest, KeyCapturedByItsOwnListenerGoesWithTheProfile) {
     heard.get_future().wait();
     log.waitFor("~ProfileKey");
     EXPECT_TRUE(weak.expired());
-}
-
-TEST_F(KeyLifetimeTest, KeyThatOutlivesItsEngineIsAnEmptyName) {
-    auto key = add("apn");
-    manager.init(0, true);
-    ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
-    EXPECT_EQ(key->getProfileId(), 1);
-    key->registerExpirationListener([] { FAIL() << "called by an engine that is gone"; });
-    const size_t requests = modem().requests().size();
-    log.clear();
-    key.reset();
-    EXPECT_TRUE(log.contains("~ProfileKey"));
-    EXPECT_EQ(modem().requests().size(), requests);
-    EXPECT_THAT(table(), SizeIs(1));
 }
 
 TEST_F(KeyLifetimeTest, ListenersHearThatTheirEngineGoes) {

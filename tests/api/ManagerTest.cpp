@@ -66,32 +66,6 @@ TEST_F(ManagerTest, ProfileFromCreationToDeletion) {
     EXPECT_TRUE(log.contains("ProfileCache: token is not present or expired"));
 }
 
-TEST_F(ManagerTest, EachOperationLogsItsWayInAndOut) {
-    const auto key = add("apn");
-    const std::string name = key->dump();
-    manager.getProfile(key);
-    manager.filter(FilterProfileParams());
-    manager.refresh(PDCRefreshStatus::Start);
-    manager.refresh(PDCRefreshStatus::Complete);
-    const std::string lines[] = {
-        "Manager::init(0)",
-        "Manager::addProfile > Add 3GPP persist=false: ApnName=apn,IsIAProfile=false,",
-        "Manager::addProfile < Add Success " + name,
-        "Handling Get " + name,
-        "Manager::getProfile > Get " + name,
-        "Manager::getProfile < Get Success ApnName=apn,IsKivProfile=true,IsIAProfile=false,",
-        "Manager::filter > Filter params: None: ",
-        "Manager::filter < Filter Success " + name + ",",
-        "Manager::refresh > Refresh ",
-        "Manager::refresh < Refresh Success",
-        "KIV refresh started",
-        "KIV refresh completed",
-    };
-    for (const std::string& line : lines) {
-        EXPECT_TRUE(log.contains(line)) << line;
-    }
-}
-
 TEST_F(ManagerTest, KeysThatAreNotTheLibrarysAreRefused) {
     class ForeignKey : public IProfileKey {
         int getProfileId() override { return 1; }

@@ -40,19 +40,6 @@ TEST_F(CallbacksTest, IndicationsFollowTheConfiguredList) {
     }
 }
 
-TEST_F(CallbacksTest, AClientOfTheModemBeforeIsToldAtOnceAndItsAddressIsStale) {
-    rav_service_info before{};
-    EXPECT_EQ(rav_client_get_any_service(service(), &before), RAV_CLIENT_OK);
-    TestClient client;
-    modem().restart();
-    Events events;
-    const auto onError = [](auto, int, void* data) { static_cast<Events*>(data)->add("gone"); };
-    EXPECT_EQ(rav_client_register_error_cb(client.handle, onError, &events), RAV_CLIENT_OK);
-    events.waitForCount(1);
-    EXPECT_EQ(client.release(), RAV_CLIENT_OK);
-    EXPECT_EQ(client.init(before), RAV_CLIENT_ERR_NO_SERVICE);
-}
-
 TEST_F(CallbacksTest, AReleaseWaitsForTheRunningCallback) {
     TestClient client;
     client.registerForEverything();

@@ -27,27 +27,6 @@ std::string decode(rav_client_type client, const Bytes& bytes) {
            std::to_string(change.change);
 }
 
-TEST_F(InterfaceTest, TheDecoderBelievesNothing) {
-    const Bytes kChange{0x10, 12, 0, 1, 0, 0, 0, 44, 1, 0, 0, 0xFE, 0xFF, 0xFF, 0xFF};
-    const auto join = [](Bytes left, const Bytes& right) {
-        left.insert(left.end(), right.begin(), right.end());
-        return left;
-    };
-    const std::pair<Bytes, const char*> kCases[] = {
-        {join({0x11, 2, 0, 0xAA, 0xBB}, kChange), "1 300 -2"},
-        {{0x11, 2, 0, 0xAA, 0xBB}, "nothing"},
-        {join({0x10, 13, 0}, Bytes(13)), "malformed"},
-        {join(kChange, {0x11}), "malformed"},
-    };
-    TestClient client;
-    for (const auto& [bytes, read] : kCases) {
-        EXPECT_EQ(decode(client.handle, bytes), read);
-    }
-    for (size_t length = 1; length < kChange.size(); ++length) {
-        EXPECT_EQ(decode(client.handle, {kChange.begin(), kChange.begin() + length}), "malformed");
-    }
-}
-
 int sendTo(rav_client_type client, unsigned id, const void* request, unsigned requestLength,
            void* response, unsigned responseLength) {
     return rav_client_send_msg_sync(client, id, request, requestLength, response, responseLength,

@@ -119,15 +119,5 @@ TEST_F(RequestsTest, AnAnswerThatComesTooLateLeavesTheCallersMemoryAlone) {
     EXPECT_EQ(modem().requests().at(0).transportResult, RAV_CLIENT_ERR_TIMEOUT);
 }
 
-TEST_F(RequestsTest, TheObserverSeesEveryRequestBeforeItsSenderGoesOn) {
-    Events seen;
-    modem().setRequestObserver([&](const Request& request) {
-        seen.add(std::to_string(request.messageId) + "/" + std::to_string(request.error));
-    });
-    EXPECT_EQ(get(k3gpp, 3), WDS_ERR_UNKNOWN_PROFILE_V01);
-    EXPECT_THAT(seen.all(), ElementsAre("43/4"));
-    modem().setRequestObserver({});
-}
-
 }  // namespace
 }  // namespace kiv::emulator

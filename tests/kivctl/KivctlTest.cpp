@@ -204,18 +204,5 @@ TEST(MismatchTest, faultOfTheModemIsNoticed) {
                 ElementsAre("types library apn ims xcap", "release library apn ims xcap"));
 }
 
-TEST(MismatchTest, modemThatRefusesTheClientIsToldAsUnreachable) {
-    Session session(0, std::chrono::milliseconds(0));
-    session.resetModem();
-    Fault fault;
-    fault.messageId = RAV_WDS_BIND_SUBSCRIPTION_REQ_V01;
-    fault.error = WDS_ERR_INTERNAL_V01;
-    // The second is for the library that an earlier test left, if they share a process.
-    for (fault.nth = 1; fault.nth <= 2; ++fault.nth) {
-        ModemEmulator::getInstance().addFault(fault);
-    }
-    EXPECT_THROW(session.powerOn(), ModemUnreachable);
-}
-
 }  // namespace
 }  // namespace kiv::kivctl

@@ -128,18 +128,5 @@ TEST_F(ProfileCacheTest, IndicationsThatSayNothingAreLoggedAndDropped) {
     serveUntil("Unknown message ID 4660 received");
 }
 
-TEST_F(ProfileCacheTest, LyingListIsReadNoFurtherThanItReaches) {
-    emulator::Fault fault;
-    fault.messageId = RAV_WDS_GET_PROFILE_LIST_REQ_V01;
-    fault.rewrite = [](void* response, size_t length) {
-        memset(response, 0xFF, length);
-        static_cast<wds_common_resp_msg_v01*>(response)->resp.result = WDS_RESULT_SUCCESS_V01;
-    };
-    modem().addFault(fault);
-    cache->refresh();
-    EXPECT_EQ(requestCount(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01), 255U);
-    EXPECT_TRUE(log.contains("Unknown tech type -1"));
-}
-
 }  // namespace
 }  // namespace kiv
