@@ -266,7 +266,7 @@ TEST_F(UtilTest, ApnTypesMoveBetweenSingleAndDualStackProfiles) {
         }
         wds_profile_settings_type_v01 stored{};
         stored.apn_string_3gpp2_valid = stored.pdn_type_3gpp2_valid = 1;
-        strcpy(stored.apn_string_3gpp2, "net");
+        strcpy(stored.apn_string_3gpp2, "Net");
         stored.pdn_type_3gpp2 = WDS_PROFILE_PDN_TYPE_IPV4V6_V01;
         has(stored, k3gpp2);
         load();

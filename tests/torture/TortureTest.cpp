@@ -150,6 +150,8 @@ const std::vector<TortureTest::Step> TortureTest::kSteps = {
              modem().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01, 1, settings3gpp("changed"));
          }
          settle(test.manager);
+         // The profile may be one that could not be read.
+         test.manager.modifyProfile(userName("me"), test.key);
          return expired.load();
      },
      true},

@@ -66,6 +66,7 @@ TEST_F(EventManagerTest, SecondRegistrationIsRefusedUntilTheFirstIsRemoved) {
     manager->processEvents();
     EXPECT_THAT(called, ElementsAre(fd));
     manager->removeEventHandler(fd);
+    log.clear();
     manager->removeEventHandler(fd);
     EXPECT_THAT(closed, ElementsAre(fd));
     EXPECT_EQ(log.count("Cannot remove event handler"), 1U);

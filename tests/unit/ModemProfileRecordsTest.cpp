@@ -104,6 +104,8 @@ TEST_F(ModemProfileRecords, MembersWithoutTheirFlagAreNotRead) {
     EXPECT_FALSE(Modem3gppProfile(0, response).getIsPersistent());
     EXPECT_EQ(Modem3gppProfile(0, response).dump(), "TechType=3GPP,ProfileId=0,");
     EXPECT_EQ(Modem3gpp2Profile(0, response).dump(), "TechType=3GPP2,ProfileId=0,");
+    response.persistent_valid = 1;
+    EXPECT_TRUE(Modem3gppProfile(0, response).getIsPersistent());
 }
 
 TEST_F(ModemProfileRecords, RubbishIsReadWithinItsBounds) {
