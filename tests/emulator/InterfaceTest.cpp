@@ -63,12 +63,5 @@ TEST_F(InterfaceTest, RequestsOfTheWrongShapeAreRefused) {
     EXPECT_EQ(modem().requests().size(), 1U) << "the modem saw the good one only";
 }
 
-TEST_F(InterfaceTest, CallsFailOnceWhenTheyAreToldTo) {
-    rav_service_info info{};
-    modem().failNextCall(ModemEmulator::Call::GetAnyService, RAV_CLIENT_ERR_NO_MEMORY);
-    EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_ERR_NO_MEMORY);
-    EXPECT_EQ(rav_client_get_any_service(service(), &info), RAV_CLIENT_OK);
-}
-
 }  // namespace
 }  // namespace kiv::emulator

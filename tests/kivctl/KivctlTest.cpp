@@ -144,12 +144,6 @@ TEST(KivctlTest, outputErrorsAreTold) {
     EXPECT_EQ(full.err, "kivctl: standard output: No space left on device\n");
 }
 
-TEST(KivctlTest, cellsAreEscapedAndAbsentOnesTold) {
-    EXPECT_EQ(cell("tab\there\\\""), "tab\\x09here\\x5c\\x22");
-    EXPECT_EQ(cell(std::nullopt), "-");
-    EXPECT_EQ(cell("-"), "\\x2d");
-}
-
 /// The mismatches of one operator of carriers.xml on a modem with those faults.
 std::vector<std::string> mismatchesOf(const char* plmn, const std::vector<Fault>& faults) {
     Session session(0);

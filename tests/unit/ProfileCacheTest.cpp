@@ -120,13 +120,5 @@ TEST_F(ProfileCacheTest, AStreamOfIndicationsLeavesTurnsToOthers) {
     serveUntil(kUpdating, 6);
 }
 
-TEST_F(ProfileCacheTest, IndicationsThatSayNothingAreLoggedAndDropped) {
-    const std::vector<std::byte> empty = {std::byte{0x7F}, std::byte{0}, std::byte{0}};
-    modem().sendIndication(RAV_WDS_PROFILE_CHANGED_IND_V01, empty);
-    serveUntil("Profile changed ind TLV is not valid");
-    modem().sendIndication(0x1234, empty);
-    serveUntil("Unknown message ID 4660 received");
-}
-
 }  // namespace
 }  // namespace kiv
