@@ -238,6 +238,7 @@ TEST_F(ProcessEndTest, QuickExit) {
 /// Forks and waits until the child, which has the engine's memory but not its thread, has ended
 /// well. Then the parent's engine must still serve, and stop.
 void expectEngineSurvives(void (*child)()) {
+    modem().waitForDeliveries(kPatience);  // what its threads hold would be lost in the child
     const pid_t pid = fork();
     if (pid == 0) {
         child();

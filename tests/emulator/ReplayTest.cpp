@@ -27,7 +27,8 @@ protected:
         return error.empty() ? error : error.substr(path.size() + 2);
     }
 
-    const std::string path = testing::TempDir() + "replayed";
+    const std::string path =
+        testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name();
 };
 
 constexpr char kOpened[] = "{\"us\":0,\"direction\":\"open\",\"client\":1,\"what\":\"client\"}\n";
@@ -89,10 +90,8 @@ TEST_F(ReplayTest, TheFirstDifferenceEndsItWithTheModemOff) {
         modem().start();
         EXPECT_TRUE(modem().isRunning());
         TestClient client;
-        std::jthread sender(
-            [&] { EXPECT_EQ(client.sendCreate(k3gpp), RAV_CLIENT_ERR_SERVICE_GONE); });
         modem().start();
-        sender.join();
+        EXPECT_EQ(client.sendCreate(k3gpp), RAV_CLIENT_ERR_SERVICE_GONE);
         EXPECT_FALSE(modem().isRunning());
         EXPECT_EQ(modem().finishReplay(), path + ": " + difference);
     }

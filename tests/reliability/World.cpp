@@ -288,12 +288,13 @@ void World::disarm() {
 }
 
 void World::settle() {
-    for (uint64_t before = UINT64_MAX; before != trace().activity;) {
-        before = trace().activity;
-        modem().waitForDeliveries(kPatience);
+    const auto soFar = [] { return trace().activity + modem().callbacksSoFar(); };
+    for (uint64_t before = UINT64_MAX; before != soFar();) {
+        before = soFar();
         // Two rounds through the worker, for one may overtake an event that lies there already.
         manager().match(FilterProfileParams(), nullptr);
         manager().match(FilterProfileParams(), nullptr);
+        modem().waitForDeliveries(kPatience);
     }
 }
 

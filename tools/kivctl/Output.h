@@ -48,7 +48,8 @@ void logToFile(const std::string& path);
 /// Has it thrown away.
 void discardLog();
 /// Has an action carried out when this thread calls the library, and when it has dropped a key, as
-/// the log tells; null ends it. The library holds no lock then.
+/// the log tells; null ends it. The library holds no lock then, but the log does: the action must
+/// not use the library on this thread.
 void watchCalls(const std::function<void()>* action);
 /// Throws OutputError unless the whole log has got into its file.
 void finishLog();

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "Manager.h"
@@ -40,17 +41,18 @@ void Session::usePlay(emulator::Scenario chosen) {
 }
 
 void Session::rest() {
-    if (isResting || !isLibraryStarted) {
+    modem().waitForDeliveries(patience);
+    if (!isLibraryStarted || callbacksAtRest == modem().callbacksSoFar()) {
         return;
     }
-    isResting = true;
-    modem().waitForDeliveries(patience);
-    while (callbacksAtRest != modem().callbacksSoFar()) {
-        callbacksAtRest = modem().callbacksSoFar();
-        passThroughLibrary();
-        modem().waitForDeliveries(patience);
-    }
-    isResting = false;
+    // On another thread, since the log holds a lock of its own while it tells of a call.
+    std::thread([this] {
+        while (callbacksAtRest != modem().callbacksSoFar()) {
+            callbacksAtRest = modem().callbacksSoFar();
+            passThroughLibrary();
+            modem().waitForDeliveries(patience);
+        }
+    }).join();
 }
 
 void Session::useReplay(const std::string& journalFile) {

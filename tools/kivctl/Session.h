@@ -74,7 +74,6 @@ private:
     const std::chrono::milliseconds patience;
     std::optional<emulator::Scenario> scenario;
     bool isLibraryStarted = false;
-    bool isResting = false;
     uint64_t callbacksAtRest = 0;
     const std::function<void()> beforeCall = [this] { rest(); };
 };
