@@ -48,7 +48,8 @@ public:
     /// library. bindValue names the subscription to the modem's data service. The cache stays
     /// empty until the first refresh. A second call starts anew and then ends what ran before;
     /// keys of before then only name profiles that are gone.
-    /// Throws std::system_error if the worker thread can't be started; what ran before goes on.
+    /// Throws std::system_error if the worker thread can't be started; what ran before goes on. So
+    /// it does where memory runs out, which only the log tells.
     void init(int bindValue, bool useAdbLog);
 
     /// Creates a new profile in the modem, also when a like one exists. Empty on failure.

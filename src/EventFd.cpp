@@ -11,7 +11,12 @@
 
 namespace kiv {
 
-OwnedFd::~OwnedFd() { close(fd); }
+void OwnedFd::reset(int other) {
+    if (fd != -1) {
+        close(fd);
+    }
+    fd = other;
+}
 
 int createEventFd() {
     const int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);

@@ -9,15 +9,18 @@ namespace kiv {
 /// Its owner uses it on whatever threads the descriptor itself allows.
 class OwnedFd {
 public:
+    OwnedFd() = default;
     explicit OwnedFd(int fd) : fd(fd) {}
-    ~OwnedFd();
+    ~OwnedFd() { reset(); }
     OwnedFd(const OwnedFd&) = delete;
     OwnedFd& operator=(const OwnedFd&) = delete;
 
     int get() const { return fd; }
+    /// Takes another one in its place, which is closed; none by default.
+    void reset(int other = -1);
 
 private:
-    const int fd;
+    int fd = -1;
 };
 
 /// A new eventfd, non-blocking and close-on-exec. Without one the library can't work, so that a

@@ -19,7 +19,7 @@ namespace kiv {
 
 namespace {
 
-constexpr int kWatchAgainMs = 100;
+constexpr int kTryAgainMs = 100;
 
 /// The descriptors that may be dispatched, for all event managers of the process.
 class ApprovedFds {
@@ -143,8 +143,10 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
     if (!watched) {
         // Meant: the handler stays registered and approved all the same.
         KIV_LOG(ERROR, "Cannot add event handler");
-        // The loop may be waiting without a time-out.
-        signalEventFd(wakeFd.get());
+        if (roomMissing.load()) {
+            // The loop may be waiting without a time-out.
+            signalEventFd(wakeFd.get());
+        }
     }
     return true;
 }
@@ -153,11 +155,12 @@ bool EventManager::watch(int fd, HandlerObject& handler) {
     epoll_event event{};
     event.events = handler.requestedEvents;
     event.data.fd = fd;
-    handler.watched = epoll_ctl(epollFd.get(), EPOLL_CTL_ADD, fd, &event) != -1;
-    if (!handler.watched && (errno == ENOMEM || errno == ENOSPC)) {
+    const bool watched = epoll_ctl(epollFd.get(), EPOLL_CTL_ADD, fd, &event) != -1;
+    handler.lacksRoom = !watched && (errno == ENOMEM || errno == ENOSPC);
+    if (handler.lacksRoom) {
         roomMissing.store(true);
     }
-    return handler.watched;
+    return watched;
 }
 
 /// Watches what there was no room for. A mailbox that nobody watches would let its clients wait for
@@ -168,7 +171,7 @@ bool EventManager::watchAgain() {
     }
     std::lock_guard lock(mutex);
     for (auto& [fd, handler] : handlers) {
-        if (!handler.watched) {
+        if (handler.lacksRoom) {
             watch(fd, handler);
         }
     }
@@ -177,6 +180,14 @@ bool EventManager::watchAgain() {
 
 void EventManager::removeEventHandler(int fd) {
     KIV_LOG(VERBOSE, "EventManager::removeEventHandler(int fd) EX");
+    {
+        // The loop must not watch it once more.
+        std::lock_guard lock(mutex);
+        const auto found = handlers.find(fd);
+        if (found != handlers.end()) {
+            found->second.lacksRoom = false;
+        }
+    }
     if (epoll_ctl(epollFd.get(), EPOLL_CTL_DEL, fd, nullptr) == -1) {
         KIV_LOG(ERROR, "Cannot remove event handler");
     }
@@ -205,9 +216,13 @@ void EventManager::removeEventHandler(int fd) {
 }
 
 void EventManager::processEvents() {
-    const int timeout = watchAgain() ? -1 : kWatchAgainMs;
+    const int later = std::exchange(signalledLater, -1);
+    const int timeout = watchAgain() && later == -1 ? -1 : kTryAgainMs;
     const int count =
         epoll_wait(epollFd.get(), events.data(), static_cast<int>(events.size()), timeout);
+    if (later != -1) {
+        signalEventFd(later);
+    }
     if (count == -1) {
         // An interrupted wait too: the caller's loop tests its flag and waits again.
         KIV_LOG(ERROR, "epoll_wait error");

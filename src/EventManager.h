@@ -54,6 +54,9 @@ public:
     /// Makes processEvents return.
     void wake();
 
+    /// Makes an eventfd readable after a while, for what did not work this time. Loop thread only.
+    void signalLater(int eventFd) { signalledLater = eventFd; }
+
     /// For good: whoever works for the loop, or asks the modem on its behalf, comes to an end.
     void stop() { stopped.store(true); }
     bool isStopped() const { return stopped.load(); }
@@ -79,7 +82,7 @@ private:
         CloseCallback closeCallback = nullptr;
         void* data = nullptr;
         uint32_t requestedEvents = 0;
-        bool watched = false;
+        bool lacksRoom = false;  ///< it is yet to be watched
     };
 
     bool watch(int fd, HandlerObject& handler) KIV_REQUIRES(mutex);
@@ -99,6 +102,7 @@ private:
 
     // Loop thread only.
     std::array<epoll_event, 4> events{};
+    int signalledLater = -1;  ///< none if -1
 
     // Guarded.
     std::mutex mutex;

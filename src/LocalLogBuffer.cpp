@@ -45,8 +45,8 @@ void LocalLogBuffer::addLogWithTimestamp(std::string_view msg) {
     std::lock_guard lock(mutex);
     gettimeofday(&now, nullptr);
     if (now.tv_sec != second || prefix.empty()) {
+        prefix = "    " + secondText(now.tv_sec);
         second = now.tv_sec;
-        prefix = "    " + secondText(second);
     }
     // Meant: the bound is tested before the line is added, so that capacity + 1 lines are kept.
     while (!logs.empty() && static_cast<int>(logs.size()) > capacity) {

@@ -28,6 +28,16 @@ auto orNothing(Operation&& operation) -> decltype(operation()) {
     }
 }
 
+/// The two requests of a refresh, which are there before memory may run out: without Complete the
+/// library would refuse everything for ever.
+const std::shared_ptr<ClientRequest>& refreshRequest(PDCRefreshStatus status) {
+    static NeverDestroyed<std::shared_ptr<ClientRequest>> start(
+        std::make_shared<RefreshRequest>(PDCRefreshStatus::Start));
+    static NeverDestroyed<std::shared_ptr<ClientRequest>> complete(
+        std::make_shared<RefreshRequest>(PDCRefreshStatus::Complete));
+    return status == PDCRefreshStatus::Start ? start.get() : complete.get();
+}
+
 }  // namespace
 
 Manager& Manager::getInstance() {
@@ -58,6 +68,7 @@ void Manager::init(int bindValue, bool useAdbLog) {
         std::unique_ptr<LogWriter> writer(useAdbLog ? static_cast<LogWriter*>(new AdbWriter)
                                                     : static_cast<LogWriter*>(new DiagWriter));
         LogWrapper::getInstance().setLogWriter(std::move(writer));
+        refreshRequest(PDCRefreshStatus::Complete);
         KIV_LOG(EVENT, "Manager::init(%d)", bindValue);
         replaceEngine(std::make_unique<ClientRequestManager>(bindValue));
     });
@@ -167,7 +178,7 @@ bool Manager::match(const FilterProfileParams& params, std::shared_ptr<IProfileK
 void Manager::refresh(PDCRefreshStatus status) {
     const bool refreshed = orNothing([&] {
         return process<RefreshResponse>("refresh", "Unable to cast to RefreshResponse",
-                                        std::make_shared<RefreshRequest>(status)) != nullptr;
+                                        refreshRequest(status)) != nullptr;
     });
     if (refreshed) {
         KIV_LOG(

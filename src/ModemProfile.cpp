@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <string_view>
 
 #include "Conversions.h"
@@ -66,7 +67,11 @@ ModemProfile::~ModemProfile() {
             continue;
         }
         KIV_LOG(DEBUG, "invoke callback");
-        listener.first();
+        try {
+            listener.first();
+        } catch (const std::bad_alloc&) {
+            KIV_LOG(ERROR, "ModemProfile: an expiration listener is out of memory");
+        }
     }
 }
 

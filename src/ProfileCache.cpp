@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "LogWrapper.h"
@@ -39,6 +40,7 @@ ProfileCache::ProfileCache(EventManager& eventManager, int bindValue, RequestFun
       requestFn(std::move(requestFn)),
       proxy(this->eventManager, bindValue) {
     proxy.registerProfileChangedInd([this](const ProfileChangedInd& ind) { onIndication(ind); });
+    proxy.registerIndicationLost([this] { onIndicationLost(); });
 }
 
 ProfileCache::~ProfileCache() {
@@ -63,6 +65,16 @@ uint64_t ProfileCache::generateToken() {
 // Requests.
 
 bool ProfileCache::refresh() {
+    try {
+        readAll();
+    } catch (const std::bad_alloc&) {
+        proxy.readAgain();
+        throw;
+    }
+    return true;
+}
+
+void ProfileCache::readAll() {
     // Meant: what the modem has yet to confirm stays expected.
     {
         Profiles dropped;
@@ -75,7 +87,6 @@ bool ProfileCache::refresh() {
         insert(generateToken(), std::move(profile));
     }
     logRefreshed();
-    return true;
 }
 
 std::shared_ptr<ProfileKey> ProfileCache::add(const AddProfileParams& params) {
@@ -91,14 +102,21 @@ std::shared_ptr<ProfileKey> ProfileCache::add(const AddProfileParams& params) {
     if (!proxy.add(*profile)) {
         return nullptr;
     }
-    profile->incRefCount();
-    insert(token, profile);
-    // The modem reports a creation as a creation followed by a modification.
-    expect(*profile, ProfileChangeEvent::Create);
-    expect(*profile, ProfileChangeEvent::Modify);
-    KIV_LOG(EVENT, "Added: %s", profile->dump().c_str());
-    return std::make_shared<ProfileKey>(profile->getTechType(), profile->getProfileId(), token,
-                                        requestFn);
+    try {
+        profile->incRefCount();
+        insert(token, profile);
+        // The modem reports a creation as a creation followed by a modification.
+        expect(*profile, ProfileChangeEvent::Create);
+        expect(*profile, ProfileChangeEvent::Modify);
+        KIV_LOG(EVENT, "Added: %s", profile->dump().c_str());
+        return std::make_shared<ProfileKey>(profile->getTechType(), profile->getProfileId(), token,
+                                            requestFn);
+    } catch (const std::bad_alloc&) {
+        // Nobody would ever release it.
+        erase(token);
+        proxy.remove(profile->getTechType(), profile->getProfileId());
+        throw;
+    }
 }
 
 bool ProfileCache::modify(const ModifyProfileParams& params,
@@ -163,7 +181,7 @@ std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>
 }
 
 std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileParams& params) {
-    std::list<std::shared_ptr<ProfileKey>> keys;
+    std::vector<std::pair<uint64_t, Profile>> found;
     size_t unreadable = 0;
     {
         std::lock_guard lock(mutex);
@@ -171,11 +189,17 @@ std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileP
             if (!profile) {
                 ++unreadable;
             } else if (profile->match(params)) {
-                profile->incRefCount();
-                keys.push_back(std::make_shared<ProfileKey>(
-                    profile->getTechType(), profile->getProfileId(), token, requestFn));
+                found.emplace_back(token, profile);
             }
         }
+    }
+    // Outside the lock, and counted one by one: those made go again where memory runs out.
+    std::list<std::shared_ptr<ProfileKey>> keys;
+    for (const auto& [token, profile] : found) {
+        auto key = std::make_shared<ProfileKey>(profile->getTechType(), profile->getProfileId(),
+                                                token, requestFn);
+        profile->incRefCount();
+        keys.push_back(std::move(key));
     }
     for (; unreadable > 0; --unreadable) {
         KIV_LOG(ERROR, "ProfileCache: null profile");
@@ -238,6 +262,18 @@ void ProfileCache::onIndication(ProfileChangedInd ind) {
     }
     KIV_LOG(EVENT, "ProfileCache: updating cache due to indication!");
     update(ind);
+}
+
+void ProfileCache::onIndicationLost() {
+    {
+        // It may have been the echo of a change of ours, which would hide one of another party. Not
+        // a creation's: taken for another party's it would be cached twice.
+        std::lock_guard lock(mutex);
+        pending.remove_if([](const ProfileChangedInd& expected) {
+            return expected.event != ProfileChangeEvent::Create;
+        });
+    }
+    refresh();
 }
 
 void ProfileCache::update(const ProfileChangedInd& ind) {

@@ -71,6 +71,8 @@ public:
     static uint64_t generateToken();
 
 private:
+    void readAll();
+    void onIndicationLost();
     using Profiles = std::unordered_map<uint64_t, std::shared_ptr<ModemProfile>>;
     using Profile = std::shared_ptr<ModemProfile>;
 

@@ -79,13 +79,14 @@ RavWdsProxy::RavWdsProxy(EventManager& eventManager, int bindValue)
       bindValue(bindValue),
       serviceObject(wds_get_service_object_internal_v01(WDS_SERVICE_MAJOR_VERSION_V01,
                                                         WDS_SERVICE_MINOR_VERSION_V01,
-                                                        WDS_SERVICE_LIBRARY_VERSION_V01)),
-      svcUpFd(createEventFd()),
-      errorFd(createEventFd()),
-      indFd(createEventFd()) {
-    eventManager.addEventHandler(svcUpFd.get(), handleSvcUp, this, nullptr, EPOLLIN);
-    eventManager.addEventHandler(errorFd.get(), handleError, this, nullptr, EPOLLIN);
-    eventManager.addEventHandler(indFd.get(), handleIndication, this, nullptr, EPOLLIN);
+                                                        WDS_SERVICE_LIBRARY_VERSION_V01)) {
+    const auto watch = [this](OwnedFd& fd, EventCallback handler) {
+        fd.reset(createEventFd());
+        this->eventManager.addEventHandler(fd.get(), handler, this, nullptr, EPOLLIN);
+    };
+    watch(svcUpFd, handleSvcUp);
+    watch(errorFd, handleError);
+    watch(indFd, handleIndication);
     registerRavSvcUp();
     profileChangedIndCb = [](const ProfileChangedInd&) {
         KIV_LOG(DEBUG, "RavWdsProxy::no profileChangedIndCb registered!");
@@ -98,11 +99,21 @@ RavWdsProxy::~RavWdsProxy() {
     for (const OwnedFd* fd : {&svcUpFd, &errorFd, &indFd}) {
         eventManager.removeEventHandler(fd->get());
     }
+    for (OwnedFd* fd : {&svcUpFd, &errorFd, &indFd}) {
+        fd->reset();
+    }
+}
+
+void RavWdsProxy::readAgain() {
+    indicationLost.store(true);
+    eventManager.signalLater(indFd.get());
 }
 
 void RavWdsProxy::registerProfileChangedInd(std::function<void(ProfileChangedInd)> cb) {
     profileChangedIndCb.swap(cb);
 }
+
+void RavWdsProxy::registerIndicationLost(std::function<void()> cb) { indicationLostCb.swap(cb); }
 
 // Service arrival and loss.
 
@@ -242,8 +253,8 @@ void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* ind
         // The queue holds it from here on.
         static_cast<void>(info.release());
     } catch (const std::bad_alloc&) {
-        KIV_LOG(ERROR, "RavWdsProxy: out of memory, indication is lost");
         proxy->indicationLost.store(true);
+        KIV_LOG(ERROR, "RavWdsProxy: out of memory, indication is lost");
     }
     KIV_SIGNAL_OR_LOG(proxy->indFd.get(), "Error in writing rv: %d, error: %s");
 }
@@ -258,16 +269,17 @@ void RavWdsProxy::handleIndication(int fd, void* arg) {
     try {
         proxy->handleIndications();
     } catch (const std::bad_alloc&) {
-        // Not signalled again, lest the loop do nothing else while memory is short.
-        proxy->indicationLost.store(true);
+        proxy->readAgain();
         throw;
     }
 }
 
 void RavWdsProxy::handleIndications() {
     if (indicationLost.exchange(false)) {
-        // Nobody knows what it said, so that everything is read again.
-        profileChangedIndCb({TechType::Tech3gpp, 0, ProfileChangeEvent::SubscriptionChange});
+        // Nobody knows what it said.
+        if (indicationLostCb) {
+            indicationLostCb();
+        }
         eventManager.finishItem();
     }
     IndInfo_t* info = nullptr;
@@ -415,8 +427,6 @@ std::shared_ptr<ModemProfile> RavWdsProxy::get(TechType techType, int profileId)
 }
 
 std::list<std::shared_ptr<ModemProfile>> RavWdsProxy::getAllProfiles() {
-    // Whatever it said is read now.
-    indicationLost.store(false);
     std::list<std::shared_ptr<ModemProfile>> profiles;
     wds_get_profile_list_req_msg_v01 request{};
     request.profile_type_valid = 1;

@@ -39,6 +39,8 @@ public:
 
     /// Replaces the receiver of indications.
     void registerProfileChangedInd(std::function<void(ProfileChangedInd)> cb);
+    /// Is called when an indication could not be kept, for want of memory, or after readAgain.
+    void registerIndicationLost(std::function<void()> cb);
 
     /// The requests. A failure is logged; false, empty or a short list then.
     /// Creates the profile in the modem and gives it its new id.
@@ -49,6 +51,8 @@ public:
     std::shared_ptr<ModemProfile> get(TechType techType, int profileId);
     /// Every profile, 3GPP ones first; an empty pointer for one that could not be read.
     std::list<std::shared_ptr<ModemProfile>> getAllProfiles();
+    /// Has everything read again after a while, as if the modem had told of a change.
+    void readAgain();
 
 private:
     /// One queued indication: allocated on the callback's thread, freed on the worker thread.
@@ -108,12 +112,13 @@ private:
     std::atomic<bool> indicationLost{false};
 
     // Constant.
-    const OwnedFd svcUpFd;
-    const OwnedFd errorFd;
-    const OwnedFd indFd;
+    OwnedFd svcUpFd;
+    OwnedFd errorFd;
+    OwnedFd indFd;
 
     // Worker thread only.
     std::function<void(ProfileChangedInd)> profileChangedIndCb;
+    std::function<void()> indicationLostCb;
 };
 
 }  // namespace kiv

@@ -1,6 +1,7 @@
 #include "Util.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -233,7 +234,7 @@ void Util::setProfileUpdateAllowed(bool allowed) {
 
 // Data calls.
 
-Key Util::findOrCreateProfileForSetupDataCall(TechType techType, const ProfileParams& params) {
+Key Util::findOrCreateProfileForSetupDataCall(TechType techType, const ProfileParams& params) try {
     KIV_LOG(EVENT, "kiv findOrCreateProfileForSetupDataCall > %s", params.dump().c_str());
     const bool updateAllowed = profileUpdateAllowed;
     FilterProfileParams filter = filterOf(techType);
@@ -261,9 +262,12 @@ Key Util::findOrCreateProfileForSetupDataCall(TechType techType, const ProfilePa
     }
     KIV_LOG(EVENT, "kiv findOrCreateProfileForSetupDataCall < %s", dumpKey(key).c_str());
     return key;
+} catch (const std::bad_alloc&) {
+    KIV_LOG(ERROR, "Util: out of memory");
+    return nullptr;
 }
 
-Key Util::findOrCreateProfileForEmergencyDataCall(const ProfileParams& params) {
+Key Util::findOrCreateProfileForEmergencyDataCall(const ProfileParams& params) try {
     KIV_LOG(EVENT, "kiv findOrCreateProfileForEmergencyDataCall > %s", params.dump().c_str());
     FilterProfileParams filter = filterOf(TechType::Tech3gpp);
     filter.setIsEmergencySupported(true);
@@ -292,11 +296,14 @@ Key Util::findOrCreateProfileForEmergencyDataCall(const ProfileParams& params) {
     }
     KIV_LOG(EVENT, "kiv findOrCreateProfileForEmergencyDataCall < %s", dumpKey(key).c_str());
     return key;
+} catch (const std::bad_alloc&) {
+    KIV_LOG(ERROR, "Util: out of memory");
+    return nullptr;
 }
 
 // LTE attach.
 
-Key Util::findOrCreateProfileForLteAttach(const ProfileParams& params) {
+Key Util::findOrCreateProfileForLteAttach(const ProfileParams& params) try {
     KIV_LOG(EVENT, "kiv findOrCreateProfileForLteAttach > %s", params.dump().c_str());
     ModifyProfileParams changes = attachChanges(params);
     Key key = findProfileForLteAttach(*manager, profileUpdateAllowed, params, changes);
@@ -309,9 +316,12 @@ Key Util::findOrCreateProfileForLteAttach(const ProfileParams& params) {
     }
     KIV_LOG(EVENT, "kiv findOrCreateProfileForLteAttach < %s", dumpKey(key).c_str());
     return key;
+} catch (const std::bad_alloc&) {
+    KIV_LOG(ERROR, "Util: out of memory");
+    return nullptr;
 }
 
-bool Util::matchLteAttachProfileId(int profileId, const ProfileParams& params) {
+bool Util::matchLteAttachProfileId(int profileId, const ProfileParams& params) try {
     const std::string input =
         "Profile id = " + std::to_string(profileId) + " Input Params = " + params.dump();
     KIV_LOG(EVENT, "kiv matchLteAttachProfileId > %s", input.c_str());
@@ -341,12 +351,15 @@ bool Util::matchLteAttachProfileId(int profileId, const ProfileParams& params) {
     }
     KIV_LOG(EVENT, "kiv matchLteAttachProfileId < did not match input params");
     return false;
+} catch (const std::bad_alloc&) {
+    KIV_LOG(ERROR, "Util: out of memory");
+    return false;
 }
 
 // APN classes.
 
 void Util::updateModemProfileByApnClass(const std::list<ProfileParams>& profiles3gpp,
-                                        const std::list<ProfileParams>& profiles3gpp2) {
+                                        const std::list<ProfileParams>& profiles3gpp2) try {
     KIV_LOG(EVENT, "kiv updateModemProfileByApnClass > ");
     KIV_LOG(EVENT, "  3gpp:");
     logDumps(profiles3gpp);
@@ -361,6 +374,8 @@ void Util::updateModemProfileByApnClass(const std::list<ProfileParams>& profiles
         updateModemProfileByApnClassAndTechType(params, TechType::Tech3gpp2);
     }
     KIV_LOG(EVENT, "kiv updateModemProfileByApnClass < OK");
+} catch (const std::bad_alloc&) {
+    KIV_LOG(ERROR, "Util: out of memory");
 }
 
 void Util::updateModemProfileByApnClassAndTechType(const ProfileParams& params, TechType techType) {
@@ -390,7 +405,7 @@ void Util::updateModemProfileByApnClassAndTechType(const ProfileParams& params, 
 
 // APN types.
 
-void Util::updateAPNTypeBitmaskOnModemProfile(const std::list<ProfileParams>& profiles) {
+void Util::updateAPNTypeBitmaskOnModemProfile(const std::list<ProfileParams>& profiles) try {
     KIV_LOG(EVENT, "kiv updateAPNTypeBitmaskOnModemProfile > ");
     logDumps(profiles);
     const bool updateAllowed = profileUpdateAllowed;
@@ -409,6 +424,8 @@ void Util::updateAPNTypeBitmaskOnModemProfile(const std::list<ProfileParams>& pr
         }
     }
     KIV_LOG(EVENT, "kiv updateAPNTypeBitmaskOnModemProfile < OK");
+} catch (const std::bad_alloc&) {
+    KIV_LOG(ERROR, "Util: out of memory");
 }
 
 void Util::handleCombinedProfileUpdate(uint32_t mask, std::string apnName) {
