@@ -40,7 +40,7 @@ ProfileCache::ProfileCache(EventManager& eventManager, int bindValue, RequestFun
       requestFn(std::move(requestFn)),
       proxy(this->eventManager, bindValue) {
     proxy.registerProfileChangedInd([this](const ProfileChangedInd& ind) { onIndication(ind); });
-    proxy.registerIndicationLost([this] { onIndicationLost(); });
+    proxy.registerIndicationLost([this] { refresh(); });
 }
 
 ProfileCache::~ProfileCache() {
@@ -75,6 +75,9 @@ bool ProfileCache::refresh() {
 }
 
 void ProfileCache::readAll() {
+    if (proxy.takeIndicationLost()) {
+        forgetExpectedChanges();
+    }
     // Meant: what the modem has yet to confirm stays expected.
     {
         Profiles dropped;
@@ -264,16 +267,13 @@ void ProfileCache::onIndication(ProfileChangedInd ind) {
     update(ind);
 }
 
-void ProfileCache::onIndicationLost() {
-    {
-        // It may have been the echo of a change of ours, which would hide one of another party. Not
-        // a creation's: taken for another party's it would be cached twice.
-        std::lock_guard lock(mutex);
-        pending.remove_if([](const ProfileChangedInd& expected) {
-            return expected.event != ProfileChangeEvent::Create;
-        });
-    }
-    refresh();
+/// What was lost may have been the echo of a change of ours, which would hide one of another party.
+/// Not a creation's: taken for another party's it would be cached twice.
+void ProfileCache::forgetExpectedChanges() {
+    std::lock_guard lock(mutex);
+    pending.remove_if([](const ProfileChangedInd& expected) {
+        return expected.event != ProfileChangeEvent::Create;
+    });
 }
 
 void ProfileCache::update(const ProfileChangedInd& ind) {

@@ -72,7 +72,7 @@ public:
 
 private:
     void readAll();
-    void onIndicationLost();
+    void forgetExpectedChanges();
     using Profiles = std::unordered_map<uint64_t, std::shared_ptr<ModemProfile>>;
     using Profile = std::shared_ptr<ModemProfile>;
 

@@ -275,11 +275,8 @@ void RavWdsProxy::handleIndication(int fd, void* arg) {
 }
 
 void RavWdsProxy::handleIndications() {
-    if (indicationLost.exchange(false)) {
-        // Nobody knows what it said.
-        if (indicationLostCb) {
-            indicationLostCb();
-        }
+    if (indicationLost.load() && indicationLostCb) {
+        indicationLostCb();
         eventManager.finishItem();
     }
     IndInfo_t* info = nullptr;
