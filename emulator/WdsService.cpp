@@ -250,7 +250,9 @@ uint32_t WdsService::create(Session&, const wds_create_profile_req_msg_v01& requ
     uint8_t index = 0;
     const uint32_t error = createProfile(request.profile_type, request.settings, persistent, index);
     if (error == WDS_ERR_NONE_V01) {
-        response.profile = {request.profile_type, index};
+        // One by one: what lies between them stays zero.
+        response.profile.profile_type = request.profile_type;
+        response.profile.profile_index = index;
     }
     return error;
 }

@@ -328,11 +328,12 @@ inline serveRequest(e) {
            request[e] = 0
         :: else
         fi;
-#ifndef FAULT_NOTIFY_BEFORE_STATE
-        notifyOne(RESPONSE(e));
-#endif
         unlock(e)
-    }
+    };
+#ifndef FAULT_NOTIFY_BEFORE_STATE
+    /* Not under the lock: the client may have found its answer, and the next one may wait. */
+    atomic { assert(alive[e]); notifyOne(RESPONSE(e)) }
+#endif
 }
 
 /* EventManager::finishItem, with the one release that there may be. */

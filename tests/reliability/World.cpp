@@ -289,12 +289,15 @@ void World::disarm() {
 
 void World::settle() {
     const auto soFar = [] { return trace().activity + modem().callbacksSoFar(); };
-    for (uint64_t before = UINT64_MAX; before != soFar();) {
-        before = soFar();
+    uint64_t before = soFar();
+    for (int quietRounds = 0; quietRounds < 2;) {
         // Two rounds through the worker, for one may overtake an event that lies there already.
         manager().match(FilterProfileParams(), nullptr);
         manager().match(FilterProfileParams(), nullptr);
         modem().waitForDeliveries(kPatience);
+        const uint64_t now = soFar();
+        quietRounds = now == before ? quietRounds + 1 : 0;
+        before = now;
     }
 }
 
