@@ -66,6 +66,7 @@ public:
 
 private:
     void deliver() const;
+    /// Blocks until the library has handled what the modem told it so far; no time passes.
     void rest();
     void letTimePass(std::chrono::milliseconds span, const std::function<bool()>& isEnough) const;
     bool waitForLibrary() const;
