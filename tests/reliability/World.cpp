@@ -16,6 +16,7 @@ using What = Event::What;
 
 /// The request that settle makes; it asks for nothing and is not replayed.
 constexpr const char* kProbe = "Match  None: ";
+constexpr size_t kLongestLine = 511;
 constexpr int kFaithfulFaults = 7;  ///< of those that faultOf lists, the first
 
 /// What happened, as the log and the modem tell it.
@@ -54,7 +55,8 @@ void noteClient(const std::string& text) {
         requestText = text.substr(at + 3);
         trace().hints[requestText] = hint;
     } else if (requestText != kProbe) {
-        trace().responses[requestText].push_back(text.substr(at + 3));
+        const bool isCut = text.size() == kLongestLine;
+        trace().responses[requestText].push_back(text.substr(at + 3) + (isCut ? "*" : ""));
     }
 }
 
