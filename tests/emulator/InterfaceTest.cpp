@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "ModemTest.h"
 
@@ -13,11 +12,10 @@ constexpr unsigned kBind = RAV_WDS_BIND_SUBSCRIPTION_REQ_V01;
 /// What the decoder reads: type, index and change, or why it reads nothing.
 std::string decode(rav_client_type client, const Bytes& bytes) {
     // A block of exactly the length, so that a read beyond it is found out.
-    const std::unique_ptr<unsigned char[]> copy(new unsigned char[bytes.size()]);
-    std::copy(bytes.begin(), bytes.end(), copy.get());
+    Bytes copy(bytes);
     wds_profile_changed_ind_msg_v01 message{};
     const int result = rav_client_message_decode(
-        client, RAV_MESSAGE_INDICATION, RAV_WDS_PROFILE_CHANGED_IND_V01, copy.get(),
+        client, RAV_MESSAGE_INDICATION, RAV_WDS_PROFILE_CHANGED_IND_V01, copy.data(),
         static_cast<unsigned>(bytes.size()), &message, sizeof(message));
     const auto& change = message.profile_changed;
     if (result != RAV_CLIENT_OK || !message.profile_changed_valid) {
