@@ -46,11 +46,19 @@ public:
 
     /// One line of text, for the log.
     virtual std::string dump() const;
+    /// The same, made once for all lines that tell it. Only for who has the request in hand.
+    const std::string& text() const {
+        if (line.empty()) {
+            line = dump();
+        }
+        return line;
+    }
 
     ReqRespType getRequestType() const { return type; }
 
 private:
     const ReqRespType type;
+    mutable std::string line;
 };
 
 class AddRequest : public ClientRequest {

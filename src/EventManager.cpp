@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -88,6 +89,15 @@ std::string unhandledFlagNames(uint32_t flags) {
     return names;
 }
 
+/// What the log tells of an event of the descriptor.
+std::string eventLine(int fd, void* callback, void* data) {
+    std::array<char, 128> text{};
+    snprintf(text.data(), text.size(),
+             "file descriptor '%d' is processing events [callback:%p, data:%p]", fd, callback,
+             data);
+    return text.data();
+}
+
 /// An item that lacks memory must not end the loop's thread, and with it the process.
 template <class Item>
 void withoutEnding(Item&& item) {
@@ -122,17 +132,17 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
             "EventManager::addEventHandler(int %d, EventCallback %p, void* %p, CloseCallback %p, "
             "events %d) EX",
             fd, address(callback), data, address(closeCallback), requestedEvents);
+    const auto handler = std::make_shared<HandlerObject>(
+        HandlerObject{callback, closeCallback, data, static_cast<uint32_t>(requestedEvents),
+                      eventLine(fd, address(callback), data)});
     bool added = false;
     bool watched = false;
     {
         // One step: the loop must not see the descriptor ready before its handler is there.
         std::lock_guard lock(mutex);
-        const auto [place, inserted] = handlers.emplace(
-            fd,
-            HandlerObject{callback, closeCallback, data, static_cast<uint32_t>(requestedEvents)});
-        added = inserted;
+        added = handlers.emplace(fd, handler).second;
         if (added) {
-            watched = watch(fd, place->second);
+            watched = watch(fd, *handler);
             approvedFd().add(fd);
         }
     }
@@ -171,8 +181,8 @@ bool EventManager::watchAgain() {
     }
     std::lock_guard lock(mutex);
     for (auto& [fd, handler] : handlers) {
-        if (handler.lacksRoom) {
-            watch(fd, handler);
+        if (handler->lacksRoom) {
+            watch(fd, *handler);
         }
     }
     return !roomMissing.load();
@@ -185,24 +195,25 @@ void EventManager::removeEventHandler(int fd) {
         std::lock_guard lock(mutex);
         const auto found = handlers.find(fd);
         if (found != handlers.end()) {
-            found->second.lacksRoom = false;
+            found->second->lacksRoom = false;
         }
     }
     if (epoll_ctl(epollFd.get(), EPOLL_CTL_DEL, fd, nullptr) == -1) {
         KIV_LOG(ERROR, "Cannot remove event handler");
     }
-    HandlerObject handler;
+    CloseCallback closeCallback = nullptr;
+    void* data = nullptr;
     {
         std::lock_guard lock(mutex);
         const auto found = handlers.find(fd);
         if (found != handlers.end()) {
-            handler = found->second;
+            data = found->second->data;
             // A close callback that removes its own handler is not called again.
-            found->second.closeCallback = nullptr;
+            closeCallback = std::exchange(found->second->closeCallback, nullptr);
         }
     }
-    if (handler.closeCallback != nullptr) {
-        handler.closeCallback(fd, handler.data);
+    if (closeCallback != nullptr) {
+        closeCallback(fd, data);
     }
     size_t erased = 0;
     {
@@ -277,27 +288,24 @@ void EventManager::dispatch(int fd) {
         KIV_LOG(INFO, "file descriptor %d is not on the approved list, cannot process event", fd);
         return;
     }
-    HandlerObject handler;
-    bool registered = false;
+    std::shared_ptr<const HandlerObject> handler;
     {
         std::lock_guard lock(mutex);
         const auto found = handlers.find(fd);
-        registered = found != handlers.end();
-        if (registered) {
+        if (found != handlers.end()) {
             handler = found->second;
         }
     }
-    if (!registered) {
+    if (!handler) {
         KIV_LOG(INFO, "file descriptor '%d' does not have an event handler registered", fd);
         return;
     }
-    KIV_LOG(VERBOSE, "file descriptor '%d' is processing events [callback:%p, data:%p]", fd,
-            address(handler.callback), handler.data);
-    if (handler.callback == nullptr) {
+    KIV_LOG_TEXT(VERBOSE, handler->line);
+    if (handler->callback == nullptr) {
         KIV_LOG(ERROR, "no callback registered");
         return;
     }
-    handler.callback(fd, handler.data);
+    handler->callback(fd, handler->data);
 }
 
 void EventManager::wake() {

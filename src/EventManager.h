@@ -9,8 +9,10 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
+#include <string>
 
 #include "EventFd.h"
 #include "ThreadSafety.h"
@@ -82,6 +84,7 @@ private:
         CloseCallback closeCallback = nullptr;
         void* data = nullptr;
         uint32_t requestedEvents = 0;
+        std::string line{};      ///< what the log tells of each event
         bool lacksRoom = false;  ///< it is yet to be watched
     };
 
@@ -106,7 +109,8 @@ private:
 
     // Guarded.
     std::mutex mutex;
-    std::map<int, HandlerObject> handlers KIV_GUARDED_BY(mutex);
+    /// Shared with a call of the callback, for which the callback, data and line are constant.
+    std::map<int, std::shared_ptr<HandlerObject>> handlers KIV_GUARDED_BY(mutex);
     std::deque<std::function<void()>> deferred KIV_GUARDED_BY(mutex);
 };
 

@@ -62,7 +62,8 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
     const int length = vsnprintf(buffer.data(), buffer.size(), format, arguments);
     va_end(arguments);
     const int limit = static_cast<int>(buffer.size()) - 1;
-    write(level, tag, {buffer.data(), static_cast<size_t>(std::clamp(length, 0, limit))});
+    buffer[0] = length < 0 ? '\0' : buffer[0];
+    write(level, tag, buffer.data(), static_cast<size_t>(std::clamp(length, 0, limit)));
 }
 
 void LogWrapper::logText(LogLevel level, const char* tag,
@@ -76,10 +77,11 @@ void LogWrapper::logText(LogLevel level, const char* tag,
         const std::string_view text = part.substr(0, part.find('\0'));
         length += text.copy(buffer.data() + length, buffer.size() - 1 - length);
     }
-    write(level, tag, {buffer.data(), length});
+    buffer[length] = '\0';
+    write(level, tag, buffer.data(), length);
 }
 
-void LogWrapper::write(LogLevel level, const char* tag, std::string_view message) {
+void LogWrapper::write(LogLevel level, const char* tag, const char* message, size_t length) {
     std::shared_ptr<LogWriter> current;
     {
         std::lock_guard lock(writerMutex);
@@ -87,10 +89,10 @@ void LogWrapper::write(LogLevel level, const char* tag, std::string_view message
     }
     try {
         if (current) {
-            current->write(level, tag, std::string(message));
+            current->writeText(level, tag, message);
         }
         if (level == LogLevel::ERROR || level == LogLevel::EVENT) {
-            LocalLogBuffer::getInstance().addLogWithTimestamp(message);
+            LocalLogBuffer::getInstance().addLogWithTimestamp({message, length});
         }
     } catch (const std::bad_alloc&) {
         // A line is not worth the process: destructors log, and those who handle other failures.
@@ -98,7 +100,11 @@ void LogWrapper::write(LogLevel level, const char* tag, std::string_view message
 }
 
 void AdbWriter::write(LogLevel level, std::string tag, std::string msg) {
-    __android_log_print(convertPrio(level), tag.c_str(), "%s", msg.c_str());
+    writeText(level, tag.c_str(), msg.c_str());
+}
+
+void AdbWriter::writeText(LogLevel level, const char* tag, const char* msg) {
+    __android_log_print(convertPrio(level), tag, "%s", msg);
 }
 
 int AdbWriter::convertPrio(LogLevel level) {
@@ -123,13 +129,17 @@ DiagWriter::DiagWriter() { Diag_LSM_Init(nullptr); }
 DiagWriter::~DiagWriter() { Diag_LSM_DeInit(); }
 
 void DiagWriter::write(LogLevel level, std::string tag, std::string msg) {
+    writeText(level, tag.c_str(), msg.c_str());
+}
+
+void DiagWriter::writeText(LogLevel level, const char* tag, const char* msg) {
     const auto mask = static_cast<uint32_t>(convertPrio(level));
     if ((mask & kDiagMaskAll) == 0) {
         return;
     }
     // Meant: every later line goes out with the mask of the first, whatever its own level.
     static const diag_msg_descriptor descriptor = {116, 63, mask, "|%s| %s", "src/LocalLogBuffer"};
-    msg_sprintf(&descriptor, tag.c_str(), msg.c_str());
+    msg_sprintf(&descriptor, tag, msg);
 }
 
 int DiagWriter::convertPrio(LogLevel level) {

@@ -1,6 +1,7 @@
 #ifndef KIVR_SRC_LOGWRAPPER_H
 #define KIVR_SRC_LOGWRAPPER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
@@ -30,6 +31,11 @@ public:
     virtual void write(LogLevel level, std::string tag, std::string msg) = 0;
     /// The level in the terms of the output.
     virtual int convertPrio(LogLevel level) = 0;
+    /// write, for texts that stay the caller's. A writer that does not keep them spares itself the
+    /// copies here.
+    virtual void writeText(LogLevel level, const char* tag, const char* msg) {
+        write(level, tag, msg);
+    }
 };
 
 /// Writes to the Android log.
@@ -37,6 +43,7 @@ class AdbWriter : public LogWriter {
 public:
     void write(LogLevel level, std::string tag, std::string msg) override;
     int convertPrio(LogLevel level) override;
+    void writeText(LogLevel level, const char* tag, const char* msg) override;
 };
 
 /// Writes to the diagnostic log, which is open while a DiagWriter exists.
@@ -48,6 +55,7 @@ public:
     DiagWriter& operator=(const DiagWriter&) = delete;
     void write(LogLevel level, std::string tag, std::string msg) override;
     int convertPrio(LogLevel level) override;
+    void writeText(LogLevel level, const char* tag, const char* msg) override;
 };
 
 /// The front end of the log, through which every line goes.
@@ -75,7 +83,8 @@ public:
         KIV_EXCLUDES(writerMutex);
 
 private:
-    void write(LogLevel level, const char* tag, std::string_view message) KIV_EXCLUDES(writerMutex);
+    void write(LogLevel level, const char* tag, const char* message, size_t length)
+        KIV_EXCLUDES(writerMutex);
 
     std::mutex writerMutex;
     /// Shared with the threads that are just writing a line.

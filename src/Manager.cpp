@@ -111,7 +111,7 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
         KIV_LOG(ERROR, "Manager not initialized!");
         return nullptr;
     }
-    KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->dump());
+    KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->text());
     const std::shared_ptr<ClientResponse> response = gate->process(request);
     KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
     auto result = std::dynamic_pointer_cast<Response>(response);
