@@ -65,13 +65,17 @@ void ClientRequestManager::endWorker() {
     close(requestFd);
 }
 
-/// Lets every client that waits for its turn or for a response return without one.
+/// Lets every client that waits return without a response.
 void ClientRequestManager::turnClientsAway() {
     std::lock_guard lock(mutex);
     closing = true;
-    responseCv.notify_all();
-    for (std::condition_variable* client : waitingClients) {
-        client->notify_one();
+    if (mailbox) {
+        mailbox->changed.notify_one();
+    }
+    for (const auto* turns : {&waiting, &unanswered}) {
+        for (const auto& turn : *turns) {
+            turn->changed.notify_one();
+        }
     }
 }
 
@@ -100,52 +104,74 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
     if (NoWaitScope::isActive()) {
         return processWithoutWaiting(clientRequest);
     }
-    ssize_t written = 0;
-    int error = 0;
-    {
-        WaitLock lock(mutex);
-        if (!waitForTurn(lock)) {
-            return nullptr;
-        }
-        written = signalEventFd(requestFd);
-        error = errno;
-        if (written == static_cast<ssize_t>(sizeof(uint64_t))) {
-            // The worker can't look at the slot before this thread waits.
-            request = clientRequest;
-            while (!response && !closing) {
-                lock.wait(responseCv);
-            }
-            request.reset();
-            passTurn();
-            return std::exchange(response, nullptr);
-        }
-        passTurn();
+    const auto turn = std::make_shared<Turn>(*clientRequest);
+    if (post(turn)) {
+        // Not under the lock, for which the worker would have to wait as soon as it wakes.
+        signal(*turn);
     }
-    KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(written), strerror(error));
-    return nullptr;
+    std::shared_ptr<ClientResponse> response = awaitResponse(turn);
+    if (!response && !turn->isSignalled()) {
+        KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(turn->written),
+                strerror(turn->error));
+    }
+    return response;
 }
 
-/// Waits until the mailbox is this client's alone. False if the engine goes away.
-bool ClientRequestManager::waitForTurn(WaitLock& lock) {
-    if (turnTaken || !waitingClients.empty()) {
-        std::condition_variable turn;
-        const auto place = waitingClients.insert(waitingClients.end(), &turn);
-        while (!closing && (turnTaken || waitingClients.front() != &turn)) {
-            lock.wait(turn);
-        }
-        waitingClients.erase(place);
-    }
+/// Puts the turn into the mailbox, or behind those who wait for it. True if it is in the mailbox,
+/// and the worker is to be told.
+bool ClientRequestManager::post(const std::shared_ptr<Turn>& turn) {
+    std::lock_guard lock(mutex);
     if (closing) {
         return false;
     }
-    turnTaken = true;
+    if (mailbox) {
+        waiting.push_back(turn);
+        return false;
+    }
+    mailbox = turn;
     return true;
 }
 
-void ClientRequestManager::passTurn() {
-    turnTaken = false;
-    if (!waitingClients.empty()) {
-        waitingClients.front()->notify_one();
+void ClientRequestManager::signal(Turn& turn) const {
+    turn.written = signalEventFd(requestFd);
+    turn.error = errno;
+}
+
+/// Empty if the worker could not be told, or the engine goes away.
+std::shared_ptr<ClientResponse> ClientRequestManager::awaitResponse(
+    const std::shared_ptr<Turn>& turn) {
+    WaitLock lock(mutex);
+    // Unless the worker, awake for something else, has served it all the same.
+    if (mailbox == turn && !turn->isSignalled()) {
+        passMailbox();
+    }
+    while (!turn->response && turn->isSignalled() && !closing) {
+        lock.wait(turn->changed);
+    }
+    if (closing) {
+        // The request goes with its client.
+        if (mailbox == turn) {
+            mailbox.reset();
+        }
+        waiting.remove(turn);
+        unanswered.remove(turn);
+    }
+    return std::move(turn->response);
+}
+
+/// Puts the turn of who waits longest into the mailbox. Whoever is done with the mailbox does that,
+/// not the client to whom it passes: that one need not run before its response is there.
+void ClientRequestManager::passMailbox() {
+    mailbox.reset();
+    while (!mailbox && !waiting.empty()) {
+        std::shared_ptr<Turn> next = std::move(waiting.front());
+        waiting.pop_front();
+        signal(*next);
+        if (next->isSignalled()) {
+            mailbox = std::move(next);
+        } else {
+            next->changed.notify_one();
+        }
     }
 }
 
@@ -183,25 +209,34 @@ void ClientRequestManager::handleClientRequest(int fd, void* arg) {
 }
 
 void ClientRequestManager::serveRequest() {
+    std::shared_ptr<Turn> turn;
     {
         std::lock_guard lock(mutex);
-        if (request) {
-            try {
-                KIV_LOG_TEXT(INFO, "Handling ", request->dump());
-                // Meant: a request of no known type, or a refresh of the wrong class, gets no
-                // response, and its client goes on waiting.
-                if (std::shared_ptr<ClientResponse> answer = dispatch(*request)) {
-                    response = std::move(answer);
-                }
-            } catch (const std::bad_alloc&) {
-                KIV_LOG(ERROR, "ClientRequestManager: out of memory");
-                response = outOfMemory;
-            }
-            request.reset();
+        turn = mailbox;
+        if (!turn) {
+            return;
         }
+        turn->response = respond(turn);
+        passMailbox();
     }
     // Not under the lock, for which the client would have to wait once more.
-    responseCv.notify_one();
+    turn->changed.notify_one();
+}
+
+std::shared_ptr<ClientResponse> ClientRequestManager::respond(const std::shared_ptr<Turn>& turn) {
+    try {
+        KIV_LOG_TEXT(INFO, "Handling ", turn->request.text());
+        std::shared_ptr<ClientResponse> response = dispatch(turn->request);
+        if (!response) {
+            // Meant: a request of no known type, or a refresh of the wrong class, gets none, and
+            // its client goes on waiting.
+            unanswered.push_back(turn);
+        }
+        return response;
+    } catch (const std::bad_alloc&) {
+        KIV_LOG(ERROR, "ClientRequestManager: out of memory");
+        return outOfMemory;
+    }
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::dispatch(const ClientRequest& served) {

@@ -1,8 +1,11 @@
 #ifndef KIVR_SRC_CLIENTREQUESTMANAGER_H
 #define KIVR_SRC_CLIENTREQUESTMANAGER_H
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -20,11 +23,12 @@
 
 namespace kiv {
 
-/// The engine: one worker thread with the event loop and the cache, and a mailbox of one slot in
-/// which client threads leave a request and wait for its response.
+/// The engine: one worker thread with the event loop and the cache, and a mailbox of one slot for
+/// the request that the worker is to serve next, while its client waits for the response.
 ///
 /// Threads: any number of clients in processClientRequest, served one at a time in the order in
-/// which they came. Everything else of the engine happens on the worker thread.
+/// which they came; none waits for another to take its response. Everything else of the engine
+/// happens on the worker thread.
 /// Ownership: owned by Manager. Keys and callers that may outlive it come in through the gate.
 /// Blocking: processClientRequest waits until the worker has answered or the engine goes away;
 /// then it returns the empty response. The destructor waits for the item in hand and for every
@@ -54,6 +58,19 @@ public:
     std::vector<std::string> dump() { return profileCache.dump(); }
 
 private:
+    /// A client's stay with the engine. Shared, for it may be notified when its client has left.
+    /// The mutex guards the response, and the rest once the turn is in a slot.
+    struct Turn {
+        explicit Turn(const ClientRequest& request) : request(request) {}
+        bool isSignalled() const { return written == static_cast<ssize_t>(sizeof(uint64_t)); }
+
+        const ClientRequest& request;  ///< the client's, there as long as the turn is in a slot
+        std::shared_ptr<ClientResponse> response;
+        std::condition_variable changed;
+        ssize_t written = sizeof(uint64_t);  ///< what writing to the mailbox's eventfd returned
+        int error = 0;                       ///< and its errno
+    };
+
     RequestFunction makeRequestFunction() const;
     void runKivThread();
     void endWorker();
@@ -61,11 +78,15 @@ private:
 
     std::shared_ptr<ClientResponse> processWithoutWaiting(
         const std::shared_ptr<ClientRequest>& clientRequest);
-    bool waitForTurn(WaitLock& lock) KIV_REQUIRES(mutex);
-    void passTurn() KIV_REQUIRES(mutex);
+    bool post(const std::shared_ptr<Turn>& turn) KIV_EXCLUDES(mutex);
+    void signal(Turn& turn) const;
+    std::shared_ptr<ClientResponse> awaitResponse(const std::shared_ptr<Turn>& turn)
+        KIV_EXCLUDES(mutex);
+    void passMailbox() KIV_REQUIRES(mutex);
     void turnClientsAway() KIV_EXCLUDES(mutex);
     void serveRequest() KIV_EXCLUDES(mutex);
 
+    std::shared_ptr<ClientResponse> respond(const std::shared_ptr<Turn>& turn) KIV_REQUIRES(mutex);
     std::shared_ptr<ClientResponse> dispatch(const ClientRequest& served) KIV_REQUIRES(mutex);
     std::shared_ptr<ClientResponse> add(const ClientRequest& served) KIV_REQUIRES(mutex);
     std::shared_ptr<ClientResponse> modify(const ClientRequest& served) KIV_REQUIRES(mutex);
@@ -90,13 +111,12 @@ private:
         std::make_shared<ClientResponse>(ReqRespType::Callback, Status::Failure);
 
     // Guarded. The worker holds the mutex while it carries out a request.
-    std::shared_ptr<ClientRequest> request KIV_GUARDED_BY(mutex);
-    std::shared_ptr<ClientResponse> response KIV_GUARDED_BY(mutex);
     std::mutex mutex;
-    std::condition_variable responseCv;
-    /// A client has the mailbox; the others wait in the order of the list.
-    bool turnTaken KIV_GUARDED_BY(mutex) = false;
-    std::list<std::condition_variable*> waitingClients KIV_GUARDED_BY(mutex);
+    std::shared_ptr<Turn> mailbox KIV_GUARDED_BY(mutex);
+    /// Those who came while the mailbox was taken.
+    std::list<std::shared_ptr<Turn>> waiting KIV_GUARDED_BY(mutex);
+    /// Those whose requests get no response, and who wait for the end of the engine.
+    std::list<std::shared_ptr<Turn>> unanswered KIV_GUARDED_BY(mutex);
     /// The engine goes away: clients leave without a response.
     bool closing KIV_GUARDED_BY(mutex) = false;
 

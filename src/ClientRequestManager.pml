@@ -5,8 +5,8 @@
  * Threads: the clients; the taker, which builds an engine and leaves it for good, or takes it down,
  * with a next one in its place or without; and the worker of each engine.
  *
- * Shown: no slot is overwritten, no request is served twice, no answer goes to another's request, no
- * client returns without an answer but from an engine that goes away, no descriptor or engine is used
+ * Shown: no request is overwritten or served twice, no answer goes to another's request, no client
+ * returns without an answer but from an engine that goes away, no descriptor or engine is used
  * before it is there or after it is gone, and no release is lost. There is no deadlock and no endless
  * loop, so that every client returns, every engine that is taken down ends, and a worker without work
  * sleeps. None of this takes a fair scheduler.
@@ -37,11 +37,10 @@
 #define ENGINES 2
 #define NONE 255
 
-/* Condition variables: what a thread sleeps on. */
+/* Condition variables: what a thread sleeps on. Each request has a turn with one of its own. */
 #define AWAKE 0
-#define TURN 1
-#define RESPONSE(e) (2 + (e))
-#define CHANGED(e) (4 + (e))
+#define CHANGED(e) (1 + (e))
+#define TURN(id) (2 + (id))
 byte asleep[THREADS];
 
 /* Manager: the engine that calls go to. */
@@ -52,13 +51,13 @@ bool open[ENGINES];
 bool gone[ENGINES];
 byte inside[ENGINES];
 
-/* ClientRequestManager. Requests and responses are numbered from 1; 0 is an empty slot. */
+/* ClientRequestManager. Requests, and with them the turns, are numbered from 1; 0 is an empty
+ * mailbox. */
 bool alive[ENGINES];
 bool locked[ENGINES];
-byte request[ENGINES];
-byte response[ENGINES];
-bool turnTaken[ENGINES];
-chan waitingClients[ENGINES] = [THREADS] of { byte };
+byte mailbox[ENGINES];
+chan waiting[ENGINES] = [THREADS] of { byte };
+bool answered[CLIENTS * ROUNDS + 2];
 bool closing[ENGINES];
 bool running[ENGINES];
 bool workerEnded[ENGINES];
@@ -94,16 +93,6 @@ inline wait(thread, cv, e) {
     unlock(e);
     asleep[thread] == AWAKE && !locked[e] -> locked[e] = true;
     assert(alive[e])
-}
-
-inline notifyOne(cv) {
-    if
-    :: asleep[0] == cv -> asleep[0] = AWAKE
-    :: asleep[1] == cv -> asleep[1] = AWAKE
-    :: asleep[2] == cv -> asleep[2] = AWAKE
-    :: asleep[TAKER] == cv -> asleep[TAKER] = AWAKE
-    :: else
-    fi
 }
 
 #define WAKE_IF(thread, condition) if :: (condition) -> asleep[thread] = AWAKE :: else fi
@@ -165,72 +154,64 @@ inline waitUntilEmpty(thread, e) {
 
 /* ClientRequestManager, client threads. */
 
-#define IS_FIRST(thread, e) (waitingClients[e]?[eval(thread)])
-
-inline waitForTurn(thread, e) {
-    if
-    :: turnTaken[e] || nempty(waitingClients[e]) ->
-       waitingClients[e]!thread;
-       do
-       :: !closing[e] && (turnTaken[e] || !(IS_FIRST(thread, e))) -> wait(thread, TURN, e)
-       :: closing[e] || !(turnTaken[e] || !(IS_FIRST(thread, e))) -> break
-       od;
-       waitingClients[e]??eval(thread)
-    :: else
-    fi
-}
-
-inline passTurn(e) {
-    turnTaken[e] = false;
-#ifndef FAULT_TURN_PASSED_IN_SILENCE
-    if
-    :: waitingClients[e]?[0] -> WAKE_IF(0, asleep[0] == TURN)
-    :: waitingClients[e]?[1] -> WAKE_IF(1, asleep[1] == TURN)
-    :: waitingClients[e]?[2] -> WAKE_IF(2, asleep[2] == TURN)
-    :: waitingClients[e]?[TAKER] -> WAKE_IF(TAKER, asleep[TAKER] == TURN)
-    :: empty(waitingClients[e])
-    fi
+inline post(e, id, isFirst) {
+    atomic {
+        lock(e);
+        if
+        :: closing[e]
+#ifndef FAULT_NO_TURNS
+        :: !closing[e] && mailbox[e] != 0 -> waiting[e]!id
+        :: !closing[e] && mailbox[e] == 0 -> mailbox[e] = id; isFirst = true
+#else
+        :: else -> mailbox[e] = id; isFirst = true
 #endif
+        fi;
+        unlock(e)
+    }
 }
 
-inline waitForResponse(thread, e) {
+inline waitForResponse(thread, e, id) {
 #ifdef FAULT_WAIT_WITHOUT_PREDICATE
-    wait(thread, RESPONSE(e), e)
+    wait(thread, TURN(id), e)
 #else
     do
-    :: response[e] == 0 && !closing[e] -> wait(thread, RESPONSE(e), e)
+    :: !answered[id] && !closing[e] -> wait(thread, TURN(id), e)
     :: else -> break
     od
 #endif
 }
 
-inline processClientRequest(thread, e, id, answer) {
-#ifdef FAULT_SIGNAL_WITHOUT_LOCK
-    atomic { signalRequestFd(e) };
-#endif
+inline awaitResponse(thread, e, id, answer) {
     atomic {
         lock(e);
-#ifndef FAULT_NO_TURNS
-        waitForTurn(thread, e);
-#endif
+        waitForResponse(thread, e, id);
         if
-        :: closing[e]
-        :: else ->
-           turnTaken[e] = true;
-#ifndef FAULT_SIGNAL_WITHOUT_LOCK
-           signalRequestFd(e);
-#endif
-           assert(request[e] == 0);
-           request[e] = id;
-           waitForResponse(thread, e);
-           request[e] = 0;
-           passTurn(e);
-           answer = response[e];
-           response[e] = 0;
-           assert(answer == id || (answer == 0 && closing[e]))
+        :: closing[e] && mailbox[e] == id -> mailbox[e] = 0
+        :: closing[e] && waiting[e]??[eval(id)] -> waiting[e]??eval(id)
+        :: else
+        fi;
+        if
+        :: answered[id] -> answer = id
+        :: else -> assert(closing[e])
         fi;
         unlock(e)
     }
+}
+
+inline processClientRequest(thread, e, id, answer) {
+#ifdef FAULT_SIGNAL_BEFORE_REQUEST
+    atomic { signalRequestFd(e) };
+#endif
+    post(e, id, isFirst);
+    if
+    :: isFirst ->
+#ifndef FAULT_SIGNAL_BEFORE_REQUEST
+       atomic { signalRequestFd(e) };
+#endif
+       isFirst = false
+    :: else
+    fi;
+    awaitResponse(thread, e, id, answer)
 }
 
 /* RequestGate::process on a thread that may wait. */
@@ -246,7 +227,7 @@ inline process(thread, e, id, answer) {
 
 proctype Client(byte me) {
     byte round = 0, engine, key = NONE, answer;
-    bool entered;
+    bool entered, isFirst;
     do
     :: round < ROUNDS ->
        /* The clients are alike, so that it is enough to look at one order of their beginnings. */
@@ -304,36 +285,57 @@ inline dropKeyWithoutWaiting(own) {
     fi
 }
 
-inline serveRequest(e) {
-#ifdef FAULT_NOTIFY_BEFORE_STATE
-    atomic { notifyOne(RESPONSE(e)) };
+inline notify(id) {
+    WAKE_IF(0, asleep[0] == TURN(id));
+    WAKE_IF(1, asleep[1] == TURN(id));
+    WAKE_IF(2, asleep[2] == TURN(id));
+    WAKE_IF(TAKER, asleep[TAKER] == TURN(id))
+}
+
+inline passMailbox(e) {
+    mailbox[e] = 0;
+    if
+    :: waiting[e]?mailbox[e] ->
+#ifndef FAULT_MAILBOX_PASSED_IN_SILENCE
+       signalRequestFd(e);
 #endif
+       skip
+    :: empty(waiting[e])
+    fi
+}
+
+inline serveRequest(e) {
     atomic {
         lock(e);
+        turn = mailbox[e];
         if
-        :: request[e] != 0 -> assert(!served[request[e]]); served[request[e]] = true
-        :: else
+        :: turn != 0 -> assert(!served[turn]); served[turn] = true
+        :: else -> unlock(e)
         fi
     };
-    /* While the modem is asked, anything may happen. */
+    if
+    :: turn != 0 ->
+       /* While the modem is asked, anything may happen. */
 #ifdef LISTENER
-    dropKeyWithoutWaiting(e);
+       dropKeyWithoutWaiting(e);
 #endif
-    atomic {
-        if
-        :: request[e] != 0 ->
-           assert(response[e] == 0);
-           response[e] = request[e];
-           hasKeys[e] = true;
-           request[e] = 0
-        :: else
-        fi;
-        unlock(e)
-    };
+       atomic {
+           assert(mailbox[e] == turn && !answered[turn]);
 #ifndef FAULT_NOTIFY_BEFORE_STATE
-    /* Not under the lock: the client may have found its answer, and the next one may wait. */
-    atomic { assert(alive[e]); notifyOne(RESPONSE(e)) }
+           answered[turn] = true;
 #endif
+           hasKeys[e] = true;
+           passMailbox(e);
+           unlock(e)
+       };
+       /* Not under the lock: the client may have found its answer, and may be gone. */
+       atomic { notify(turn) };
+#ifdef FAULT_NOTIFY_BEFORE_STATE
+       atomic { answered[turn] = true };
+#endif
+       turn = 0
+    :: else
+    fi
 }
 
 /* EventManager::finishItem, with the one release that there may be. */
@@ -347,7 +349,7 @@ inline finishItem(e) {
 
 proctype Worker(byte e) {
     bool mailboxIsReady, wakeIsReady, entered;
-    byte dropped = NONE;
+    byte dropped = NONE, turn;
     running[e] = true;
     do
     :: !running[e] -> break
@@ -393,16 +395,19 @@ inline construct(e) {
     atomic { requestFdIsOpen[e] = true; watched[e] = true; handled[e] = true; current = e }
 }
 
+#define IS_IN_SLOT(thread, e) \
+    (asleep[thread] >= TURN(1) && \
+     (asleep[thread] == TURN(mailbox[e]) || waiting[e]??[eval(asleep[thread] - TURN(0))]))
+
 inline turnClientsAway(e) {
     atomic {
         lock(e);
         closing[e] = true;
 #ifndef FAULT_STOP_WAKES_NOBODY
-        notifyAll(RESPONSE(e));
-        WAKE_IF(0, asleep[0] == TURN && waitingClients[e]??[0]);
-        WAKE_IF(1, asleep[1] == TURN && waitingClients[e]??[1]);
-        WAKE_IF(2, asleep[2] == TURN && waitingClients[e]??[2]);
-        WAKE_IF(TAKER, asleep[TAKER] == TURN && waitingClients[e]??[TAKER]);
+        WAKE_IF(0, IS_IN_SLOT(0, e));
+        WAKE_IF(1, IS_IN_SLOT(1, e));
+        WAKE_IF(2, IS_IN_SLOT(2, e));
+        WAKE_IF(TAKER, IS_IN_SLOT(TAKER, e));
 #endif
         unlock(e)
     }
@@ -454,7 +459,7 @@ inline destroy(e) {
 
 proctype Taker() {
     byte dropped = NONE, answer;
-    bool entered;
+    bool entered, isFirst;
     construct(0);
     if
     :: goto done  /* It stays for good. */

@@ -22,11 +22,10 @@ while IFS='|' read -r header parameter mutex statement wanted; do
 done <<'TABLE'
 RequestGate.h|RequestGate& g|g.mutex|++g.inside;|yes/no
 RequestGate.h|RequestGate& g|g.mutex|g.engine = nullptr;|yes/no
-ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.request.reset();|yes/no
-ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.response.reset();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.mailbox.reset();|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.closing = true;|yes/no
-ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.waitingClients.clear();|yes/no
-ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.passTurn();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.waiting.clear();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.passMailbox();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.deferred.clear();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.handlers.clear();|yes/no
 ProfileCache.h|ProfileCache& c|c.mutex|c.pending.clear();|yes/no
