@@ -46,7 +46,8 @@ public:
 
     /// One line of text, for the log.
     virtual std::string dump() const;
-    /// The same, made once for all lines that tell it. Only for who has the request in hand.
+    /// The same, made once for all lines that tell it. The first call is the client's, before it
+    /// shares the request.
     const std::string& text() const {
         if (line.empty()) {
             line = dump();

@@ -69,14 +69,12 @@ void ClientRequestManager::endWorker() {
 void ClientRequestManager::turnClientsAway() {
     std::lock_guard lock(mutex);
     closing = true;
-    if (mailbox) {
-        mailbox->changed.notify_one();
-    }
-    for (const auto* turns : {&waiting, &unanswered}) {
-        for (const auto& turn : *turns) {
-            turn->changed.notify_one();
+    for (Turns* const turns : {&mailbox, &waiting, &served}) {
+        for (Turn& turn : *turns) {
+            turn.changed.notify_one();
         }
     }
+    turnGivenBack.notify_all();
 }
 
 void ClientRequestManager::runKivThread() {
@@ -104,75 +102,88 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
     if (NoWaitScope::isActive()) {
         return processWithoutWaiting(clientRequest);
     }
-    const auto turn = std::make_shared<Turn>(*clientRequest);
-    if (post(turn)) {
-        // Not under the lock, for which the worker would have to wait as soon as it wakes.
-        signal(*turn);
+    Turns::iterator turn;
+    bool isFirst = false;
+    {
+        WaitLock lock(mutex);
+        turn = takeTurn(lock);
+        if (closing) {
+            return nullptr;
+        }
+        turn->request = clientRequest.get();
+        isFirst = mailbox.empty();
+        move(turn, isFirst ? mailbox : waiting);
     }
-    std::shared_ptr<ClientResponse> response = awaitResponse(turn);
-    if (!response && !turn->isSignalled()) {
-        KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(turn->written),
-                strerror(turn->error));
+    // Not under the lock, for which the worker would have to wait as soon as it wakes.
+    const Signal signalled = isFirst ? signal() : Signal();
+    std::shared_ptr<ClientResponse> response;
+    std::optional<Signal> told;
+    {
+        WaitLock lock(mutex);
+        if (isFirst) {
+            turn->signal = signalled;
+            // Unless the worker, awake for something else, has served it all the same.
+            if (turn->hasFailed() && turn->place == &mailbox) {
+                passMailbox();
+            }
+        }
+        while (!turn->response && !turn->hasFailed() && !closing) {
+            lock.wait(turn->changed);
+        }
+        response = std::exchange(turn->response, nullptr);
+        told = std::exchange(turn->signal, std::nullopt);
+        move(turn, spares);
+        turnGivenBack.notify_one();
+    }
+    if (told && !told->isSent()) {
+        KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(told->written),
+                strerror(told->error));
     }
     return response;
 }
 
-/// Puts the turn into the mailbox, or behind those who wait for it. True if it is in the mailbox,
-/// and the worker is to be told.
-bool ClientRequestManager::post(const std::shared_ptr<Turn>& turn) {
-    std::lock_guard lock(mutex);
-    if (closing) {
-        return false;
-    }
-    if (mailbox) {
-        waiting.push_back(turn);
-        return false;
-    }
-    mailbox = turn;
-    return true;
-}
-
-void ClientRequestManager::signal(Turn& turn) const {
-    turn.written = signalEventFd(requestFd);
-    turn.error = errno;
-}
-
-/// Empty if the worker could not be told, or the engine goes away.
-std::shared_ptr<ClientResponse> ClientRequestManager::awaitResponse(
-    const std::shared_ptr<Turn>& turn) {
-    WaitLock lock(mutex);
-    // Unless the worker, awake for something else, has served it all the same.
-    if (mailbox == turn && !turn->isSignalled()) {
-        passMailbox();
-    }
-    while (!turn->response && turn->isSignalled() && !closing) {
-        lock.wait(turn->changed);
-    }
-    if (closing) {
-        // The request goes with its client.
-        if (mailbox == turn) {
-            mailbox.reset();
+/// Waits only if there is no memory for a turn. The result is none if the engine goes away.
+ClientRequestManager::Turns::iterator ClientRequestManager::takeTurn(WaitLock& lock) {
+    if (spares.empty()) {
+        try {
+            spares.emplace_back();
+        } catch (const std::bad_alloc&) {
+            while (spares.empty() && !closing) {
+                lock.wait(turnGivenBack);
+            }
         }
-        waiting.remove(turn);
-        unanswered.remove(turn);
     }
-    return std::move(turn->response);
+    const auto turn = spares.begin();
+    if (turn != spares.end()) {
+        turn->place = &spares;
+    }
+    return turn;
 }
 
 /// Puts the turn of who waits longest into the mailbox. Whoever is done with the mailbox does that,
 /// not the client to whom it passes: that one need not run before its response is there.
 void ClientRequestManager::passMailbox() {
-    mailbox.reset();
-    while (!mailbox && !waiting.empty()) {
-        std::shared_ptr<Turn> next = std::move(waiting.front());
-        waiting.pop_front();
-        signal(*next);
-        if (next->isSignalled()) {
-            mailbox = std::move(next);
-        } else {
+    move(mailbox.begin(), served);
+    while (mailbox.empty() && !waiting.empty()) {
+        const auto next = waiting.begin();
+        next->signal = signal();
+        if (next->hasFailed()) {
+            move(next, served);
             next->changed.notify_one();
+        } else {
+            move(next, mailbox);
         }
     }
+}
+
+void ClientRequestManager::move(Turns::iterator turn, Turns& to) {
+    to.splice(to.end(), *turn->place, turn);
+    turn->place = &to;
+}
+
+ClientRequestManager::Signal ClientRequestManager::signal() const {
+    const ssize_t written = signalEventFd(requestFd);
+    return {written, errno};
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::processWithoutWaiting(
@@ -209,30 +220,26 @@ void ClientRequestManager::handleClientRequest(int fd, void* arg) {
 }
 
 void ClientRequestManager::serveRequest() {
-    std::shared_ptr<Turn> turn;
+    Turn* turn = nullptr;
     {
         std::lock_guard lock(mutex);
-        turn = mailbox;
-        if (!turn) {
+        if (mailbox.empty()) {
             return;
         }
-        turn->response = respond(turn);
+        turn = &mailbox.front();
+        // Meant: a request of no known type, or a refresh of the wrong class, gets no response, and
+        // its client goes on waiting.
+        turn->response = respond(*turn->request);
         passMailbox();
     }
     // Not under the lock, for which the client would have to wait once more.
     turn->changed.notify_one();
 }
 
-std::shared_ptr<ClientResponse> ClientRequestManager::respond(const std::shared_ptr<Turn>& turn) {
+std::shared_ptr<ClientResponse> ClientRequestManager::respond(const ClientRequest& served) {
     try {
-        KIV_LOG_TEXT(INFO, "Handling ", turn->request.text());
-        std::shared_ptr<ClientResponse> response = dispatch(turn->request);
-        if (!response) {
-            // Meant: a request of no known type, or a refresh of the wrong class, gets none, and
-            // its client goes on waiting.
-            unanswered.push_back(turn);
-        }
-        return response;
+        KIV_LOG_TEXT(INFO, "Handling ", served.text());
+        return dispatch(served);
     } catch (const std::bad_alloc&) {
         KIV_LOG(ERROR, "ClientRequestManager: out of memory");
         return outOfMemory;

@@ -9,6 +9,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,17 +59,24 @@ public:
     std::vector<std::string> dump() { return profileCache.dump(); }
 
 private:
-    /// A client's stay with the engine. Shared, for it may be notified when its client has left.
-    /// The mutex guards the response, and the rest once the turn is in a slot.
+    /// What writing to the mailbox's eventfd gave.
+    struct Signal {
+        ssize_t written;
+        int error;
+        bool isSent() const { return written == static_cast<ssize_t>(sizeof(uint64_t)); }
+    };
+    struct Turn;
+    using Turns = std::list<Turn>;
+    /// A client's stay with the engine. All of it is guarded by the mutex but the condition
+    /// variable, which may be notified when the turn is another client's already.
     struct Turn {
-        explicit Turn(const ClientRequest& request) : request(request) {}
-        bool isSignalled() const { return written == static_cast<ssize_t>(sizeof(uint64_t)); }
+        const ClientRequest* request = nullptr;
+        std::shared_ptr<ClientResponse> response{};
+        std::optional<Signal> signal{};  ///< of this request; none as long as it is under way
+        std::condition_variable changed{};
+        Turns* place = nullptr;  ///< the list that it is in
 
-        const ClientRequest& request;  ///< the client's, there as long as the turn is in a slot
-        std::shared_ptr<ClientResponse> response;
-        std::condition_variable changed;
-        ssize_t written = sizeof(uint64_t);  ///< what writing to the mailbox's eventfd returned
-        int error = 0;                       ///< and its errno
+        bool hasFailed() const { return signal && !signal->isSent(); }
     };
 
     RequestFunction makeRequestFunction() const;
@@ -78,15 +86,14 @@ private:
 
     std::shared_ptr<ClientResponse> processWithoutWaiting(
         const std::shared_ptr<ClientRequest>& clientRequest);
-    bool post(const std::shared_ptr<Turn>& turn) KIV_EXCLUDES(mutex);
-    void signal(Turn& turn) const;
-    std::shared_ptr<ClientResponse> awaitResponse(const std::shared_ptr<Turn>& turn)
-        KIV_EXCLUDES(mutex);
+    Signal signal() const;
+    Turns::iterator takeTurn(WaitLock& lock) KIV_REQUIRES(mutex);
     void passMailbox() KIV_REQUIRES(mutex);
+    static void move(Turns::iterator turn, Turns& to);
     void turnClientsAway() KIV_EXCLUDES(mutex);
     void serveRequest() KIV_EXCLUDES(mutex);
 
-    std::shared_ptr<ClientResponse> respond(const std::shared_ptr<Turn>& turn) KIV_REQUIRES(mutex);
+    std::shared_ptr<ClientResponse> respond(const ClientRequest& served) KIV_REQUIRES(mutex);
     std::shared_ptr<ClientResponse> dispatch(const ClientRequest& served) KIV_REQUIRES(mutex);
     std::shared_ptr<ClientResponse> add(const ClientRequest& served) KIV_REQUIRES(mutex);
     std::shared_ptr<ClientResponse> modify(const ClientRequest& served) KIV_REQUIRES(mutex);
@@ -112,11 +119,16 @@ private:
 
     // Guarded. The worker holds the mutex while it carries out a request.
     std::mutex mutex;
-    std::shared_ptr<Turn> mailbox KIV_GUARDED_BY(mutex);
+    /// At most one: whose request the worker is to serve.
+    Turns mailbox KIV_GUARDED_BY(mutex);
     /// Those who came while the mailbox was taken.
-    std::list<std::shared_ptr<Turn>> waiting KIV_GUARDED_BY(mutex);
-    /// Those whose requests get no response, and who wait for the end of the engine.
-    std::list<std::shared_ptr<Turn>> unanswered KIV_GUARDED_BY(mutex);
+    Turns waiting KIV_GUARDED_BY(mutex);
+    /// Those who were in the mailbox, and whose clients have not left yet.
+    Turns served KIV_GUARDED_BY(mutex);
+    /// Nobody's. Turns are never destroyed, and there is one from the start: if there is no memory
+    /// for another one, clients wait for one that is given back.
+    Turns spares KIV_GUARDED_BY(mutex) = Turns(1);
+    std::condition_variable turnGivenBack;
     /// The engine goes away: clients leave without a response.
     bool closing KIV_GUARDED_BY(mutex) = false;
 

@@ -25,7 +25,7 @@
 /* What a search is about: all at once would be too much.
  * CLIENTS: two or three. ROUNDS: requests of each, of which the second perhaps goes to a key that
  * the first brought. REPLACED: there may be a next engine. LISTENER: one on a worker or on the taker
- * may drop a key, once. SPURIOUS_WAKE_UP: one may happen. */
+ * may drop a key, once. SPURIOUS_WAKE_UP: one may happen. WRITES_FAIL: twice. */
 #ifndef CLIENTS
 #define CLIENTS 3
 #endif
@@ -58,7 +58,12 @@ bool locked[ENGINES];
 byte mailbox[ENGINES];
 chan waiting[ENGINES] = [THREADS] of { byte };
 bool answered[CLIENTS * ROUNDS + 2];
+bool unsent[CLIENTS * ROUNDS + 2];
 bool closing[ENGINES];
+byte next;
+#ifdef WRITES_FAIL
+byte failuresLeft = 2;
+#endif
 bool running[ENGINES];
 bool workerEnded[ENGINES];
 
@@ -110,6 +115,16 @@ inline signalRequestFd(e) {
     requestFd[e] = true
 }
 
+/* Writing may fail, and the request is then not served. */
+inline signalFor(e, id) {
+    if
+    :: signalRequestFd(e)
+#ifdef WRITES_FAIL
+    :: failuresLeft > 0 -> failuresLeft--; unsent[id] = true
+#endif
+    fi
+}
+
 /* RequestGate. */
 
 inline enter(e, entered) {
@@ -154,6 +169,34 @@ inline waitUntilEmpty(thread, e) {
 
 /* ClientRequestManager, client threads. */
 
+inline notify(id) {
+    WAKE_IF(0, asleep[0] == TURN(id));
+    WAKE_IF(1, asleep[1] == TURN(id));
+    WAKE_IF(2, asleep[2] == TURN(id));
+    WAKE_IF(TAKER, asleep[TAKER] == TURN(id))
+}
+
+inline passMailbox(e) {
+    mailbox[e] = 0;
+    do
+    :: mailbox[e] == 0 && nempty(waiting[e]) ->
+       waiting[e]?next;
+#ifndef FAULT_MAILBOX_PASSED_IN_SILENCE
+       signalFor(e, next);
+#endif
+       if
+       :: unsent[next] ->
+#ifndef FAULT_FAILURE_NOT_TOLD
+          notify(next);
+#endif
+          skip
+       :: else -> mailbox[e] = next
+       fi;
+       next = 0
+    :: else -> break
+    od
+}
+
 inline post(e, id, isFirst) {
     atomic {
         lock(e);
@@ -161,10 +204,12 @@ inline post(e, id, isFirst) {
         :: closing[e]
 #ifndef FAULT_NO_TURNS
         :: !closing[e] && mailbox[e] != 0 -> waiting[e]!id
-        :: !closing[e] && mailbox[e] == 0 -> mailbox[e] = id; isFirst = true
+        :: !closing[e] && mailbox[e] == 0 ->
 #else
-        :: else -> mailbox[e] = id; isFirst = true
+        :: else ->
 #endif
+           mailbox[e] = id;
+           isFirst = true
         fi;
         unlock(e)
     }
@@ -175,7 +220,7 @@ inline waitForResponse(thread, e, id) {
     wait(thread, TURN(id), e)
 #else
     do
-    :: !answered[id] && !closing[e] -> wait(thread, TURN(id), e)
+    :: !answered[id] && !unsent[id] && !closing[e] -> wait(thread, TURN(id), e)
     :: else -> break
     od
 #endif
@@ -184,6 +229,10 @@ inline waitForResponse(thread, e, id) {
 inline awaitResponse(thread, e, id, answer) {
     atomic {
         lock(e);
+        if
+        :: mailbox[e] == id && unsent[id] -> passMailbox(e)
+        :: else
+        fi;
         waitForResponse(thread, e, id);
         if
         :: closing[e] && mailbox[e] == id -> mailbox[e] = 0
@@ -192,7 +241,7 @@ inline awaitResponse(thread, e, id, answer) {
         fi;
         if
         :: answered[id] -> answer = id
-        :: else -> assert(closing[e])
+        :: else -> assert(closing[e] || unsent[id])
         fi;
         unlock(e)
     }
@@ -203,14 +252,12 @@ inline processClientRequest(thread, e, id, answer) {
     atomic { signalRequestFd(e) };
 #endif
     post(e, id, isFirst);
-    if
-    :: isFirst ->
 #ifndef FAULT_SIGNAL_BEFORE_REQUEST
-       atomic { signalRequestFd(e) };
-#endif
-       isFirst = false
+    if
+    :: isFirst -> atomic { signalFor(e, id); isFirst = false }
     :: else
     fi;
+#endif
     awaitResponse(thread, e, id, answer)
 }
 
@@ -220,6 +267,13 @@ inline process(thread, e, id, answer) {
     if
     :: entered ->
        processClientRequest(thread, e, id, answer);
+#ifdef FAULT_REQUEST_DROPPED_INSIDE
+       /* And with it a key, which waits for the end of the engine. */
+       if
+       :: answer == 0 -> waitUntilGone(thread, e)
+       :: else
+       fi;
+#endif
        leave(e)
     :: else
     fi
@@ -282,25 +336,6 @@ inline dropKeyWithoutWaiting(own) {
        fi;
        atomic { dropped = NONE; entered = false }
     :: else
-    fi
-}
-
-inline notify(id) {
-    WAKE_IF(0, asleep[0] == TURN(id));
-    WAKE_IF(1, asleep[1] == TURN(id));
-    WAKE_IF(2, asleep[2] == TURN(id));
-    WAKE_IF(TAKER, asleep[TAKER] == TURN(id))
-}
-
-inline passMailbox(e) {
-    mailbox[e] = 0;
-    if
-    :: waiting[e]?mailbox[e] ->
-#ifndef FAULT_MAILBOX_PASSED_IN_SILENCE
-       signalRequestFd(e);
-#endif
-       skip
-    :: empty(waiting[e])
     fi
 }
 

@@ -28,13 +28,19 @@ auto orNothing(Operation&& operation) -> decltype(operation()) {
     }
 }
 
+std::shared_ptr<ClientRequest> makeRefreshRequest(PDCRefreshStatus status) {
+    const auto request = std::make_shared<RefreshRequest>(status);
+    request->text();  // now, for later it is in several threads' hands
+    return request;
+}
+
 /// The two requests of a refresh, which are there before memory may run out: without Complete the
 /// library would refuse everything for ever.
 const std::shared_ptr<ClientRequest>& refreshRequest(PDCRefreshStatus status) {
     static NeverDestroyed<std::shared_ptr<ClientRequest>> start(
-        std::make_shared<RefreshRequest>(PDCRefreshStatus::Start));
+        makeRefreshRequest(PDCRefreshStatus::Start));
     static NeverDestroyed<std::shared_ptr<ClientRequest>> complete(
-        std::make_shared<RefreshRequest>(PDCRefreshStatus::Complete));
+        makeRefreshRequest(PDCRefreshStatus::Complete));
     return status == PDCRefreshStatus::Start ? start.get() : complete.get();
 }
 

@@ -27,7 +27,9 @@ std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientReque
             RequestGate& gate;
             ~Leaver() { gate.leave(); }
         } leaver{*this};
-        response = entered->processClientRequest(std::move(request));
+        // A key that goes with the request is dropped outside: inside, it would wait for an engine
+        // that goes away, which waits for this thread to leave.
+        response = entered->processClientRequest(request);
     }
     if (!response) {
         waitUntilGone();

@@ -8,6 +8,7 @@
 #include <future>
 #include <thread>
 
+#include "Asleep.h"
 #include "Engine.h"
 #include "IProfileKey.h"
 #include "Rounds.h"
@@ -84,6 +85,26 @@ TEST_F(KeyLifetimeTest, KeyCapturedByItsOwnListenerGoesWithTheProfile) {
     heard.get_future().wait();
     log.waitFor("~ProfileKey");
     EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(KeyLifetimeTest, KeyInARequestThatIsTurnedAwayHoldsUpNobody) {
+    const auto trigger = add("trigger", true);
+    const auto key = add("apn", true);
+    auto captured = add("captured");
+    std::promise<void> heard;
+    std::promise<void> mayGoOn;
+    trigger->registerExpirationListener([&] {
+        heard.set_value();
+        mayGoOn.get_future().wait();
+    });
+    deleteInModem(trigger);
+    heard.get_future().wait();
+    const std::jthread client = startUntilAsleep([&key, last = std::move(captured)]() mutable {
+        key->registerExpirationListener([held = std::move(last)]() {});
+    });
+    const std::jthread replacer([&] { manager.init(0, true); });
+    log.waitFor("kiv::ClientRequestManager: destructor");
+    mayGoOn.set_value();
 }
 
 TEST_F(KeyLifetimeTest, ListenersHearThatTheirEngineGoes) {

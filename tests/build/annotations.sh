@@ -22,7 +22,7 @@ while IFS='|' read -r header parameter mutex statement wanted; do
 done <<'TABLE'
 RequestGate.h|RequestGate& g|g.mutex|++g.inside;|yes/no
 RequestGate.h|RequestGate& g|g.mutex|g.engine = nullptr;|yes/no
-ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.mailbox.reset();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.mailbox.clear();|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.closing = true;|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.waiting.clear();|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.passMailbox();|yes/no

@@ -3,8 +3,12 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <future>
+#include <memory>
 #include <system_error>
 
+#include "Asleep.h"
+#include "ClientRequestManager.h"
 #include "Engine.h"
 #include "EventManager.h"
 #include "Interposed.h"
@@ -184,6 +188,67 @@ TEST_F(TortureTest, ModemRequests) {
         }
     }
     EXPECT_EQ(approvedDescriptors(), approved);
+}
+
+/// Of no type that there is, with a text that takes its time.
+class OddRequest : public ClientRequest {
+public:
+    OddRequest() : ClientRequest(static_cast<ReqRespType>(99)) {}
+    std::string dump() const override {
+        taken.set_value();
+        return "odd";
+    }
+    mutable std::promise<void> taken;
+};
+
+TEST_F(TortureTest, RequestOfNoTypeHoldsUpNobodyElse) {
+    auto engine = std::make_unique<ClientRequestManager>(0);
+    const auto gate = engine->getGate();
+    const auto odd = std::make_shared<OddRequest>();
+    auto answer = std::async([&] { return gate->process(odd); });
+    odd->taken.get_future().wait();
+    EXPECT_TRUE(gate->process(std::make_shared<FilterRequest>(kAny)));
+    engine.reset();
+    EXPECT_FALSE(answer.get());
+}
+
+/// The worker, about to serve the one client, finds that it can't signal for the other.
+TEST_F(TortureTest, SignalThatFailsForWhoWaitsFailsThatOneAlone) {
+    static std::promise<void> reached;
+    static std::promise<void> mayGoOn;
+    __android_log_set_logger([](const __android_logger_data*, const char* text) {
+        static bool isFirst = true;
+        if (std::string(text) == ":77:handleClientRequest" && std::exchange(isFirst, false)) {
+            reached.set_value();
+            mayGoOn.get_future().wait();
+        }
+    });
+    bool isServed = false;
+    bool isOtherServed = true;
+    {
+        const std::jthread client([&] { isServed = manager.match(kAny, key); });
+        reached.get_future().wait();
+        auto other = startUntilAsleep([&] { isOtherServed = manager.match(kAny, key); });
+        const Torture failure(Call::Write, 1);
+        mayGoOn.set_value();
+        other.join();
+    }
+    EXPECT_TRUE(isServed);
+    EXPECT_FALSE(isOtherServed);
+    EXPECT_TRUE(manager.match(kAny, key));
+}
+
+/// Without memory for a turn of its own, a client uses one that is there.
+TEST_F(TortureTest, RefreshIsCompletedWithoutMemoryForIt) {
+    for (int nth = 1; nth <= 4; ++nth) {
+        manager.refresh(PDCRefreshStatus::Start);
+        {
+            const Torture failure(Call::Memory, nth);
+            manager.refresh(PDCRefreshStatus::Complete);
+        }
+        EXPECT_TRUE(add("after")) << nth;
+        settle(manager);
+    }
 }
 
 /// An engine can't do without these: documented to end the process, with the reason in the log.
