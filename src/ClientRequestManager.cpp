@@ -69,7 +69,7 @@ void ClientRequestManager::endWorker() {
 void ClientRequestManager::turnClientsAway() {
     std::lock_guard lock(mutex);
     closing = true;
-    for (Turns* const turns : {&mailbox, &waiting, &served}) {
+    for (Turns* const turns : {&mailbox, &waiting, &taken}) {
         for (Turn& turn : *turns) {
             turn.changed.notify_one();
         }
@@ -163,12 +163,12 @@ ClientRequestManager::Turns::iterator ClientRequestManager::takeTurn(WaitLock& l
 /// Puts the turn of who waits longest into the mailbox. Whoever is done with the mailbox does that,
 /// not the client to whom it passes: that one need not run before its response is there.
 void ClientRequestManager::passMailbox() {
-    move(mailbox.begin(), served);
+    move(mailbox.begin(), taken);
     while (mailbox.empty() && !waiting.empty()) {
         const auto next = waiting.begin();
         next->signal = signal();
         if (next->hasFailed()) {
-            move(next, served);
+            move(next, taken);
             next->changed.notify_one();
         } else {
             move(next, mailbox);

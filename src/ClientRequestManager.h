@@ -123,8 +123,8 @@ private:
     Turns mailbox KIV_GUARDED_BY(mutex);
     /// Those who came while the mailbox was taken.
     Turns waiting KIV_GUARDED_BY(mutex);
-    /// Those who were in the mailbox, and whose clients have not left yet.
-    Turns served KIV_GUARDED_BY(mutex);
+    /// Those taken out of the mailbox, whose clients have not left yet.
+    Turns taken KIV_GUARDED_BY(mutex);
     /// Nobody's. Turns are never destroyed, and there is one from the start: if there is no memory
     /// for another one, clients wait for one that is given back.
     Turns spares KIV_GUARDED_BY(mutex) = Turns(1);
