@@ -24,15 +24,6 @@ protected:
     void delayNext(milliseconds delay) { modem().addFault({kCreate, 1, delay, {}, {}, {}}); }
 };
 
-TEST_F(ClockTest, TimeOutsAndDelaysCostNoTime) {
-    TestClient client;
-    delayNext(hours(24));
-    EXPECT_EQ(client.sendCreate(k3gpp, kDay), RAV_CLIENT_OK);
-    delayNext(hours(24));
-    EXPECT_EQ(client.sendCreate(k3gpp, kDay - 1), RAV_CLIENT_ERR_TIMEOUT);
-    EXPECT_EQ(client.sendCreate(k3gpp, 0), RAV_CLIENT_OK);
-}
-
 TEST_F(ClockTest, ARequestsCallbacksHaveReturnedBeforeItsSenderGoesOn) {
     TestClient client;
     client.registerForEverything();

@@ -85,26 +85,6 @@ TEST_F(RequestsTest, SettingsComeBackCleanAndOfTheirOwnTechnologyOnly) {
     EXPECT_TRUE(std::all_of(begin, end, [](char byte) { return byte == 0; }));
 }
 
-TEST_F(RequestsTest, ModifyMergesWhatIsPresent) {
-    auto request = describeCreate(k3gpp);
-    request.persistent_valid = 1;
-    request.settings = settings3gpp("internet", WDS_PDP_TYPE_IPV6_V01);
-    EXPECT_EQ(client.create(request), WDS_ERR_NONE_V01);
-
-    auto change = settings3gpp("ims");
-    change.apn_class_valid = 2;
-    change.apn_class = 9;
-    change.max_pdn_conn_timer = 7;  // not marked as present
-    EXPECT_EQ(modify(k3gpp, 1, change), WDS_ERR_NONE_V01);
-
-    EXPECT_EQ(get(k3gpp, 1), WDS_ERR_NONE_V01);
-    EXPECT_EQ(got.persistent, 0);
-    auto merged = settings3gpp("ims", WDS_PDP_TYPE_IPV6_V01);
-    merged.apn_class_valid = 1;
-    merged.apn_class = 9;
-    EXPECT_EQ(std::memcmp(&got.settings, &merged, sizeof(merged)), 0);
-}
-
 TEST_F(RequestsTest, AnAnswerThatComesTooLateLeavesTheCallersMemoryAlone) {
     Events gate;
     const auto wait = [&](void*, size_t) { gate.waitForCount(1); };

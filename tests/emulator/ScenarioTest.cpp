@@ -51,8 +51,6 @@ TEST_F(ScenarioTest, FaultsStrikeTheNthEveryNthOrAtRandom) {
          ".x...x...x.."},
         {R"({"seed": 7, "faults": [{"probability": 0.5, "nth": 5, "drop": true}]})",
          "......x.xx.."},
-        {R"({"seed": 8, "faults": [{"probability": 0.5, "nth": 5, "drop": true}]})",
-         "....x...x.xx"},
     };
     for (const auto& [text, outcomes] : kCases) {
         modem().factoryReset();

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -109,7 +108,6 @@ TEST(KivctlTest, statusTellsWhatWentWrong) {
     const std::vector<const char*> wrong[] = {
         {"provision", "--apns", good.c_str(), "--plmn", "2620x"},
         {"provision", "--apns", good.c_str(), "--plmn", "26201", "--all"},
-        {"provision", "--apns", good.c_str(), "--all", "--state", "unused"},
     };
     for (const auto& arguments : wrong) {
         const Result result = run(arguments);
@@ -164,7 +162,7 @@ std::vector<std::string> mismatchesOf(const char* plmn, const std::vector<Fault>
 }
 
 TEST(MismatchTest, faultOfTheModemIsNoticed) {
-    Fault change, secondNew, deletion, disabling, reading;
+    Fault change, secondNew, deletion, disabling;
     change.messageId = RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01;
     secondNew.messageId = disabling.messageId = RAV_WDS_CREATE_PROFILE_REQ_V01;
     secondNew.nth = 2;
@@ -187,15 +185,6 @@ TEST(MismatchTest, faultOfTheModemIsNoticed) {
                                                    answer->profile.profile_index, settings);
     };
     EXPECT_THAT(mismatchesOf("00101", {disabling}), Contains("default modem disabled - yes"));
-
-    reading.messageId = RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01;
-    reading.nth = 2;
-    reading.rewrite = [](void* response, size_t) {
-        auto* answer = static_cast<wds_get_profile_settings_resp_msg_v01*>(response);
-        std::strcpy(answer->settings.apn_name, "xcap");
-    };
-    EXPECT_THAT(mismatchesOf("001002", {reading}),
-                ElementsAre("types library apn ims xcap", "release library apn ims xcap"));
 }
 
 }  // namespace

@@ -70,8 +70,7 @@ TEST(SimulationTest, KeepsToTheModel) {
     bool hasFailed = false;
     const auto property = [&] {
         const auto ops = *anyOps(kMostOps);
-        // What is asked to shrink further than this holds.
-        if (hasFailed && ++shrinks > 1000) {
+        if (hasFailed && ++shrinks > 1000) {  // small enough
             return;
         }
         const bool isShrinking = std::exchange(hasFailed, true);

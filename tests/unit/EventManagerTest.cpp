@@ -98,6 +98,20 @@ TEST_F(EventManagerTest, HangUpRemovesAndClosesWithoutCallingTheCallback) {
     EXPECT_EQ(close(pair[0]), -1);
 }
 
+TEST_F(EventManagerTest, WakeIsPrintedAndASignalMayComeLater) {
+    testing::internal::CaptureStdout();
+    manager->wake();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "wake()\n");
+    manager->processEvents();
+    const int fd = readyFd();
+    drainEventFd(fd);
+    add(fd);
+    manager->signalLater(fd);
+    manager->processEvents();  // ends without an event
+    manager->processEvents();
+    EXPECT_THAT(called, ElementsAre(fd));
+}
+
 TEST_F(EventManagerTest, EventThatNobodyHandlesIsNamed) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);

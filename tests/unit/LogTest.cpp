@@ -64,10 +64,12 @@ TEST_F(LogTest, DiagnosticLogKeepsTheMaskOfTheProcessesFirstLine) {
     LogWrapper::getInstance().setLogWriter(std::make_unique<DiagWriter>());
     logAt(LogLevel::VERBOSE, "first");
     logAt(LogLevel::FATAL, std::string(600, 'x'));
+    KIV_LOG_TEXT(INFO, "", std::string(600, 'y'));
     const auto lines = modem.takeDiagLines();
-    ASSERT_THAT(lines, SizeIs(2));
+    ASSERT_THAT(lines, SizeIs(3));
     EXPECT_EQ(lines[1].mask, 1U);
     EXPECT_EQ(lines[1].text, "|KIV| " + std::string(511, 'x'));
+    EXPECT_EQ(lines[2].text, "|KIV| " + std::string(511, 'y'));
     LogWrapper::getInstance().setLogWriter(nullptr);
     EXPECT_EQ(modem.diagUsers(), 0);
 }
