@@ -46,8 +46,7 @@ public:
 
     /// One line of text, for the log.
     virtual std::string dump() const;
-    /// The same, made once for all lines that tell it. The first call is the client's, before it
-    /// shares the request.
+    /// The same, made once for all lines that tell it. No two threads may make the first call.
     const std::string& text() const {
         if (line.empty()) {
             line = dump();

@@ -74,7 +74,7 @@ private:
         std::shared_ptr<ClientResponse> response{};
         std::optional<Signal> signal{};  ///< of this request; none as long as it is under way
         std::condition_variable changed{};
-        Turns* place = nullptr;  ///< the list that it is in
+        Turns* place = nullptr;  ///< the list that it is in; null before the first
 
         bool hasFailed() const { return signal && !signal->isSent(); }
     };
@@ -89,7 +89,7 @@ private:
     Signal signal() const;
     Turns::iterator takeTurn(WaitLock& lock) KIV_REQUIRES(mutex);
     void passMailbox() KIV_REQUIRES(mutex);
-    static void move(Turns::iterator turn, Turns& to);
+    void move(Turns::iterator turn, Turns& to) KIV_REQUIRES(mutex);
     void turnClientsAway() KIV_EXCLUDES(mutex);
     void serveRequest() KIV_EXCLUDES(mutex);
 
@@ -126,7 +126,7 @@ private:
     /// Those taken out of the mailbox, whose clients have not left yet.
     Turns taken KIV_GUARDED_BY(mutex);
     /// Nobody's. Turns are never destroyed, and there is one from the start: if there is no memory
-    /// for another one, clients wait for one that is given back.
+    /// for another one, clients wait for one that is given back, in no order.
     Turns spares KIV_GUARDED_BY(mutex) = Turns(1);
     std::condition_variable turnGivenBack;
     /// The engine goes away: clients leave without a response.

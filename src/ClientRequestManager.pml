@@ -17,6 +17,8 @@
  * - A thread waits on one condition variable at a time; asleep[] names it. One wake-up without a
  *   cause may happen in a run, or none: were it sure to come, it would hide lost ones.
  * - An eventfd is readable or not, and epoll reports what is at the time of the wait.
+ * - There is memory for every turn. A turn is used once; for the next client that gets it, a late
+ *   notification would be a wake-up without a cause.
  * - Memory order is not part of it: all that threads share is locked or sequentially consistent.
  *
  * Each FAULT_... breaks the protocol in one place, and Spin has to find it.

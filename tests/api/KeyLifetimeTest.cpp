@@ -102,7 +102,8 @@ TEST_F(KeyLifetimeTest, KeyInARequestThatIsTurnedAwayHoldsUpNobody) {
     const std::jthread client = startUntilAsleep([&key, last = std::move(captured)]() mutable {
         key->registerExpirationListener([held = std::move(last)]() {});
     });
-    const std::jthread replacer([&] { manager.init(0, true); });
+    log.clear();
+    const std::jthread replacer = startUntilAsleep([&] { manager.init(0, true); });
     log.waitFor("kiv::ClientRequestManager: destructor");
     mayGoOn.set_value();
 }

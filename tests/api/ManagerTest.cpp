@@ -46,26 +46,6 @@ TEST_F(ManagerTest, BeforeInitEveryOperationFailsAndSaysSo) {
     EXPECT_EQ(fresh.dump().front(), "Logs");
 }
 
-TEST_F(ManagerTest, ProfileFromCreationToDeletion) {
-    const auto key = add("Internet");
-    ASSERT_TRUE(key);
-    EXPECT_EQ(key->getProfileId(), 1);
-    EXPECT_EQ(key->getTechType(), TechType::Tech3gpp);
-    EXPECT_TRUE(manager.modifyProfile(userName("me"), key));
-    EXPECT_EQ(manager.getProfile(key)->dump(),
-              "ApnName=internet,UserName=me,IsKivProfile=true,IsIAProfile=false,");
-    FilterProfileParams filter;
-    filter.setUserName("me");
-    EXPECT_TRUE(manager.match(filter, key));
-    EXPECT_THAT(manager.filter(filter), SizeIs(1));
-    EXPECT_THAT(manager.dump(), Contains(StartsWith("  " + key->dump().substr(13) + ": TechType")));
-    EXPECT_TRUE(manager.deleteProfile(key));
-    EXPECT_THAT(table(), IsEmpty());
-    log.clear();
-    EXPECT_FALSE(manager.deleteProfile(key));
-    EXPECT_TRUE(log.contains("ProfileCache: token is not present or expired"));
-}
-
 TEST_F(ManagerTest, KeysThatAreNotTheLibrarysAreRefused) {
     class ForeignKey : public IProfileKey {
         int getProfileId() override { return 1; }

@@ -25,6 +25,7 @@ RequestGate.h|RequestGate& g|g.mutex|g.engine = nullptr;|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.mailbox.clear();|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.closing = true;|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.waiting.clear();|yes/no
+ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.move({}, m.spares);|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.passMailbox();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.deferred.clear();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.handlers.clear();|yes/no

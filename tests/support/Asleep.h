@@ -12,7 +12,8 @@
 
 namespace kiv::test {
 
-/// Starts the work on a thread of its own, and returns when that sleeps, waiting for something.
+/// Starts the work on a thread of its own, and returns when that sleeps, for whatever it waits, or
+/// has ended.
 template <class Work>
 std::jthread startUntilAsleep(Work work) {
     const auto begun = std::make_shared<std::promise<pid_t>>();
@@ -22,9 +23,7 @@ std::jthread startUntilAsleep(Work work) {
     });
     const std::string task = "/proc/self/task/" + std::to_string(begun->get_future().get());
     std::string state;
-    while (state != "S") {
-        std::string name;
-        std::ifstream(task + "/stat") >> state >> name >> state;
+    while (state != "S" && std::ifstream(task + "/stat") >> state >> state >> state) {
     }
     return thread;
 }

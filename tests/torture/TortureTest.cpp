@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <future>
 #include <memory>
+#include <string_view>
 #include <system_error>
 
 #include "Asleep.h"
@@ -12,6 +13,7 @@
 #include "Engine.h"
 #include "EventManager.h"
 #include "Interposed.h"
+#include "LogWrapper.h"
 
 namespace kiv::test {
 namespace {
@@ -203,44 +205,74 @@ TEST_F(TortureTest, RequestThatGetsNoResponseHoldsUpNobodyElse) {
     }
 }
 
+/// Holds up the worker when it takes up a request, and counts the writes that failed.
+struct Gate {
+    Gate() {
+        gate = this;
+        __android_log_set_logger([](const __android_logger_data*, const char* line) {
+            const std::string_view text = line;
+            gate->errors += text.starts_with("error in writing rv: -1 error: Input") ? 1 : 0;
+            if (text == ":77:handleClientRequest" && !gate->isPassed.exchange(true)) {
+                gate->reached.set_value();
+                gate->mayGoOn.get_future().wait();
+            }
+        });
+    }
+    ~Gate() {
+        __android_log_set_logger([](const __android_logger_data*, const char*) {});
+    }
+
+    std::promise<void> reached, mayGoOn;
+    std::atomic<bool> isPassed{false};
+    std::atomic<int> errors{0};
+    static inline Gate* gate;
+};
+
 /// The worker, about to serve the one client, finds that it can't signal for the other.
 TEST_F(TortureTest, SignalThatFailsForWhoWaitsFailsThatOneAlone) {
-    static std::promise<void> reached;
-    static std::promise<void> mayGoOn;
-    static std::atomic<int> errors{0};
-    __android_log_set_logger([](const __android_logger_data*, const char* text) {
-        static bool isFirst = true;
-        errors += std::string(text).rfind("error in writing rv: -1 error: Input", 0) == 0 ? 1 : 0;
-        if (std::string(text) == ":77:handleClientRequest" && std::exchange(isFirst, false)) {
-            reached.set_value();
-            mayGoOn.get_future().wait();
-        }
-    });
+    Gate gate;
     bool isServed = false;
     bool isOtherServed = true;
     {
         const std::jthread client([&] { isServed = manager.match(kAny, key); });
-        reached.get_future().wait();
+        gate.reached.get_future().wait();
         auto other = startUntilAsleep([&] { isOtherServed = manager.match(kAny, key); });
         const Torture failure(Call::Write, 1);
-        mayGoOn.set_value();
+        gate.mayGoOn.set_value();
         other.join();
     }
     EXPECT_TRUE(isServed);
     EXPECT_FALSE(isOtherServed);
-    EXPECT_EQ(errors, 1);
+    EXPECT_EQ(gate.errors, 1);
     EXPECT_TRUE(manager.match(kAny, key));
 }
 
-/// Without memory for a turn of its own, a client uses one that is there.
+/// Without memory for a turn of its own, a client waits for one that is there, or for the end.
 TEST_F(TortureTest, RefreshIsCompletedWithoutMemoryForIt) {
-    for (int nth = 1; nth <= 4; ++nth) {
-        manager.refresh(PDCRefreshStatus::Start);
+    for (int i = 0; i < 250; ++i) {
+        KIV_LOG(ERROR, "%100d: the log's buffer needs no more memory once it is full", i);
+    }
+    for (const bool isReplaced : {false, true}) {
+        Gate gate;
+        const std::jthread client([&] { manager.refresh(PDCRefreshStatus::Start); });
+        gate.reached.get_future().wait();
+        std::jthread replacer;
         {
-            const Torture failure(Call::Memory, nth);
-            manager.refresh(PDCRefreshStatus::Complete);
+            const Torture failure(Call::Memory, 1);
+            const OnBehalfOf test(false);
+            auto other = startUntilAsleep([&] {
+                const OnBehalfOf library(true);
+                manager.refresh(PDCRefreshStatus::Complete);
+            });
+            if (isReplaced) {
+                replacer = startUntilAsleep([&] { manager.init(0, true); });
+            }
+            gate.mayGoOn.set_value();
+            other.join();
         }
-        EXPECT_TRUE(add("after")) << nth;
+        replacer = {};
+        EXPECT_TRUE(modem().waitForRegisteredClient(kPatience));
+        EXPECT_TRUE(add("after")) << isReplaced;
         settle(manager);
     }
 }

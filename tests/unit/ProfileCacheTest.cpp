@@ -80,18 +80,6 @@ TEST_F(ProfileCacheTest, RegistersWithTheModemOnceTheServiceIsUp) {
     }
 }
 
-TEST_F(ProfileCacheTest, AddCreatesNamesAndExpectsItsOwnIndications) {
-    const auto plain = cache->add(addParams("Plain"));
-    const auto attach = cache->add(addParams("Attach", true, TechType::Tech3gpp, true));
-    ASSERT_THAT(table(), SizeIs(2));
-    EXPECT_STREQ(table()[0].settings.profile_name, "kiv_profile");
-    EXPECT_STREQ(table()[1].settings.profile_name, "kiv_profile_ia");
-    EXPECT_TRUE(table()[1].persistent);
-    EXPECT_EQ(cache->dump().back(), "  3GPP:2 Modify");
-    serveUntil(kConfirmed, 4);
-    EXPECT_EQ(log.count(kUpdating), 0U);
-}
-
 TEST_F(ProfileCacheTest, ModifySendsOnlyWhatChangesAndHidesTheModemsRefusal) {
     const auto key = cache->add(addParams("apn"));
     EXPECT_TRUE(cache->modify(userName("u"), key));
