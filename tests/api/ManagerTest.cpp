@@ -14,11 +14,8 @@
 namespace kiv::test {
 namespace {
 
-using testing::Contains;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-using testing::StartsWith;
 
 class ManagerTest : public EngineTest {};
 

@@ -5,8 +5,6 @@
 namespace kiv::emulator {
 namespace {
 
-using testing::ElementsAre;
-
 constexpr unsigned kCreate = RAV_WDS_CREATE_PROFILE_REQ_V01;
 
 class RequestsTest : public ModemTest {

@@ -15,7 +15,6 @@ namespace kiv {
 namespace {
 
 using namespace test;
-using testing::SizeIs;
 
 constexpr auto k3gpp = WDS_PROFILE_TYPE_3GPP_V01;
 constexpr const char* kConfirmed = "ProfileCache: pending transaction confirmed";
