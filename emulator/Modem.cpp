@@ -179,15 +179,28 @@ bool Modem::waitForRegisteredClient(TimePoint deadline) const {
 }
 
 bool Modem::waitForDeliveries(TimePoint deadline) {
+    // A callback can't wait for itself, and an observer is itself a task of the modem thread.
+    if (callbackThread.isCurrentThread() || modemThread.isCurrentThread()) {
+        return !callbackThread.isCurrentThread() && callbackThread.waitForDue(deadline);
+    }
     // An answer waits for callbacks, and callbacks for what follows it.
     for (int round = 0; round < (clock.isVirtual() ? 2 : 1); ++round) {
-        // An observer is itself a task of the modem thread.
-        if ((!modemThread.isCurrentThread() && !modemThread.waitForDue(deadline)) ||
+        if (!modemThread.waitForDue(deadline) || !waitForObservers(deadline) ||
             !callbackThread.waitForDue(deadline)) {
             return false;
         }
     }
     return true;
+}
+
+/// What has been decided by now, however often callbacks put it off.
+bool Modem::waitForObservers(TimePoint deadline) {
+    std::unique_lock lock(mutex);
+    return finished.wait_until(lock, deadline, [this, awaited = finishing] {
+        return std::none_of(awaited.begin(), awaited.end(), [this](const auto& transaction) {
+            return std::find(finishing.begin(), finishing.end(), transaction) != finishing.end();
+        });
+    });
 }
 
 bool Modem::useVirtualClock(bool on) {

@@ -75,6 +75,7 @@ public:
     void setObserver(std::function<void(const Request&)> newObserver);
     bool waitForRegisteredClient(TimePoint deadline) const;
     bool waitForDeliveries(TimePoint deadline);
+    bool waitForObservers(TimePoint deadline);
     uint64_t callbacksSoFar() const { return callbackCount; }
     size_t openClients() const;
     bool startJournal(const std::string& path, bool showSecrets);
@@ -244,7 +245,9 @@ private:
     std::map<ModemEmulator::Call, int> callFailures;
     uint64_t requestCount = 0;
     std::deque<TransactionPointer> log;
-    std::vector<TransactionPointer> open;  ///< those of the log that are undecided
+    std::vector<TransactionPointer> open;       ///< those of the log that are undecided
+    std::vector<TransactionPointer> finishing;  ///< decided, but their observer has not been called
+    std::condition_variable finished;           ///< one of these is
     std::function<void(const Request&)> observer;
     uint64_t observersSoFar = 0;  ///< a request is for the observer that was there when it was sent
     bool runsForeignCode = false;

@@ -107,6 +107,7 @@ void Modem::playOn() {
 }
 
 void Modem::finishLater(const TransactionPointer& transaction) {
+    finishing.push_back(transaction);
     modemThread.post([=, this] { afterCallbacks(transaction, &Modem::finish); });
 }
 

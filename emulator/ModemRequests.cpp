@@ -188,6 +188,7 @@ void Modem::answer(const TransactionPointer& transaction) {
     }
     if (decide(transaction, result)) {
         performAll(transaction->fault, Moment::AfterReply);
+        finishing.push_back(transaction);
         lock.unlock();
         afterCallbacks(transaction, &Modem::finish);
     }
@@ -200,6 +201,8 @@ void Modem::finish(const TransactionPointer& transaction) {
     if (!clock.isVirtual()) {
         deliverHeld();
     }
+    std::erase(finishing, transaction);
+    finished.notify_all();
     lock.unlock();
     transaction->answered.notify_all();
 }
@@ -250,6 +253,7 @@ void Modem::giveUp(const TransactionPointer& transaction, int result) {
         letGo(*transaction);
         transaction->answered.notify_all();
     }
+    finishing.push_back(transaction);
     // A rewrite that was not run goes with the task, since what it holds is foreign code's.
     modemThread.post([=, this, unused = std::exchange(transaction->fault.rewrite, nullptr)] {
         afterCallbacks(transaction, &Modem::finish);
