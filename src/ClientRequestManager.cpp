@@ -69,9 +69,11 @@ void ClientRequestManager::endWorker() {
 void ClientRequestManager::turnClientsAway() {
     std::lock_guard lock(mutex);
     closing = true;
-    for (Turns* const turns : {&mailbox, &waiting, &taken}) {
-        for (Turn& turn : *turns) {
-            turn.changed.notify_one();
+    for (Turns* const turns : {&mailbox, &waiting, &unanswered}) {
+        while (!turns->empty()) {
+            const auto turn = turns->begin();
+            move(turn, taken);
+            turn->over.post();
         }
     }
     turnGivenBack.notify_all();
@@ -114,32 +116,40 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
         isFirst = mailbox.empty();
         move(turn, isFirst ? mailbox : waiting);
     }
-    // Not under the lock, for which the worker would have to wait as soon as it wakes.
-    const Signal signalled = isFirst ? signal() : Signal();
+    if (isFirst) {
+        signalFor(turn);
+    }
+    turn->over.wait();
     std::shared_ptr<ClientResponse> response;
-    std::optional<Signal> told;
+    Signal signalled;
     {
-        WaitLock lock(mutex);
-        if (isFirst) {
-            turn->signal = signalled;
-            // Unless the worker, awake for something else, has served it all the same.
-            if (turn->hasFailed() && turn->place == &mailbox) {
-                passMailbox();
-            }
-        }
-        while (!turn->response && !turn->hasFailed() && !closing) {
-            lock.wait(turn->changed);
-        }
+        std::lock_guard lock(mutex);
         response = std::exchange(turn->response, nullptr);
-        told = std::exchange(turn->signal, std::nullopt);
+        signalled = std::exchange(turn->signal, Signal());
         move(turn, spares);
         turnGivenBack.notify_one();
     }
-    if (told && !told->isSent()) {
-        KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(told->written),
-                strerror(told->error));
+    if (!signalled.isSent()) {
+        KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(signalled.written),
+                strerror(signalled.error));
     }
     return response;
+}
+
+/// Not under the lock, for which the worker would have to wait as soon as it wakes.
+void ClientRequestManager::signalFor(Turns::iterator turn) {
+    const Signal signalled = signal();
+    if (signalled.isSent()) {
+        return;
+    }
+    std::lock_guard lock(mutex);
+    turn->signal = signalled;
+    // Unless the worker, awake for something else, has served it all the same.
+    if (turn->place == &mailbox) {
+        move(turn, taken);
+        turn->over.post();
+        passMailbox();
+    }
 }
 
 /// Waits only if there is no memory for a turn. The result is none if the engine goes away.
@@ -160,18 +170,17 @@ ClientRequestManager::Turns::iterator ClientRequestManager::takeTurn(WaitLock& l
     return turn;
 }
 
-/// Puts the turn of who waits longest into the mailbox. Whoever is done with the mailbox does that,
+/// Puts the turn of who waits longest into the mailbox. Whoever has emptied the mailbox does that,
 /// not the client to whom it passes: that one need not run before its response is there.
 void ClientRequestManager::passMailbox() {
-    move(mailbox.begin(), taken);
     while (mailbox.empty() && !waiting.empty()) {
         const auto next = waiting.begin();
         next->signal = signal();
-        if (next->hasFailed()) {
-            move(next, taken);
-            next->changed.notify_one();
-        } else {
+        if (next->signal.isSent()) {
             move(next, mailbox);
+        } else {
+            move(next, taken);
+            next->over.post();
         }
     }
 }
@@ -220,20 +229,28 @@ void ClientRequestManager::handleClientRequest(int fd, void* arg) {
 }
 
 void ClientRequestManager::serveRequest() {
-    Turn* turn = nullptr;
+    Semaphore* over = nullptr;
     {
         std::lock_guard lock(mutex);
         if (mailbox.empty()) {
             return;
         }
-        turn = &mailbox.front();
-        // Meant: a request of no known type, or a refresh of the wrong class, gets no response, and
-        // its client goes on waiting.
+        const auto turn = mailbox.begin();
         turn->response = respond(*turn->request);
+        if (turn->response) {
+            move(turn, taken);
+            over = &turn->over;
+        } else {
+            // Meant: a request of no known type, or a refresh of the wrong class, gets no response,
+            // and its client goes on waiting.
+            move(turn, unanswered);
+        }
         passMailbox();
     }
-    // Not under the lock, for which the client would have to wait once more.
-    turn->changed.notify_one();
+    if (over != nullptr) {
+        // Not under the lock, for which the client would have to wait once more.
+        over->post();
+    }
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::respond(const ClientRequest& served) {

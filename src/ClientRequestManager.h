@@ -9,7 +9,6 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,6 +19,7 @@
 #include "ProfileCache.h"
 #include "RequestFunction.h"
 #include "RequestGate.h"
+#include "Semaphore.h"
 #include "ThreadSafety.h"
 
 namespace kiv {
@@ -61,22 +61,20 @@ public:
 private:
     /// What writing to the mailbox's eventfd gave.
     struct Signal {
-        ssize_t written;
-        int error;
+        ssize_t written = sizeof(uint64_t);
+        int error = 0;
         bool isSent() const { return written == static_cast<ssize_t>(sizeof(uint64_t)); }
     };
     struct Turn;
     using Turns = std::list<Turn>;
-    /// A client's stay with the engine. All of it is guarded by the mutex but the condition
-    /// variable, which may be notified when the turn is another client's already.
+    /// A client's stay with the engine. All of it is guarded by the mutex but the semaphore.
     struct Turn {
         const ClientRequest* request = nullptr;
         std::shared_ptr<ClientResponse> response{};
-        std::optional<Signal> signal{};  ///< of this request; none as long as it is under way
-        std::condition_variable changed{};
+        Signal signal{};
+        /// The client may leave. Posted once, by whoever made the turn one of those taken.
+        Semaphore over{};
         Turns* place = nullptr;  ///< the list that it is in; null before the first
-
-        bool hasFailed() const { return signal && !signal->isSent(); }
     };
 
     RequestFunction makeRequestFunction() const;
@@ -88,6 +86,7 @@ private:
         const std::shared_ptr<ClientRequest>& clientRequest);
     Signal signal() const;
     Turns::iterator takeTurn(WaitLock& lock) KIV_REQUIRES(mutex);
+    void signalFor(Turns::iterator turn) KIV_EXCLUDES(mutex);
     void passMailbox() KIV_REQUIRES(mutex);
     void move(Turns::iterator turn, Turns& to) KIV_REQUIRES(mutex);
     void turnClientsAway() KIV_EXCLUDES(mutex);
@@ -123,8 +122,10 @@ private:
     Turns mailbox KIV_GUARDED_BY(mutex);
     /// Those who came while the mailbox was taken.
     Turns waiting KIV_GUARDED_BY(mutex);
-    /// Those taken out of the mailbox, whose clients have not left yet.
+    /// Those who are over, or about to be: their clients have not left yet.
     Turns taken KIV_GUARDED_BY(mutex);
+    /// Those who were served and got no response.
+    Turns unanswered KIV_GUARDED_BY(mutex);
     /// Nobody's. Turns are never destroyed, and there is one from the start: if there is no memory
     /// for another one, clients wait for one that is given back, in no order.
     Turns spares KIV_GUARDED_BY(mutex) = Turns(1);

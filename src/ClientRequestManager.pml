@@ -14,11 +14,11 @@
  * How it stands for the code:
  * - The engine's mutex is a lock of the model, since the worker holds it while it does much else.
  *   Every other critical section is short and waits for nothing inside: it is one atomic step.
- * - A thread waits on one condition variable at a time; asleep[] names it. One wake-up without a
+ * - Who waits for a gate sleeps on its condition variable; asleep[] names it. One wake-up without a
  *   cause may happen in a run, or none: were it sure to come, it would hide lost ones.
+ * - A client waits for its response at the semaphore of its turn, which must be posted once.
  * - An eventfd is readable or not, and epoll reports what is at the time of the wait.
- * - There is memory for every turn. A turn is used once; for the next client that gets it, a late
- *   notification would be a wake-up without a cause.
+ * - There is memory for every turn, and a turn is used once.
  * - Memory order is not part of it: all that threads share is locked or sequentially consistent.
  *
  * Each FAULT_... breaks the protocol in one place, and Spin has to find it.
@@ -39,10 +39,9 @@
 #define ENGINES 2
 #define NONE 255
 
-/* Condition variables: what a thread sleeps on. Each request has a turn with one of its own. */
+/* Condition variables: what a thread sleeps on. */
 #define AWAKE 0
 #define CHANGED(e) (1 + (e))
-#define TURN(id) (2 + (id))
 byte asleep[THREADS];
 
 /* Manager: the engine that calls go to. */
@@ -61,6 +60,7 @@ byte mailbox[ENGINES];
 chan waiting[ENGINES] = [THREADS] of { byte };
 bool answered[CLIENTS * ROUNDS + 2];
 bool unsent[CLIENTS * ROUNDS + 2];
+bool over[CLIENTS * ROUNDS + 2];
 bool closing[ENGINES];
 byte next;
 #ifdef WRITES_FAIL
@@ -86,7 +86,7 @@ bool keyDropped = false;
 byte releaseEngine = NONE;
 bool released = false;
 
-/* Mutex and condition variables, within atomic: whoever blocks here lets the others go on. */
+/* Mutex and condition variable, within atomic: whoever blocks here lets the others go on. */
 
 inline lock(e) {
     !locked[e] -> locked[e] = true;
@@ -94,13 +94,6 @@ inline lock(e) {
 }
 
 inline unlock(e) { locked[e] = false }
-
-inline wait(thread, cv, e) {
-    asleep[thread] = cv;
-    unlock(e);
-    asleep[thread] == AWAKE && !locked[e] -> locked[e] = true;
-    assert(alive[e])
-}
 
 #define WAKE_IF(thread, condition) if :: (condition) -> asleep[thread] = AWAKE :: else fi
 
@@ -171,15 +164,13 @@ inline waitUntilEmpty(thread, e) {
 
 /* ClientRequestManager, client threads. */
 
-inline notify(id) {
-    WAKE_IF(0, asleep[0] == TURN(id));
-    WAKE_IF(1, asleep[1] == TURN(id));
-    WAKE_IF(2, asleep[2] == TURN(id));
-    WAKE_IF(TAKER, asleep[TAKER] == TURN(id))
+/* A second post would let the next client of the turn leave too early. */
+inline letGo(id) {
+    assert(!over[id]);
+    over[id] = true
 }
 
 inline passMailbox(e) {
-    mailbox[e] = 0;
     do
     :: mailbox[e] == 0 && nempty(waiting[e]) ->
        waiting[e]?next;
@@ -189,7 +180,7 @@ inline passMailbox(e) {
        if
        :: unsent[next] ->
 #ifndef FAULT_FAILURE_NOT_TOLD
-          notify(next);
+          letGo(next);
 #endif
           skip
        :: else -> mailbox[e] = next
@@ -203,7 +194,7 @@ inline post(e, id, isFirst) {
     atomic {
         lock(e);
         if
-        :: closing[e]
+        :: closing[e] -> letGo(id)  /* It returns at once. */
 #ifndef FAULT_NO_TURNS
         :: !closing[e] && mailbox[e] != 0 -> waiting[e]!id
         :: !closing[e] && mailbox[e] == 0 ->
@@ -217,30 +208,23 @@ inline post(e, id, isFirst) {
     }
 }
 
-inline waitForResponse(thread, e, id) {
-#ifdef FAULT_WAIT_WITHOUT_PREDICATE
-    wait(thread, TURN(id), e)
-#else
-    do
-    :: !answered[id] && !unsent[id] && !closing[e] -> wait(thread, TURN(id), e)
-    :: else -> break
-    od
-#endif
-}
-
-inline awaitResponse(thread, e, id, answer) {
+inline takeBack(e, id) {
     atomic {
         lock(e);
         if
-        :: mailbox[e] == id && unsent[id] -> passMailbox(e)
+        :: mailbox[e] == id -> mailbox[e] = 0; letGo(id); passMailbox(e)
         :: else
         fi;
-        waitForResponse(thread, e, id);
-        if
-        :: closing[e] && mailbox[e] == id -> mailbox[e] = 0
-        :: closing[e] && waiting[e]??[eval(id)] -> waiting[e]??eval(id)
-        :: else
-        fi;
+        unlock(e)
+    }
+}
+
+inline awaitResponse(e, id, answer) {
+#ifndef FAULT_NOT_WAITED
+    over[id];
+#endif
+    atomic {
+        lock(e);
         if
         :: answered[id] -> answer = id
         :: else -> assert(closing[e] || unsent[id])
@@ -249,18 +233,23 @@ inline awaitResponse(thread, e, id, answer) {
     }
 }
 
-inline processClientRequest(thread, e, id, answer) {
+inline processClientRequest(e, id, answer) {
 #ifdef FAULT_SIGNAL_BEFORE_REQUEST
     atomic { signalRequestFd(e) };
 #endif
     post(e, id, isFirst);
 #ifndef FAULT_SIGNAL_BEFORE_REQUEST
     if
-    :: isFirst -> atomic { signalFor(e, id); isFirst = false }
+    :: isFirst ->
+       atomic { signalFor(e, id); isFirst = false };
+       if
+       :: unsent[id] -> takeBack(e, id)
+       :: else
+       fi
     :: else
     fi;
 #endif
-    awaitResponse(thread, e, id, answer)
+    awaitResponse(e, id, answer)
 }
 
 /* RequestGate::process on a thread that may wait. */
@@ -268,7 +257,7 @@ inline process(thread, e, id, answer) {
     enter(e, entered);
     if
     :: entered ->
-       processClientRequest(thread, e, id, answer);
+       processClientRequest(e, id, answer);
 #ifdef FAULT_REQUEST_DROPPED_INSIDE
        /* And with it a key, which waits for the end of the engine. */
        if
@@ -362,11 +351,12 @@ inline serveRequest(e) {
            answered[turn] = true;
 #endif
            hasKeys[e] = true;
+           mailbox[e] = 0;
            passMailbox(e);
            unlock(e)
        };
-       /* Not under the lock: the client may have found its answer, and may be gone. */
-       atomic { notify(turn) };
+       /* Not under the lock, for which the client would have to wait. */
+       atomic { letGo(turn) };
 #ifdef FAULT_NOTIFY_BEFORE_STATE
        atomic { answered[turn] = true };
 #endif
@@ -432,19 +422,24 @@ inline construct(e) {
     atomic { requestFdIsOpen[e] = true; watched[e] = true; handled[e] = true; current = e }
 }
 
-#define IS_IN_SLOT(thread, e) \
-    (asleep[thread] >= TURN(1) && \
-     (asleep[thread] == TURN(mailbox[e]) || waiting[e]??[eval(asleep[thread] - TURN(0))]))
-
 inline turnClientsAway(e) {
     atomic {
         lock(e);
         closing[e] = true;
 #ifndef FAULT_STOP_WAKES_NOBODY
-        WAKE_IF(0, IS_IN_SLOT(0, e));
-        WAKE_IF(1, IS_IN_SLOT(1, e));
-        WAKE_IF(2, IS_IN_SLOT(2, e));
-        WAKE_IF(TAKER, IS_IN_SLOT(TAKER, e));
+        if
+        :: mailbox[e] != 0 ->
+           letGo(mailbox[e]);
+#ifndef FAULT_SERVED_WHEN_TURNED_AWAY
+           mailbox[e] = 0
+#endif
+        :: else
+        fi;
+        do
+        :: waiting[e]?next -> letGo(next)
+        :: empty(waiting[e]) -> break
+        od;
+        next = 0;
 #endif
         unlock(e)
     }
