@@ -92,15 +92,15 @@ void ClientRequestManager::runKivThread() {
 }
 
 RequestFunction ClientRequestManager::makeRequestFunction() const {
-    return [gate = gate.get()](std::shared_ptr<ClientRequest> clientRequest) {
-        return gate->process(std::move(clientRequest));
+    return [gate = gate.get()](const std::shared_ptr<ClientRequest>& clientRequest) {
+        return gate->process(clientRequest);
     };
 }
 
 // Client threads.
 
 std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
-    std::shared_ptr<ClientRequest> clientRequest) {
+    const std::shared_ptr<ClientRequest>& clientRequest) {
     if (NoWaitScope::isActive()) {
         return processWithoutWaiting(clientRequest);
     }

@@ -50,7 +50,7 @@ public:
     /// Empty if the request could not be signalled, was refused, or the engine goes away. Of no
     /// request's class if there was no memory to carry it out, wholly or in part.
     std::shared_ptr<ClientResponse> processClientRequest(
-        std::shared_ptr<ClientRequest> clientRequest) KIV_EXCLUDES(mutex);
+        const std::shared_ptr<ClientRequest>& clientRequest) KIV_EXCLUDES(mutex);
 
     /// The same for callers that may outlive the engine.
     const std::shared_ptr<RequestGate>& getGate() const { return gate.get(); }

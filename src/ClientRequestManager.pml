@@ -122,26 +122,35 @@ inline signalFor(e, id) {
 
 /* RequestGate. */
 
+inline leave(e) {
+    inside[e]--;
+#ifndef FAULT_LEFT_IN_SILENCE
+    if
+    :: atomic { inside[e] == 0 && !open[e] -> notifyAll(CHANGED(e)) }
+    :: else
+    fi
+#endif
+}
+
 inline enter(e, entered) {
+#ifndef FAULT_LOOKS_BEFORE_IT_COUNTS
+    inside[e]++;
+    /* Who finds the gate closed leaves in the same step: nobody else's depends on what is between. */
     atomic {
         entered = open[e];
         if
-        :: entered -> inside[e]++
+        :: !entered && inside[e] == 1 -> inside[e] = 0; notifyAll(CHANGED(e))
+        :: !entered && inside[e] > 1 -> inside[e]--
         :: else
         fi
     }
-}
-
-inline leave(e) {
-    atomic {
-        inside[e]--;
-#ifndef FAULT_LEFT_IN_SILENCE
-        if
-        :: inside[e] == 0 -> notifyAll(CHANGED(e))
-        :: else
-        fi
+#else
+    entered = open[e];
+    if
+    :: entered -> inside[e]++
+    :: else
+    fi
 #endif
-    }
 }
 
 inline waitUntilGone(thread, e) {

@@ -32,15 +32,20 @@ public:
     void add(int fd) {
         std::lock_guard lock(mutex);
         fds.insert(fd);
+        ++changes;
     }
     void remove(int fd) {
         std::lock_guard lock(mutex);
         fds.erase(fd);
+        ++changes;
     }
+    /// As long as it stays the same, so does what contains returns.
+    uint64_t changesSoFar() const { return changes.load(); }
 
 private:
     std::mutex mutex;
     std::set<int> fds KIV_GUARDED_BY(mutex);
+    std::atomic<uint64_t> changes{0};
 };
 
 ApprovedFds& approvedFd() {
@@ -176,9 +181,10 @@ bool EventManager::watch(int fd, HandlerObject& handler) {
 /// Watches what there was no room for. A mailbox that nobody watches would let its clients wait for
 /// ever. False if something is still to be tried.
 bool EventManager::watchAgain() {
-    if (!roomMissing.exchange(false)) {
+    if (!roomMissing.load()) {
         return true;
     }
+    roomMissing.store(false);
     std::lock_guard lock(mutex);
     for (auto& [fd, handler] : handlers) {
         if (handler->lacksRoom) {
@@ -283,21 +289,34 @@ void EventManager::removeHungUp(int fd) {
     close(fd);
 }
 
-void EventManager::dispatch(int fd) {
+/// Empties latest if there is nothing to call.
+void EventManager::findHandler(int fd) {
+    // Handlers come and go with their approval.
+    const uint64_t changes = approvedFd().changesSoFar();
+    if (latest.handler && latest.fd == fd && latest.changes == changes) {
+        return;
+    }
+    latest = {fd, changes, nullptr};
     if (!isApprovedFd(fd)) {
         KIV_LOG(INFO, "file descriptor %d is not on the approved list, cannot process event", fd);
         return;
     }
-    std::shared_ptr<const HandlerObject> handler;
     {
         std::lock_guard lock(mutex);
         const auto found = handlers.find(fd);
         if (found != handlers.end()) {
-            handler = found->second;
+            latest.handler = found->second;
         }
     }
-    if (!handler) {
+    if (!latest.handler) {
         KIV_LOG(INFO, "file descriptor '%d' does not have an event handler registered", fd);
+    }
+}
+
+void EventManager::dispatch(int fd) {
+    findHandler(fd);
+    const HandlerObject* const handler = latest.handler.get();
+    if (handler == nullptr) {
         return;
     }
     KIV_LOG_TEXT(VERBOSE, handler->line);
@@ -327,14 +346,16 @@ void EventManager::wake() {
 void EventManager::defer(std::function<void()> work) {
     std::lock_guard lock(mutex);
     deferred.push_back(std::move(work));
+    hasDeferred.store(true);
 }
 
 void EventManager::finishItem() {
-    for (;;) {
+    while (hasDeferred.load()) {
         std::function<void()> work;
         {
             std::lock_guard lock(mutex);
             if (deferred.empty()) {
+                hasDeferred.store(false);
                 return;
             }
             work = std::move(deferred.front());

@@ -92,6 +92,7 @@ private:
     bool watchAgain() KIV_EXCLUDES(mutex);
     void processEvent(const epoll_event& event);
     void removeHungUp(int fd);
+    void findHandler(int fd);
     void dispatch(int fd);
 
     // Constant.
@@ -102,10 +103,18 @@ private:
     std::atomic<bool> stopped{false};
     /// Some descriptor is to be watched as soon as the system has room for it.
     std::atomic<bool> roomMissing{false};
+    /// So that an item without deferred work takes no lock.
+    std::atomic<bool> hasDeferred{false};
 
     // Loop thread only.
     std::array<epoll_event, 4> events{};
     int signalledLater = -1;  ///< none if -1
+    /// The handler of the latest event, so that a row of requests looks for it once.
+    struct {
+        int fd = -1;
+        uint64_t changes = 0;  ///< of the approved descriptors at that time
+        std::shared_ptr<const HandlerObject> handler{};
+    } latest;
 
     // Guarded.
     std::mutex mutex;

@@ -118,9 +118,9 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
         return nullptr;
     }
     KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->text());
-    const std::shared_ptr<ClientResponse> response = gate->process(request);
+    std::shared_ptr<ClientResponse> response = gate->process(request);
     KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
-    auto result = std::dynamic_pointer_cast<Response>(response);
+    auto result = std::dynamic_pointer_cast<Response>(std::move(response));
     if (!result) {
         KIV_LOG(ERROR, "%s", failure);
     }

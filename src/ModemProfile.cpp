@@ -213,7 +213,8 @@ wds_profile_identifier_type_v01 ModemProfile::constructProfileIdentifier() const
 
 std::string ModemProfile::dump() const {
     std::string text = emptyLine();
-    text.append("TechType=").append(toText(techType));
+    text += "TechType=";
+    appendText(text, techType);
     text.append(",ProfileId=").append(std::to_string(profileId)).append(",");
     appendSetting(text, "ApnName=", apnName);
     appendSetting(text, "UserName=", userName);

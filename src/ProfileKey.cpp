@@ -19,7 +19,7 @@ ProfileKey::~ProfileKey() {
     try {
         auto request = std::make_shared<CallbackRequest>();
         request->setReleaseToken(token);
-        requestFn(std::move(request));
+        requestFn(request);
     } catch (const std::bad_alloc&) {
         KIV_LOG(ERROR, "ProfileKey: out of memory, token=%d is not released",
                 static_cast<int>(token));
@@ -31,14 +31,18 @@ void ProfileKey::registerExpirationListener(std::function<void()> callback) {
     try {
         auto request = std::make_shared<CallbackRequest>();
         request->setExpirationInfo(std::move(callback), weak_from_this(), token);
-        requestFn(std::move(request));
+        requestFn(request);
     } catch (const std::bad_alloc&) {
         KIV_LOG(ERROR, "ProfileKey: out of memory, listener is not registered");
     }
 }
 
 std::string ProfileKey::dump() {
-    return toText(techType) + ":" + std::to_string(profileId) + " token=" + std::to_string(token);
+    std::string text;
+    appendText(text, techType);
+    text.append(":").append(std::to_string(profileId));
+    text.append(" token=").append(std::to_string(token));
+    return text;
 }
 
 bool expired(const ExpirationListener& listener) { return listener.second.expired(); }

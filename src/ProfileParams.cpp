@@ -9,9 +9,9 @@
 
 namespace kiv {
 
-std::ostream& operator<<(std::ostream& out, ApnTypes mask) { return out << toText(mask); }
+std::ostream& operator<<(std::ostream& out, ApnTypes mask) { return out << valueText(mask); }
 
-std::ostream& operator<<(std::ostream& out, FilterMatchType mask) { return out << toText(mask); }
+std::ostream& operator<<(std::ostream& out, FilterMatchType mask) { return out << valueText(mask); }
 
 ProfileParams::~ProfileParams() = default;
 
@@ -54,7 +54,7 @@ AddProfileParams::AddProfileParams(const ProfileParams& params, bool isPersisten
 AddProfileParams::~AddProfileParams() = default;
 
 std::string AddProfileParams::dump() const {
-    return toText(techType) + " persist=" + (isPersistent ? "true" : "false") + ": " +
+    return valueText(techType) + " persist=" + (isPersistent ? "true" : "false") + ": " +
            ProfileParams::dump();
 }
 
@@ -65,7 +65,9 @@ FilterProfileParams::FilterProfileParams(const ProfileParams& params) : ProfileP
 FilterProfileParams::~FilterProfileParams() = default;
 
 std::string FilterProfileParams::dump() const {
-    std::string text = toText(static_cast<FilterMatchType>(matchCriteria)) + ": ";
+    std::string text;
+    appendText(text, static_cast<FilterMatchType>(matchCriteria));
+    text += ": ";
     appendSetting(text, "tech=", filterByTechType);
     appendSetting(text, "id=", filterByProfileId);
     return text + ProfileParams::dump();

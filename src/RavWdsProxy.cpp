@@ -71,7 +71,7 @@ void releaseIfOpen(rav_client_type& handle) {
 }  // namespace
 
 std::string ProfileChangedInd::dump() const {
-    return kiv::toText(techType) + ":" + std::to_string(profileId) + " " + toText(event);
+    return valueText(techType) + ":" + std::to_string(profileId) + " " + toText(event);
 }
 
 RavWdsProxy::RavWdsProxy(EventManager& eventManager, int bindValue)

@@ -20,12 +20,14 @@ public:
     requires(!std::same_as<Callable, RequestFunction>) RequestFunction(Callable callable)
         : function(std::make_shared<const Function>(std::move(callable))) {}
 
-    std::shared_ptr<ClientResponse> operator()(std::shared_ptr<ClientRequest> request) const {
-        return (*function)(std::move(request));
+    std::shared_ptr<ClientResponse> operator()(
+        const std::shared_ptr<ClientRequest>& request) const {
+        return (*function)(request);
     }
 
 private:
-    using Function = std::function<std::shared_ptr<ClientResponse>(std::shared_ptr<ClientRequest>)>;
+    using Function =
+        std::function<std::shared_ptr<ClientResponse>(const std::shared_ptr<ClientRequest>&)>;
 
     std::shared_ptr<const Function> function;
 };

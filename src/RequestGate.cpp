@@ -16,7 +16,8 @@ thread_local int enginesTakenDown = 0;
 
 }  // namespace
 
-std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientRequest> request) {
+std::shared_ptr<ClientResponse> RequestGate::process(
+    const std::shared_ptr<ClientRequest>& request) {
     if (isForkedChild()) {
         return nullptr;
     }
@@ -27,8 +28,6 @@ std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientReque
             RequestGate& gate;
             ~Leaver() { gate.leave(); }
         } leaver{*this};
-        // A key that goes with the request is dropped outside: inside, it would wait for an engine
-        // that goes away, which waits for this thread to leave.
         response = entered->processClientRequest(request);
     }
     if (!response) {
@@ -38,16 +37,17 @@ std::shared_ptr<ClientResponse> RequestGate::process(std::shared_ptr<ClientReque
 }
 
 ClientRequestManager* RequestGate::enter() {
-    std::lock_guard lock(mutex);
-    if (engine != nullptr) {
-        ++inside;
+    ++inside;
+    ClientRequestManager* const entered = engine.load();
+    if (entered == nullptr) {
+        leave();
     }
-    return engine;
+    return entered;
 }
 
 void RequestGate::leave() {
-    std::lock_guard lock(mutex);
-    if (--inside == 0) {
+    if (--inside == 0 && engine.load() == nullptr) {
+        std::lock_guard lock(mutex);
         changed.notify_all();
     }
 }
@@ -57,21 +57,21 @@ void RequestGate::waitUntilGone() {
         return;
     }
     WaitLock lock(mutex);
-    while (engine == nullptr && !gone) {
+    while (engine.load() == nullptr && !gone) {
         lock.wait(changed);
     }
 }
 
 void RequestGate::close() {
     std::lock_guard lock(mutex);
-    engine = nullptr;
+    engine.store(nullptr);
     closed = true;
     ++enginesTakenDown;
 }
 
 void RequestGate::waitUntilEmpty() {
     WaitLock lock(mutex);
-    while (inside > 0) {
+    while (inside.load() > 0) {
         lock.wait(changed);
     }
 }
@@ -81,7 +81,7 @@ void RequestGate::finish() {
     if (closed) {
         --enginesTakenDown;
     }
-    engine = nullptr;
+    engine.store(nullptr);
     gone = true;
     changed.notify_all();
 }

@@ -1,6 +1,7 @@
 #ifndef KIVR_SRC_REQUESTGATE_H
 #define KIVR_SRC_REQUESTGATE_H
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -29,7 +30,9 @@ public:
     RequestGate(const RequestGate&) = delete;
     RequestGate& operator=(const RequestGate&) = delete;
 
-    std::shared_ptr<ClientResponse> process(std::shared_ptr<ClientRequest> request)
+    /// The caller keeps the request: a key that goes with it waits, when it is dropped, for an
+    /// engine that goes away, which waits for this call to leave.
+    std::shared_ptr<ClientResponse> process(const std::shared_ptr<ClientRequest>& request)
         KIV_EXCLUDES(mutex);
 
     /// Nobody gets in any more. Called on the thread that then takes the engine down.
@@ -40,16 +43,19 @@ public:
     void finish() KIV_EXCLUDES(mutex);
 
 private:
-    /// The engine to go on to, or null.
+    /// The engine to go on to, or null: then there is nothing to leave.
     ClientRequestManager* enter() KIV_EXCLUDES(mutex);
     void leave() KIV_EXCLUDES(mutex);
     void waitUntilGone() KIV_EXCLUDES(mutex);
 
+    // Self-synchronised. Whoever enters counts first and looks for the engine then, and whoever
+    // closes the gate does it the other way round, so that one of the two sees the other.
+    std::atomic<int> inside{0};
+    std::atomic<ClientRequestManager*> engine;
+
     // Guarded.
     std::mutex mutex;
     std::condition_variable changed;
-    ClientRequestManager* engine KIV_GUARDED_BY(mutex);
-    int inside KIV_GUARDED_BY(mutex) = 0;
     bool closed KIV_GUARDED_BY(mutex) = false;
     bool gone KIV_GUARDED_BY(mutex) = false;
 };

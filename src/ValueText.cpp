@@ -1,62 +1,68 @@
 #include "ValueText.h"
 
-#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
+#include <string_view>
 
 namespace kiv {
 
 namespace {
 
+using Names = std::initializer_list<std::string_view>;
+
 /// names[i] belongs to the value first + i.
-template <class Value, size_t count>
-std::string nameOrNumber(Value value, int32_t first, const char* const (&names)[count]) {
+template <class Value>
+void appendNameOrNumber(std::string& text, Value value, int32_t first, Names names) {
     const int64_t index = int64_t{static_cast<int32_t>(value)} - first;
-    if (index < 0 || index >= static_cast<int64_t>(count)) {
-        return std::to_string(static_cast<int32_t>(value));
+    if (index < 0 || index >= static_cast<int64_t>(names.size())) {
+        text += std::to_string(static_cast<int32_t>(value));
+    } else {
+        text += names.begin()[index];
     }
-    return names[index];
 }
 
 /// names[i] belongs to bit i.
-template <size_t count>
-std::string namesOfBits(uint32_t mask, const char* emptyText, const char* const (&names)[count]) {
+void appendNamesOfBits(std::string& text, uint32_t mask, std::string_view emptyText, Names names) {
     if (mask == 0) {
-        return emptyText;
+        text += emptyText;
     }
-    std::string text;
-    for (size_t bit = 0; bit < count; ++bit) {
-        if ((mask >> bit & 1U) != 0) {
-            text += names[bit];
+    for (const std::string_view name : names) {
+        if ((mask & 1U) != 0) {
+            text += name;
             text += '|';
         }
+        mask >>= 1;
     }
-    return text;
 }
 
 }  // namespace
 
-std::string toText(TechType value) { return nameOrNumber(value, 0, {"3GPP", "3GPP2"}); }
-
-std::string toText(IPType value) { return nameOrNumber(value, 0, {"UNKNOWN", "V4", "V6", "V4V6"}); }
-
-std::string toText(AuthType value) {
-    return nameOrNumber(value, 0, {"NONE", "PAP", "CHAP", "PAP_CHAP"});
+void appendText(std::string& text, TechType value) {
+    appendNameOrNumber(text, value, 0, {"3GPP", "3GPP2"});
 }
 
-std::string toText(ApnClass value) {
-    return nameOrNumber(value, 1, {"IMS", "ADMN", "INET", "APP"});
+void appendText(std::string& text, IPType value) {
+    appendNameOrNumber(text, value, 0, {"UNKNOWN", "V4", "V6", "V4V6"});
 }
 
-std::string toText(ApnTypes mask) {
-    return namesOfBits(toMask(mask), "NONE",
-                       {"DEFAULT", "MMS", "SUPL", "DUN", "HIPRI", "FOTA", "IMS", "CBS", "IA",
-                        "EMERGENCY", "MCX", "XCAP"});
+void appendText(std::string& text, AuthType value) {
+    appendNameOrNumber(text, value, 0, {"NONE", "PAP", "CHAP", "PAP_CHAP"});
 }
 
-std::string toText(FilterMatchType mask) {
-    return namesOfBits(toMask(mask), "None",
-                       {"HomeIPSubset", "RoamIPSubset", "ApnNameSubset", "ApnTypeBitmaskSubset",
-                        "HomeIPSuperset", "RoamIPSuperset"});
+void appendText(std::string& text, ApnClass value) {
+    appendNameOrNumber(text, value, 1, {"IMS", "ADMN", "INET", "APP"});
+}
+
+void appendText(std::string& text, ApnTypes mask) {
+    appendNamesOfBits(text, toMask(mask), "NONE",
+                      {"DEFAULT", "MMS", "SUPL", "DUN", "HIPRI", "FOTA", "IMS", "CBS", "IA",
+                       "EMERGENCY", "MCX", "XCAP"});
+}
+
+void appendText(std::string& text, FilterMatchType mask) {
+    appendNamesOfBits(text, toMask(mask), "None",
+                      {"HomeIPSubset", "RoamIPSubset", "ApnNameSubset", "ApnTypeBitmaskSubset",
+                       "HomeIPSuperset", "RoamIPSuperset"});
 }
 
 }  // namespace kiv

@@ -3,21 +3,31 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "ProfileTypes.h"
 
 namespace kiv {
 
-/// The printed text of a value: its name, or the decimal number of a value that has none.
-std::string toText(TechType value);
-std::string toText(IPType value);
-std::string toText(AuthType value);
-std::string toText(ApnClass value);
+/// Appends what is printed of a value: its name, or the decimal number of a value that has none.
+void appendText(std::string& text, TechType value);
+void appendText(std::string& text, IPType value);
+void appendText(std::string& text, AuthType value);
+void appendText(std::string& text, ApnClass value);
 
-/// The printed text of a set: each name with a "|" behind it. Bits without a name print nothing.
-std::string toText(ApnTypes mask);
-std::string toText(FilterMatchType mask);
+/// Appends what is printed of a set: each name with a "|" behind it. Bits without a name print
+/// nothing.
+void appendText(std::string& text, ApnTypes mask);
+void appendText(std::string& text, FilterMatchType mask);
+
+/// The same as a text of its own.
+template <class Value>
+std::string valueText(Value value) {
+    std::string text;
+    appendText(text, value);
+    return text;
+}
 
 /// A text that has room for as much as most lines hold, so that it seldom has to grow.
 inline std::string emptyLine() {
@@ -28,7 +38,7 @@ inline std::string emptyLine() {
 
 /// Appends label, value and "," if the setting is present. Flags print as "true" and "false".
 template <class Value>
-void appendSetting(std::string& text, const char* label, const std::optional<Value>& setting) {
+void appendSetting(std::string& text, std::string_view label, const std::optional<Value>& setting) {
     if (!setting) {
         return;
     }
@@ -38,7 +48,7 @@ void appendSetting(std::string& text, const char* label, const std::optional<Val
     } else if constexpr (std::is_same_v<Value, bool>) {
         text += *setting ? "true" : "false";
     } else if constexpr (std::is_enum_v<Value>) {
-        text += toText(*setting);
+        appendText(text, *setting);
     } else {
         text += std::to_string(*setting);
     }

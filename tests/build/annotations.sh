@@ -20,8 +20,8 @@ while IFS='|' read -r header parameter mutex statement wanted; do
     [[ $with/$without == "$wanted" && $said == *"-Wthread-safety-"* ]] ||
         { echo "$statement: with the lock $with, without $without"$'\n'"$said"; failed=1; }
 done <<'TABLE'
-RequestGate.h|RequestGate& g|g.mutex|++g.inside;|yes/no
-RequestGate.h|RequestGate& g|g.mutex|g.engine = nullptr;|yes/no
+RequestGate.h|RequestGate& g|g.mutex|g.closed = true;|yes/no
+RequestGate.h|RequestGate& g|g.mutex|g.gone = true;|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.mailbox.clear();|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.closing = true;|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.waiting.clear();|yes/no
