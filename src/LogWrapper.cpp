@@ -34,6 +34,28 @@ struct WriterRemover {
 
 }  // namespace
 
+// All threads see the atomic operations here in one order. A line counts itself before it looks for
+// the writer. If the one it finds is replaced later, it has thus been counted since before the
+// replacement, and the writer comes to the list after that. So whoever sees no line in hand while
+// the lock keeps the list as it is knows that nobody uses a writer in it.
+// No writer is left over either: its replacement counts as a line, so that the count falls to 0
+// after the writer has come to the list. Who brings it to 0 takes the list, or leaves it to a line
+// that has come meanwhile and ends later.
+class LogWrapper::LineInHand {
+public:
+    explicit LineInHand(LogWrapper& wrapper) : wrapper(wrapper) { ++wrapper.linesInHand; }
+    ~LineInHand() {
+        if (--wrapper.linesInHand == 0 && wrapper.hasRetired) {
+            wrapper.destroyRetired();
+        }
+    }
+    LineInHand(const LineInHand&) = delete;
+    LineInHand& operator=(const LineInHand&) = delete;
+
+private:
+    LogWrapper& wrapper;
+};
+
 LogWrapper& LogWrapper::getInstance() {
     static NeverDestroyed<LogWrapper> instance;
     static WriterRemover remover;
@@ -44,12 +66,35 @@ void LogWrapper::setLogWriter(std::unique_ptr<LogWriter> newWriter) {
     if (isForkedChild()) {
         return;
     }
-    std::shared_ptr<LogWriter> previous = std::move(newWriter);
-    {
-        std::lock_guard lock(writerMutex);
-        writer.swap(previous);
+    const LineInHand line(*this);
+    retire(std::unique_ptr<LogWriter>(writer.exchange(newWriter.release())));
+}
+
+void LogWrapper::retire(std::unique_ptr<LogWriter> previous) {
+    if (!previous) {
+        return;
     }
-    // The previous writer is destroyed here, outside the lock.
+    std::lock_guard lock(retiredMutex);
+    previous->nextRetired = std::move(retired);
+    retired = std::move(previous);
+    hasRetired = true;
+}
+
+/// The retired writers, if nobody is using them; otherwise they are left to the line that is.
+std::unique_ptr<LogWriter> LogWrapper::takeRetired() {
+    std::lock_guard lock(retiredMutex);
+    if (linesInHand != 0) {
+        return nullptr;
+    }
+    hasRetired = false;
+    return std::move(retired);
+}
+
+void LogWrapper::destroyRetired() {
+    std::unique_ptr<LogWriter> next = takeRetired();
+    while (next) {
+        next = std::move(next->nextRetired);
+    }
 }
 
 void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
@@ -82,11 +127,8 @@ void LogWrapper::logText(LogLevel level, const char* tag,
 }
 
 void LogWrapper::write(LogLevel level, const char* tag, const char* message, size_t length) {
-    std::shared_ptr<LogWriter> current;
-    {
-        std::lock_guard lock(writerMutex);
-        current = writer;
-    }
+    const LineInHand line(*this);
+    LogWriter* const current = writer;
     try {
         if (current) {
             current->writeText(level, tag, message);

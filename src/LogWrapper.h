@@ -1,6 +1,7 @@
 #ifndef KIVR_SRC_LOGWRAPPER_H
 #define KIVR_SRC_LOGWRAPPER_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -36,10 +37,14 @@ public:
     virtual void writeText(LogLevel level, const char* tag, const char* msg) {
         write(level, tag, msg);
     }
+
+private:
+    friend class LogWrapper;
+    std::unique_ptr<LogWriter> nextRetired;  ///< LogWrapper's: so that retiring takes no memory
 };
 
 /// Writes to the Android log.
-class AdbWriter : public LogWriter {
+class AdbWriter final : public LogWriter {
 public:
     void write(LogLevel level, std::string tag, std::string msg) override;
     int convertPrio(LogLevel level) override;
@@ -47,7 +52,7 @@ public:
 };
 
 /// Writes to the diagnostic log, which is open while a DiagWriter exists.
-class DiagWriter : public LogWriter {
+class DiagWriter final : public LogWriter {
 public:
     DiagWriter();
     ~DiagWriter() override;
@@ -69,26 +74,37 @@ class LogWrapper {
 public:
     static LogWrapper& getInstance();
 
-    /// Installs the writer; empty for none. The one before is destroyed when the last line that
-    /// is being written with it is done.
-    void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(writerMutex);
+    /// Installs the writer; empty for none. The one before is destroyed here if no line is being
+    /// written, and otherwise by the line with whose end none is any more.
+    void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(retiredMutex);
 
     /// Writes one line, cut to 511 bytes. Lines of level ERROR and EVENT are also kept in the
     /// local buffer. Without memory a line is lost.
-    void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(writerMutex)
+    void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(retiredMutex)
         __attribute__((format(printf, 4, 5)));
 
     /// The same for a line whose parts are all texts: each as "%s" would print it.
     void logText(LogLevel level, const char* tag, std::initializer_list<std::string_view> parts)
-        KIV_EXCLUDES(writerMutex);
+        KIV_EXCLUDES(retiredMutex);
 
 private:
-    void write(LogLevel level, const char* tag, const char* message, size_t length)
-        KIV_EXCLUDES(writerMutex);
+    /// Spans every use of the installed writer.
+    class LineInHand;
 
-    std::mutex writerMutex;
-    /// Shared with the threads that are just writing a line.
-    std::shared_ptr<LogWriter> writer KIV_GUARDED_BY(writerMutex);
+    void write(LogLevel level, const char* tag, const char* message, size_t length)
+        KIV_EXCLUDES(retiredMutex);
+    void retire(std::unique_ptr<LogWriter> previous) KIV_EXCLUDES(retiredMutex);
+    std::unique_ptr<LogWriter> takeRetired() KIV_EXCLUDES(retiredMutex);
+    void destroyRetired() KIV_EXCLUDES(retiredMutex);
+
+    std::mutex retiredMutex;
+    /// A list of writers that lines may still be using.
+    std::unique_ptr<LogWriter> retired KIV_GUARDED_BY(retiredMutex);
+
+    // Self-synchronised.
+    std::atomic<bool> hasRetired{false};  ///< whether the list has any, to be seen without the lock
+    std::atomic<size_t> linesInHand{0};
+    std::atomic<LogWriter*> writer{nullptr};  ///< owned
 };
 
 /// The tag of every line.
