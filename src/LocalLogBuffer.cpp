@@ -1,8 +1,7 @@
 #include "LocalLogBuffer.h"
 
-#include <sys/time.h>
-
 #include <array>
+#include <cstddef>
 #include <ctime>
 #include <utility>
 
@@ -21,14 +20,6 @@ std::string secondText(time_t second) {
     return text.data();
 }
 
-/// The part of a second as ".042".
-std::string millisecondText(suseconds_t microseconds) {
-    const auto digit = [microseconds](int unit) {
-        return static_cast<char>('0' + microseconds / unit % 10);
-    };
-    return {'.', digit(100000), digit(10000), digit(1000)};
-}
-
 }  // namespace
 
 LocalLogBuffer& LocalLogBuffer::getInstance() {
@@ -41,20 +32,42 @@ LocalLogBuffer::LocalLogBuffer(std::string name, int capacity)
 
 void LocalLogBuffer::addLogWithTimestamp(std::string_view msg) {
     timeval now{};
-    std::string line;
     std::lock_guard lock(mutex);
-    gettimeofday(&now, nullptr);
-    if (now.tv_sec != second || prefix.empty()) {
-        prefix = "    " + secondText(now.tv_sec);
+    gettimeofday(&now, nullptr);  // under the lock, for lines to be in the order of their times
+    setTime(now);
+    std::string& line = addLine(head.size() + msg.size());
+    line.assign(head).append(msg);
+}
+
+void LocalLogBuffer::setTime(const timeval& now) {
+    if (now.tv_sec != second || head.empty()) {
+        head = "    " + secondText(now.tv_sec) + ".000" + suffix;
         second = now.tv_sec;
+        millisecond = 0;
     }
+    const auto current = static_cast<unsigned>(now.tv_usec) / 1000;
+    if (current != millisecond) {
+        char* const digits = head.data() + head.size() - suffix.size() - 3;
+        digits[0] = static_cast<char>('0' + current / 100);
+        digits[1] = static_cast<char>('0' + current / 10 % 10);
+        digits[2] = static_cast<char>('0' + current % 10);
+        millisecond = current;
+    }
+}
+
+/// A place at the end for a line of that size, in the memory of the oldest line if that has to go.
+/// Nothing has changed if there is no memory.
+std::string& LocalLogBuffer::addLine(size_t size) {
     // Meant: the bound is tested before the line is added, so that capacity + 1 lines are kept.
-    while (!logs.empty() && static_cast<int>(logs.size()) > capacity) {
-        line = std::move(logs.front());  // the memory of the oldest line serves the new one
-        logs.pop_front();
+    if (logs.empty() || static_cast<int>(logs.size()) <= capacity) {
+        std::string line;
+        line.reserve(size);
+        return logs.emplace_back(std::move(line));
     }
-    line.assign(prefix).append(millisecondText(now.tv_usec)).append(suffix).append(msg);
-    logs.push_back(std::move(line));
+    logs.front().reserve(size);
+    logs.push_back(std::move(logs.front()));
+    logs.pop_front();
+    return logs.back();
 }
 
 std::vector<std::string> LocalLogBuffer::getLogs() {

@@ -1,6 +1,9 @@
 #ifndef KIVR_SRC_LOCALLOGBUFFER_H
 #define KIVR_SRC_LOCALLOGBUFFER_H
 
+#include <sys/time.h>
+
+#include <cstddef>
 #include <ctime>
 #include <deque>
 #include <mutex>
@@ -31,11 +34,15 @@ public:
     std::string getName() { return name; }
 
 private:
+    void setTime(const timeval& now) KIV_REQUIRES(mutex);
+    std::string& addLine(size_t size) KIV_REQUIRES(mutex);
+
     std::mutex mutex;
     std::deque<std::string> logs KIV_GUARDED_BY(mutex);
-    /// What the lines of one second begin with.
-    std::string prefix KIV_GUARDED_BY(mutex);
+    /// What the latest line began with, and when. Often the next one begins alike.
+    std::string head KIV_GUARDED_BY(mutex);
     time_t second KIV_GUARDED_BY(mutex) = 0;
+    unsigned millisecond KIV_GUARDED_BY(mutex) = 0;
     const std::string name;
     const std::string suffix;  ///< the name as the lines have it
     const int capacity;
