@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -26,6 +27,19 @@ constexpr uint32_t kDiagMaskLow = 1;
 constexpr uint32_t kDiagMaskHigh = 4;
 constexpr uint32_t kDiagMaskFatal = 16;
 constexpr uint32_t kDiagMaskAll = 31;
+
+using MessageBuffer = std::array<char, kMessageLimit>;
+
+/// Puts the texts one behind the other, with room left for the terminating zero; returns the
+/// length.
+size_t join(MessageBuffer& buffer, std::initializer_list<std::string_view> texts, bool cutAtZero) {
+    size_t length = 0;
+    for (const std::string_view text : texts) {
+        const std::string_view part = cutAtZero ? text.substr(0, text.find('\0')) : text;
+        length += part.copy(buffer.data() + length, buffer.size() - 1 - length);
+    }
+    return length;
+}
 
 /// Takes the writer down at exit, so that the diagnostic log is closed; the log itself stays.
 struct WriterRemover {
@@ -101,7 +115,7 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
     if (isForkedChild()) {
         return;
     }
-    std::array<char, kMessageLimit> buffer;
+    MessageBuffer buffer;
     va_list arguments;
     va_start(arguments, format);
     const int length = vsnprintf(buffer.data(), buffer.size(), format, arguments);
@@ -111,16 +125,27 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
     write(level, tag, buffer.data(), static_cast<size_t>(std::clamp(length, 0, limit)));
 }
 
-void LogWrapper::logText(LogLevel level, const char* tag,
-                         std::initializer_list<std::string_view> parts) {
+void LogWrapper::logText(LogLevel level, const char* tag, const char* text) {
     if (isForkedChild()) {
         return;
     }
-    std::array<char, kMessageLimit> buffer;
-    size_t length = 0;
-    for (const std::string_view part : parts) {
-        const std::string_view text = part.substr(0, part.find('\0'));
-        length += text.copy(buffer.data() + length, buffer.size() - 1 - length);
+    const size_t length = strnlen(text, kMessageLimit);
+    if (length == kMessageLimit) {
+        logJoined(level, tag, {std::string_view(text, length)});
+    } else {
+        write(level, tag, text, length);
+    }
+}
+
+void LogWrapper::logJoined(LogLevel level, const char* tag,
+                           std::initializer_list<std::string_view> texts) {
+    if (isForkedChild()) {
+        return;
+    }
+    MessageBuffer buffer;
+    size_t length = join(buffer, texts, false);
+    if (std::memchr(buffer.data(), '\0', length) != nullptr) {
+        length = join(buffer, texts, true);
     }
     buffer[length] = '\0';
     write(level, tag, buffer.data(), length);

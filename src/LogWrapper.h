@@ -83,15 +83,25 @@ public:
     void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(retiredMutex)
         __attribute__((format(printf, 4, 5)));
 
-    /// The same for a line whose parts are all texts: each as "%s" would print it.
-    void logText(LogLevel level, const char* tag, std::initializer_list<std::string_view> parts)
-        KIV_EXCLUDES(retiredMutex);
+    /// The same for a text, and for a line of several: each as "%s" would print it.
+    void logText(LogLevel level, const char* tag, const char* text) KIV_EXCLUDES(retiredMutex);
+    void logText(LogLevel level, const char* tag, const std::string& text)
+        KIV_EXCLUDES(retiredMutex) {
+        logText(level, tag, text.c_str());
+    }
+    template <class... Texts>
+    void logText(LogLevel level, const char* tag, const Texts&... texts)
+        KIV_EXCLUDES(retiredMutex) {
+        logJoined(level, tag, {texts...});
+    }
 
 private:
     /// Spans every use of the installed writer.
     class LineInHand;
 
     void write(LogLevel level, const char* tag, const char* message, size_t length)
+        KIV_EXCLUDES(retiredMutex);
+    void logJoined(LogLevel level, const char* tag, std::initializer_list<std::string_view> texts)
         KIV_EXCLUDES(retiredMutex);
     void retire(std::unique_ptr<LogWriter> previous) KIV_EXCLUDES(retiredMutex);
     std::unique_ptr<LogWriter> takeRetired() KIV_EXCLUDES(retiredMutex);
@@ -116,7 +126,7 @@ inline constexpr const char* kLogTag = "KIV";
 
 /// The same for texts, where lines are many or long: KIV_LOG_TEXT(INFO, "label ", text...).
 #define KIV_LOG_TEXT(level, ...) \
-    ::kiv::LogWrapper::getInstance().logText(::kiv::LogLevel::level, ::kiv::kLogTag, {__VA_ARGS__})
+    ::kiv::LogWrapper::getInstance().logText(::kiv::LogLevel::level, ::kiv::kLogTag, __VA_ARGS__)
 
 }  // namespace kiv
 
