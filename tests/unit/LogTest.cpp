@@ -1,12 +1,21 @@
 #include <gmock/gmock.h>
 
-#include <atomic>
+#include <sys/time.h>
+
+#include <functional>
 #include <future>
 #include <thread>
 
 #include "LocalLogBuffer.h"
 #include "LoggedTest.h"
 #include "ModemEmulator.h"
+
+static timeval now;
+
+extern "C" int gettimeofday(timeval* time, void*) {
+    *time = now;
+    return 0;
+}
 
 namespace kiv {
 namespace {
@@ -64,50 +73,92 @@ TEST_F(LogTest, DiagnosticLogKeepsTheMaskOfTheProcessesFirstLine) {
     LogWrapper::getInstance().setLogWriter(std::make_unique<DiagWriter>());
     logAt(LogLevel::VERBOSE, "first");
     logAt(LogLevel::FATAL, std::string(600, 'x'));
-    KIV_LOG_TEXT(INFO, "", std::string(600, 'y'));
     const auto lines = modem.takeDiagLines();
-    ASSERT_THAT(lines, SizeIs(3));
+    ASSERT_THAT(lines, SizeIs(2));
     EXPECT_EQ(lines[1].mask, 1U);
     EXPECT_EQ(lines[1].text, "|KIV| " + std::string(511, 'x'));
-    EXPECT_EQ(lines[2].text, "|KIV| " + std::string(511, 'y'));
     LogWrapper::getInstance().setLogWriter(nullptr);
     EXPECT_EQ(modem.diagUsers(), 0);
 }
 
-struct SlowLine {
-    std::promise<void> begun;
-    std::promise<void> mayEnd;
-    std::atomic<bool> isWriterGone = false;
-};
+TEST_F(LogTest, TextsEndAtAZeroAndLinesAfter511Bytes) {
+    const std::string withZero("a\0b", 3), fits(511, 'x'), tooLong(512, 'y');
+    KIV_LOG_TEXT(EVENT, withZero);
+    KIV_LOG_TEXT(EVENT, "", withZero, fits.substr(1), std::string_view("c"));
+    KIV_LOG_TEXT(EVENT, fits);
+    KIV_LOG_TEXT(EVENT, tooLong.c_str());
+    const std::vector<std::string> expected = {"a", "a" + fits.substr(1), fits, tooLong.substr(1)};
+    EXPECT_EQ(log.texts(), expected);
+    for (size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_THAT(buffer.getLogs().at(i), testing::EndsWith("]" + expected[i]));
+    }
+}
 
-/// Holds back a line, to see what happens to its writer meanwhile.
-class SlowWriter : public LogWriter {
+TEST_F(LogTest, LocalBufferStampsEachLineWithItsOwnTime) {
+    std::string stamps;
+    for (const timeval time : {timeval{59, 7999}, {59, 7000}, {60, 7000}, {60, 999999}, {60, 0}}) {
+        now = time;
+        buffer.addLogWithTimestamp("");
+        const std::string line = buffer.getLogs().back();
+        stamps += line.substr(line.find(" [") - 7, 7);
+    }
+    EXPECT_EQ(stamps, ":59.007:59.007:00.007:00.999:00.000");
+}
+
+/// Does for each line what the test wants, and must outlive that.
+class TestWriter : public LogWriter {
 public:
-    explicit SlowWriter(SlowLine& line) : line(line) {}
-    ~SlowWriter() override { line.isWriterGone = true; }
+    explicit TestWriter(std::function<void()> onLine) : onLine(std::move(onLine)) {}
+    ~TestWriter() override { onLine = nullptr; }
     void write(LogLevel, std::string, std::string) override {
-        line.begun.set_value();
-        line.mayEnd.get_future().wait();
+        onLine();
+        EXPECT_TRUE(onLine);
     }
     int convertPrio(LogLevel) override { return 0; }
 
 private:
-    SlowLine& line;
+    std::function<void()> onLine;
 };
 
+void install(std::function<void()> onLine) {
+    LogWrapper::getInstance().setLogWriter(std::make_unique<TestWriter>(std::move(onLine)));
+}
+
 TEST_F(LogTest, WriterReplacedWhileALineIsWrittenLivesUntilTheLineIsDone) {
-    SlowLine line;
-    LogWrapper::getInstance().setLogWriter(std::make_unique<SlowWriter>(line));
+    std::promise<void> begun, mayEnd;
+    const auto writer = std::make_shared<int>();
+    install([&begun, &mayEnd, writer] {
+        begun.set_value();
+        mayEnd.get_future().wait();
+    });
     std::thread other([] { logAt(LogLevel::INFO, "slow"); });
-    line.begun.get_future().wait();
+    begun.get_future().wait();
     // Neither replacing it nor logging elsewhere waits for the slow line.
     LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
     logAt(LogLevel::INFO, "quick");
     EXPECT_TRUE(log.contains("quick"));
-    EXPECT_FALSE(line.isWriterGone);
-    line.mayEnd.set_value();
+    EXPECT_EQ(writer.use_count(), 2);
+    mayEnd.set_value();
     other.join();
-    EXPECT_TRUE(line.isWriterGone);
+    EXPECT_EQ(writer.use_count(), 1);
+}
+
+TEST_F(LogTest, WritersMayReplaceThemselvesOnManyThreads) {
+    const auto writers = std::make_shared<int>();
+    std::function<void()> replace;
+    replace = [&replace, writers] { install(replace); };
+    const auto writeLines = [] {
+        for (int i = 0; i < 10000; ++i) {
+            logAt(LogLevel::INFO, "line");
+        }
+    };
+    install(replace);
+    std::thread one(writeLines), two(writeLines);
+    writeLines();
+    one.join();
+    two.join();
+    LogWrapper::getInstance().setLogWriter(nullptr);
+    EXPECT_EQ(writers.use_count(), 2);
 }
 
 }  // namespace
