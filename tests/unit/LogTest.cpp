@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <future>
+#include <latch>
 #include <thread>
 
 #include "LocalLogBuffer.h"
@@ -147,16 +148,17 @@ TEST_F(LogTest, WritersMayReplaceThemselvesOnManyThreads) {
     const auto writers = std::make_shared<int>();
     std::function<void()> replace;
     replace = [&replace, writers] { install(replace); };
-    const auto writeLines = [] {
-        for (int i = 0; i < 10000; ++i) {
+    install(replace);
+    std::latch begin(2);
+    const auto writeLines = [&begin] {
+        begin.arrive_and_wait();
+        for (int i = 0; i < 50000; ++i) {
             logAt(LogLevel::INFO, "line");
         }
     };
-    install(replace);
-    std::thread one(writeLines), two(writeLines);
+    std::thread other(writeLines);
     writeLines();
-    one.join();
-    two.join();
+    other.join();
     LogWrapper::getInstance().setLogWriter(nullptr);
     EXPECT_EQ(writers.use_count(), 2);
 }
