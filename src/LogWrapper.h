@@ -74,8 +74,8 @@ class LogWrapper {
 public:
     static LogWrapper& getInstance();
 
-    /// Installs the writer; empty for none. The one before is destroyed here if no line is being
-    /// written, and otherwise by the line with whose end none is any more.
+    /// Installs the writer; empty for none. The one before is destroyed as soon as no line is being
+    /// written: here, or at the end of a line.
     void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(retiredMutex);
 
     /// Writes one line, cut to 511 bytes. Lines of level ERROR and EVENT are also kept in the
