@@ -95,6 +95,22 @@ bool Modem3gppProfile::match(const FilterProfileParams& filter) const {
            matchSettings(*this, PlainSettings::all, filter);
 }
 
+void Modem3gppProfile::demandOf(const FilterProfileParams& filter, ProfileGlance& glance) {
+    if (filter.hasFilterByIsIAProfile() || filter.hasFilterByIsKivProfile() ||
+        filter.hasRoamIPType()) {
+        glance.demandTraits(ProfileGlance::kIs3gpp);
+    }
+    const auto asked = [&](const auto& one) { return (filter.*one.param).has_value(); };
+    glance.demandTraits(settingBits(PlainSettings::all, asked)
+                        << ProfileGlance::kFirst3gppPlainBit);
+}
+
+uint64_t Modem3gppProfile::summary() const {
+    const auto present = [this](const auto& one) { return (this->*one.field).has_value(); };
+    return ModemProfile::summary() | settingBits(PlainSettings::all, present)
+                                         << ProfileGlance::kFirst3gppPlainBit;
+}
+
 bool Modem3gppProfile::matchHomeIPType(const FilterProfileParams& filter) const {
     if (!filter.hasHomeIPType()) {
         return true;

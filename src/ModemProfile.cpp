@@ -24,6 +24,15 @@ std::string normalApnName(const std::string& name) {
     return convertToLower(name.substr(0, kApnNameLimit));
 }
 
+/// Of the normal form, where a summary has it: FNV-1a, which needs no memory for that form.
+uint64_t hashOfApnName(std::string_view name) {
+    uint32_t hash = 2166136261U;
+    for (const char byte : name.substr(0, kApnNameLimit)) {
+        hash = (hash ^ static_cast<unsigned char>(convertToLower(byte))) * 16777619U;
+    }
+    return uint64_t{hash} << 32;
+}
+
 }  // namespace
 
 struct ModemProfile::PlainSettings {
@@ -107,6 +116,40 @@ bool ModemProfile::match(const FilterProfileParams& filter) const {
     }
     return matchApnName(filter) && matchApnTypesMask(filter) &&
            matchSettings(*this, PlainSettings::all, filter);
+}
+
+ProfileGlance ModemProfile::glanceFor(const FilterProfileParams& filter) {
+    ProfileGlance glance;
+    if (filter.hasFilterByTechType()) {
+        const bool is3gpp2 = filter.getFilterByTechType() == TechType::Tech3gpp2;
+        glance.demandTraits(is3gpp2 ? ProfileGlance::kIs3gpp2 : ProfileGlance::kIs3gpp);
+    }
+    if (filter.apnName) {
+        glance.demandTraits(ProfileGlance::kHasApnName);
+        if ((filter.getFilterMatchCriteria() & toMask(FilterMatchType::ApnNameSubset)) == 0) {
+            glance.demandApnName(hashOfApnName(*filter.apnName));
+        }
+    }
+    if (filter.apnTypesMask) {
+        glance.demandTraits(ProfileGlance::kHasApnTypesMask);
+    }
+    const auto asked = [&](const auto& one) { return (filter.*one.param).has_value(); };
+    glance.demandTraits(settingBits(PlainSettings::all, asked) << ProfileGlance::kFirstPlainBit);
+    Modem3gppProfile::demandOf(filter, glance);
+    return glance;
+}
+
+uint64_t ModemProfile::summary() const {
+    const bool is3gpp2 = techType == TechType::Tech3gpp2;
+    uint64_t bits = is3gpp2 ? ProfileGlance::kIs3gpp2 : ProfileGlance::kIs3gpp;
+    if (apnName) {
+        bits |= ProfileGlance::kHasApnName | hashOfApnName(*apnName);
+    }
+    if (apnTypesMask) {
+        bits |= ProfileGlance::kHasApnTypesMask;
+    }
+    const auto present = [this](const auto& one) { return (this->*one.field).has_value(); };
+    return bits | settingBits(PlainSettings::all, present) << ProfileGlance::kFirstPlainBit;
 }
 
 bool ModemProfile::matchApnName(const FilterProfileParams& filter) const {

@@ -12,6 +12,7 @@
 #include "FilterProfileParams.h"
 #include "IProfileKey.h"
 #include "ModifyProfileParams.h"
+#include "ProfileGlance.h"
 #include "ProfileKey.h"
 #include "ProfileParams.h"
 #include "ProfileTypes.h"
@@ -46,6 +47,11 @@ public:
 
     /// Whether every setting that the filter has is present here and fits.
     virtual bool match(const FilterProfileParams& filter) const;
+
+    /// A profile can match the filter only if this glance at its summary lets it through.
+    static ProfileGlance glanceFor(const FilterProfileParams& filter);
+    /// Changes when a setting is set, taken over or read anew.
+    virtual uint64_t summary() const;
 
     /// Takes over the settings that other has; an empty other has none.
     virtual void apply(std::shared_ptr<ModemProfile> other);
@@ -182,6 +188,9 @@ public:
     Modem3gppProfile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
 
     bool match(const FilterProfileParams& filter) const override;
+    /// The part of glanceFor that only this technology can fulfil.
+    static void demandOf(const FilterProfileParams& filter, ProfileGlance& glance);
+    uint64_t summary() const override;
     void apply(std::shared_ptr<ModemProfile> other) override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
     ProfileParams get() const override;

@@ -34,6 +34,14 @@ void forEach(const Settings& settings, Action action) {
     std::apply([&](const auto&... one) { (action(one), ...); }, settings);
 }
 
+/// A bit for each setting, in order: whether it is there.
+template <class Settings, class IsThere>
+uint64_t settingBits(const Settings& settings, IsThere isThere) {
+    uint64_t bits = 0;
+    forEach(settings, [&](const auto& one) { bits = bits << 1 | (isThere(one) ? 1 : 0); });
+    return bits;
+}
+
 /// Takes over the value of other, if it has one.
 template <class Value>
 void mergeField(std::optional<Value>& field, const std::optional<Value>& other) {

@@ -44,11 +44,11 @@ ProfileCache::ProfileCache(EventManager& eventManager, int bindValue, RequestFun
 }
 
 ProfileCache::~ProfileCache() {
-    Profiles dropped;
+    Entries dropped;
     {
         std::lock_guard lock(mutex);
         pending.clear();
-        dropped.swap(profiles);
+        dropped.swap(entries);
     }
     // The profiles go here, outside the lock: they call their listeners.
 }
@@ -80,10 +80,10 @@ void ProfileCache::readAll() {
     }
     // Meant: what the modem has yet to confirm stays expected.
     {
-        Profiles dropped;
+        Entries dropped;
         {
             std::lock_guard lock(mutex);
-            dropped.swap(profiles);
+            dropped.swap(entries);
         }
     }
     for (Profile& profile : proxy.getAllProfiles()) {
@@ -125,11 +125,11 @@ std::shared_ptr<ProfileKey> ProfileCache::add(const AddProfileParams& params) {
 bool ProfileCache::modify(const ModifyProfileParams& params,
                           const std::shared_ptr<ProfileKey>& key) {
     // Meant: an event here, an error in the other operations.
-    const std::optional<Profile> found = find(key, LogLevel::EVENT);
+    Entry* const found = find(key, LogLevel::EVENT);
     if (!found) {
         return false;
     }
-    const Profile& profile = *found;
+    const Profile profile = found->profile;
     if (!profile) {
         return true;
     }
@@ -145,7 +145,7 @@ bool ProfileCache::modify(const ModifyProfileParams& params,
     }
     {
         std::lock_guard lock(mutex);
-        profile->apply(diff);
+        found->apply(diff);
     }
     KIV_LOG(EVENT, "Diff: %s", diff->dump().c_str());
     expect(*profile, ProfileChangeEvent::Modify);
@@ -153,46 +153,48 @@ bool ProfileCache::modify(const ModifyProfileParams& params,
 }
 
 bool ProfileCache::remove(const std::shared_ptr<ProfileKey>& key) {
-    const std::optional<Profile> found = find(key, LogLevel::ERROR);
+    const Entry* const found = find(key, LogLevel::ERROR);
     if (!found) {
         return false;
     }
+    const Profile profile = found->profile;
     if (!proxy.remove(key->getTechType(), key->getProfileId())) {
         // The capital is meant.
         KIV_LOG(ERROR, "ProfileCache: Failed to remove profile");
         return false;
     }
     erase(key->getToken());
-    if (*found) {
-        expect(**found, ProfileChangeEvent::Delete);
+    if (profile) {
+        expect(*profile, ProfileChangeEvent::Delete);
     }
     return true;
 }
 
 bool ProfileCache::match(const FilterProfileParams& params,
                          const std::shared_ptr<ProfileKey>& key) {
-    const std::optional<Profile> found = find(key, LogLevel::ERROR);
-    return found && *found && (*found)->match(params);
+    const Entry* const found = find(key, LogLevel::ERROR);
+    return found && found->profile && found->profile->match(params);
 }
 
 std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>& key) {
-    const std::optional<Profile> found = find(key, LogLevel::ERROR);
-    if (!found || !*found) {
+    const Entry* const found = find(key, LogLevel::ERROR);
+    if (!found || !found->profile) {
         return std::nullopt;
     }
-    return (*found)->get();
+    return found->profile->get();
 }
 
 std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileParams& params) {
+    const ProfileGlance glance = ModemProfile::glanceFor(params);
     std::vector<std::pair<uint64_t, Profile>> found;
     size_t unreadable = 0;
     {
         std::lock_guard lock(mutex);
-        for (const auto& [token, profile] : profiles) {
-            if (!profile) {
+        for (const Entry& entry : entries) {
+            if (!entry.profile) {
                 ++unreadable;
-            } else if (profile->match(params)) {
-                found.emplace_back(token, profile);
+            } else if (glance.mayMatch(entry.summary) && entry.profile->match(params)) {
+                found.emplace_back(entry.token, entry.profile);
             }
         }
     }
@@ -213,11 +215,11 @@ std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileP
 bool ProfileCache::registerExpirationListener(std::function<void()> callback,
                                               std::weak_ptr<IProfileKey> key, uint64_t token) {
     KIV_LOG(VERBOSE, "ProfileCache: registerExpirationListener %d", static_cast<int>(token));
-    const std::optional<Profile> found = find(token);
+    const Entry* const found = find(token);
     if (!found) {
         KIV_LOG(ERROR, "%s", kTokenMissing);
-    } else if (*found) {
-        (*found)->registerExpirationListener(std::move(callback), std::move(key));
+    } else if (found->profile) {
+        found->profile->registerExpirationListener(std::move(callback), std::move(key));
     }
     // Meant: false in every case; nobody depends on it.
     return false;
@@ -225,12 +227,12 @@ bool ProfileCache::registerExpirationListener(std::function<void()> callback,
 
 bool ProfileCache::releaseProfile(uint64_t token) {
     KIV_LOG(EVENT, "ProfileCache: releaseProfile token=%d", static_cast<int>(token));
-    const std::optional<Profile> found = find(token);
+    const Entry* const found = find(token);
     if (!found) {
         KIV_LOG(ERROR, "%s", kTokenMissing);
         return false;
     }
-    const Profile& profile = *found;
+    const Profile profile = found->profile;
     if (!profile) {
         return false;
     }
@@ -320,21 +322,42 @@ bool ProfileCache::confirm(const ProfileChangedInd& ind) {
 
 // Contents.
 
-std::optional<ProfileCache::Profile> ProfileCache::find(uint64_t token) {
-    std::lock_guard lock(mutex);
-    const auto found = profiles.find(token);
-    if (found == profiles.end()) {
-        return std::nullopt;
-    }
-    return found->second;
+ProfileCache::Entry::Entry(uint64_t tokenValue, Profile profileValue)
+    : token(tokenValue), profile(std::move(profileValue)) {
+    summarise();
 }
 
-std::optional<ProfileCache::Profile> ProfileCache::find(const std::shared_ptr<ProfileKey>& key,
-                                                        LogLevel missing) {
-    if (!key) {
-        return std::nullopt;
+void ProfileCache::Entry::apply(const Profile& diff) {
+    try {
+        profile->apply(diff);
+    } catch (const std::bad_alloc&) {
+        // A part of it has changed.
+        summarise();
+        throw;
     }
-    std::optional<Profile> found = find(key->getToken());
+    summarise();
+}
+
+void ProfileCache::Entry::summarise() { summary = profile ? profile->summary() : 0; }
+
+ProfileCache::Entries::iterator ProfileCache::locate(uint64_t token) {
+    const auto found =
+        std::lower_bound(entries.begin(), entries.end(), token,
+                         [](const Entry& entry, uint64_t wanted) { return entry.token < wanted; });
+    return found != entries.end() && found->token == token ? found : entries.end();
+}
+
+ProfileCache::Entry* ProfileCache::find(uint64_t token) {
+    std::lock_guard lock(mutex);
+    const auto found = locate(token);
+    return found == entries.end() ? nullptr : &*found;
+}
+
+ProfileCache::Entry* ProfileCache::find(const std::shared_ptr<ProfileKey>& key, LogLevel missing) {
+    if (!key) {
+        return nullptr;
+    }
+    Entry* const found = find(key->getToken());
     if (!found) {
         LogWrapper::getInstance().log(missing, kLogTag, "%s", kTokenMissing);
     }
@@ -342,16 +365,19 @@ std::optional<ProfileCache::Profile> ProfileCache::find(const std::shared_ptr<Pr
 }
 
 void ProfileCache::insert(uint64_t token, Profile profile) {
+    Entry entry(token, std::move(profile));
     std::lock_guard lock(mutex);
-    profiles.emplace(token, std::move(profile));
+    // Tokens only grow, so that the order holds.
+    entries.push_back(std::move(entry));
 }
 
 void ProfileCache::replace(uint64_t token, Profile profile) {
+    Entry entry(token, std::move(profile));
     {
         std::lock_guard lock(mutex);
-        const auto found = profiles.find(token);
-        if (found != profiles.end()) {
-            found->second.swap(profile);
+        const auto found = locate(token);
+        if (found != entries.end()) {
+            std::swap(*found, entry);
         }
     }
     // The profile of before goes here, outside the lock: it calls its listeners.
@@ -361,10 +387,10 @@ void ProfileCache::erase(uint64_t token) {
     Profile dropped;
     {
         std::lock_guard lock(mutex);
-        const auto found = profiles.find(token);
-        if (found != profiles.end()) {
-            dropped.swap(found->second);
-            profiles.erase(found);
+        const auto found = locate(token);
+        if (found != entries.end()) {
+            dropped.swap(found->profile);
+            entries.erase(found);
         }
     }
     // The profile goes here, outside the lock: it calls its listeners.
@@ -373,9 +399,10 @@ void ProfileCache::erase(uint64_t token) {
 std::vector<uint64_t> ProfileCache::tokensOf(TechType techType, int profileId) {
     std::vector<uint64_t> tokens;
     std::lock_guard lock(mutex);
-    for (const auto& [token, profile] : profiles) {
+    for (const Entry& entry : entries) {
+        const Profile& profile = entry.profile;
         if (profile && profile->getTechType() == techType && profile->getProfileId() == profileId) {
-            tokens.push_back(token);
+            tokens.push_back(entry.token);
         }
     }
     return tokens;
@@ -385,8 +412,8 @@ void ProfileCache::logRefreshed() {
     std::vector<std::string> lines;
     {
         std::lock_guard lock(mutex);
-        for (const auto& entry : profiles) {
-            lines.push_back(dumpProfile(entry.second));
+        for (const Entry& entry : entries) {
+            lines.push_back(dumpProfile(entry.profile));
         }
     }
     KIV_LOG(EVENT, "Refreshed Profiles:");
@@ -398,8 +425,8 @@ void ProfileCache::logRefreshed() {
 std::vector<std::string> ProfileCache::dump() {
     std::lock_guard lock(mutex);
     std::vector<std::string> lines = {"Cache:"};
-    for (const auto& [token, profile] : profiles) {
-        lines.push_back("  " + std::to_string(token) + ": " + dumpProfile(profile));
+    for (const Entry& entry : entries) {
+        lines.push_back("  " + std::to_string(entry.token) + ": " + dumpProfile(entry.profile));
     }
     lines.push_back("Pending:");
     for (const ProfileChangedInd& ind : pending) {

@@ -8,7 +8,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "AddProfileParams.h"
@@ -71,15 +70,30 @@ public:
     static uint64_t generateToken();
 
 private:
-    void readAll();
-    void forgetExpectedChanges();
-    using Profiles = std::unordered_map<uint64_t, std::shared_ptr<ModemProfile>>;
     using Profile = std::shared_ptr<ModemProfile>;
 
-    /// The profile under the token, maybe an empty one; no value if the token is not known.
-    std::optional<Profile> find(uint64_t token) KIV_EXCLUDES(mutex);
+    struct Entry {
+        Entry(uint64_t token, Profile profile);
+        /// Changes the profile, which must be there.
+        void apply(const Profile& diff);
+
+        uint64_t token;
+        uint64_t summary = 0;  ///< the profile's, kept here so that a search need not read it
+        Profile profile;       ///< empty if the modem would not tell
+
+    private:
+        void summarise();
+    };
+    using Entries = std::vector<Entry>;
+
+    void readAll();
+    void forgetExpectedChanges();
+    /// The entry of the token, until the cache next changes; null if the token is not known.
+    Entry* find(uint64_t token) KIV_EXCLUDES(mutex);
     /// The same for a key; logs at missing if its token is not known.
-    std::optional<Profile> find(const std::shared_ptr<ProfileKey>& key, LogLevel missing);
+    Entry* find(const std::shared_ptr<ProfileKey>& key, LogLevel missing);
+    /// Where the token is, or the end.
+    Entries::iterator locate(uint64_t token) KIV_REQUIRES(mutex);
     void insert(uint64_t token, Profile profile) KIV_EXCLUDES(mutex);
     void replace(uint64_t token, Profile profile) KIV_EXCLUDES(mutex);
     void erase(uint64_t token) KIV_EXCLUDES(mutex);
@@ -99,7 +113,7 @@ private:
 
     // Guarded; so are the settings of the profiles within.
     std::mutex mutex;
-    Profiles profiles KIV_GUARDED_BY(mutex);
+    Entries entries KIV_GUARDED_BY(mutex);  ///< by token, the smallest first
     std::list<ProfileChangedInd> pending KIV_GUARDED_BY(mutex);
 };
 

@@ -30,7 +30,8 @@ ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.passMailbox();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.deferred.clear();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.handlers.clear();|yes/no
 ProfileCache.h|ProfileCache& c|c.mutex|c.pending.clear();|yes/no
-ProfileCache.h|ProfileCache& c|c.mutex|c.profiles.clear();|yes/no
+ProfileCache.h|ProfileCache& c|c.mutex|c.entries.clear();|yes/no
+ProfileCache.h|ProfileCache& c|c.mutex|c.locate(0);|yes/no
 RavWdsProxy.h|RavWdsProxy& p|p.indQueueMutex|p.indQueue.clear();|yes/no
 LogWrapper.h|LogWrapper& w|w.retiredMutex|w.retired.reset();|yes/no
 LocalLogBuffer.h|LocalLogBuffer& b|b.mutex|b.logs.clear();|yes/no

@@ -12,7 +12,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -154,8 +153,8 @@ private:
 
         std::string name() const { return textOf({image->getTechType(), image->getProfileId()}); }
     };
-    /// Of the library's own kind, so that the order is the same.
-    using Entries = std::unordered_map<uint64_t, Entry>;
+    /// In the order in which the library keeps them.
+    using Entries = std::map<uint64_t, Entry>;
 
     static std::string textOf(const Place& place) {
         return (place.first == TechType::Tech3gpp ? "3GPP:" : "3GPP2:") +

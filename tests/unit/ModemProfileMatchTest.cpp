@@ -17,6 +17,17 @@ constexpr uint32_t kHomeSuper = toMask(FilterMatchType::HomeIPSuperset);
 constexpr uint32_t kRoamSub = toMask(FilterMatchType::RoamIPSubset);
 constexpr uint32_t kRoamSuper = toMask(FilterMatchType::RoamIPSuperset);
 
+bool passesGlance(const ModemProfile& profile, const F& filter) {
+    return ModemProfile::glanceFor(filter).mayMatch(profile.summary());
+}
+
+/// What match says; a glance must not deny it.
+bool matches(const ModemProfile& profile, const F& filter) {
+    const bool answer = profile.match(filter);
+    EXPECT_TRUE(passesGlance(profile, filter) || !answer);
+    return answer;
+}
+
 /// One question to a profile: what it holds, what the filter asks for and how, and the answer.
 template <class Profile>
 struct Row {
@@ -34,7 +45,7 @@ void check(const Row<Profile> (&rows)[count]) {
         row.hold(profile);
         F filter = filled(row.ask);
         filter.addFilterMatchCriteria(row.criteria);
-        EXPECT_EQ(profile.match(filter), row.matches) << "row of line " << row.line;
+        EXPECT_EQ(matches(profile, filter), row.matches) << "row of line " << row.line;
     }
 }
 
@@ -97,7 +108,7 @@ TEST(Modem3gppMatch, AnswersByIPTypes) {
         Modem3gppProfile profile{ProfileParams()};
         F filter = withIPTypes<F>(row.home, row.roam);
         filter.addFilterMatchCriteria(row.criteria);
-        EXPECT_EQ(setIPTypes(profile, row.held).match(filter), row.matches) << row.line;
+        EXPECT_EQ(matches(setIPTypes(profile, row.held), filter), row.matches) << row.line;
     }
 }
 
@@ -114,16 +125,34 @@ TEST(Modem3gpp2Match, TakesAnAbsentTypeAsEmpty) {
     check(rows);
 }
 
-TEST(ModemProfileMatch, TakesNoFilterForASettingThatIsAbsent) {
-    void (*const asks[])(F&) = {
-        [](F& f) { f.setUserName(""); },         [](F& f) { f.setPassword(""); },
-        [](F& f) { f.setIsClatEnabled(false); }, [](F& f) { f.setMaxPdnsConnPerBlock(0); },
-        [](F& f) { f.setMaxPdnConnTimer(0); },   [](F& f) { f.setPdnReqWaitInterval(0); },
-        [](F& f) { f.setIsApnDisabled(false); }, [](F& f) { f.setIsEmergencySupported(false); },
+TEST(ModemProfileMatch, TakesAFilterForASettingOnlyIfItIsPresent) {
+    const struct {
+        int line;
+        void (*ask)(F&);
+        bool only3gpp;
+    } rows[] = {
+        {__LINE__, [](F& f) { f.setApnName(std::string(160, 'A')); }, false},
+        {__LINE__, [](F& f) { f.setApnTypesMask(0); }, false},
+        {__LINE__, [](F& f) { f.setUserName(""); }, false},
+        {__LINE__, [](F& f) { f.setPassword(""); }, false},
+        {__LINE__, [](F& f) { f.setAuthType(AuthType::NONE); }, false},
+        {__LINE__, [](F& f) { f.setApnClass(ApnClass{}); }, false},
+        {__LINE__, [](F& f) { f.setIsClatEnabled(false); }, false},
+        {__LINE__, [](F& f) { f.setMaxPdnsConnPerBlock(0); }, true},
+        {__LINE__, [](F& f) { f.setMaxPdnConnTimer(0); }, true},
+        {__LINE__, [](F& f) { f.setPdnReqWaitInterval(0); }, true},
+        {__LINE__, [](F& f) { f.setIsApnDisabled(false); }, true},
+        {__LINE__, [](F& f) { f.setIsEmergencySupported(false); }, true},
     };
-    for (const auto& ask : asks) {
-        EXPECT_FALSE(Modem3gppProfile(ProfileParams()).match(filled(ask)));
-        EXPECT_FALSE(Modem3gpp2Profile(ProfileParams()).match(filled(ask)));
+    const Modem3gppProfile bare3gpp{ProfileParams()};
+    const Modem3gpp2Profile bare3gpp2{ProfileParams()};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        const F filter = filled(row.ask);
+        EXPECT_TRUE(matches(Modem3gppProfile(filter), filter));
+        EXPECT_NE(matches(Modem3gpp2Profile(filter), filter), row.only3gpp);
+        EXPECT_FALSE(bare3gpp.match(filter) || passesGlance(bare3gpp, filter));
+        EXPECT_FALSE(bare3gpp2.match(filter) || passesGlance(bare3gpp2, filter));
     }
 }
 
