@@ -1,5 +1,3 @@
-#include <utility>
-
 #include "Conversions.h"
 #include "ModemProfile.h"
 #include "ModemProfileSettings.h"
@@ -58,13 +56,11 @@ std::shared_ptr<ModemProfile> Modem3gpp2Profile::diff(
     return changed ? std::make_shared<Modem3gpp2Profile>(out) : nullptr;
 }
 
-ProfileParams Modem3gpp2Profile::get() const {
-    FilterProfileParams params;
-    updateGetParameters(params);
+void Modem3gpp2Profile::updateGetParameters(ProfileParams& out) const {
+    ModemProfile::updateGetParameters(out);
     if (commonIPType) {
-        params.setHomeIPType(*commonIPType);
+        out.setHomeIPType(*commonIPType);
     }
-    return ProfileParams(std::move(params));
 }
 
 wds_create_profile_req_msg_v01 Modem3gpp2Profile::constructAddRequest() const {

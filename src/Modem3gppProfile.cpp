@@ -1,5 +1,3 @@
-#include <utility>
-
 #include "Conversions.h"
 #include "ModemProfile.h"
 #include "ModemProfileSettings.h"
@@ -178,19 +176,15 @@ void Modem3gppProfile::apply(std::shared_ptr<ModemProfile> other) {
     mergeSettings(*this, PlainSettings::all, *other3gpp);
 }
 
-ProfileParams Modem3gppProfile::get() const {
-    FilterProfileParams params;
-    updateGetParameters(params);
-    params.setFilterByIsIAProfile(isIAProfile());
-    params.setFilterByIsKivProfile(isKivProfile());
-    if (const std::optional<IPType> home = clientHomeIPType()) {
-        params.setHomeIPType(*home);
+void Modem3gppProfile::updateGetParameters(ProfileParams& out) const {
+    ModemProfile::updateGetParameters(out);
+    out.isIAProfile = isIAProfile();
+    out.isKivProfile = isKivProfile();
+    out.homeIPType = clientHomeIPType();
+    if (lteRoamIPType == umtsRoamIPType) {
+        out.roamIPType = lteRoamIPType;
     }
-    if (lteRoamIPType && lteRoamIPType == umtsRoamIPType) {
-        params.setRoamIPType(*lteRoamIPType);
-    }
-    reportSettings(*this, PlainSettings::all, params);
-    return ProfileParams(std::move(params));
+    reportSettings(*this, PlainSettings::all, out);
 }
 
 wds_create_profile_req_msg_v01 Modem3gppProfile::constructAddRequest() const {

@@ -222,10 +222,14 @@ void ModemProfile::apply(std::shared_ptr<ModemProfile> other) {
     mergeSettings(*this, PlainSettings::all, *other);
 }
 
-void ModemProfile::updateGetParameters(FilterProfileParams& out) const {
-    if (apnName) {
-        out.setApnName(*apnName);
-    }
+ProfileParams ModemProfile::get() const {
+    ProfileParams params;
+    updateGetParameters(params);
+    return params;
+}
+
+void ModemProfile::updateGetParameters(ProfileParams& out) const {
+    out.apnName = apnName;
     if (apnTypesMask) {
         out.setApnTypesMask(convertToCommonApnTypeMask(*apnTypesMask));
     }

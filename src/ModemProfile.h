@@ -61,7 +61,9 @@ public:
     virtual std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const = 0;
 
     /// The settings in the words of the clients, IP types as they asked for them.
-    virtual ProfileParams get() const = 0;
+    ProfileParams get() const;
+    /// The same, into params that are still empty.
+    virtual void updateGetParameters(ProfileParams& out) const;
 
     virtual wds_create_profile_req_msg_v01 constructAddRequest() const = 0;
     virtual wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const = 0;
@@ -131,9 +133,6 @@ public:
     bool matchSubsetApnTypesMask(uint32_t mask) const;
     bool matchExactApnTypesMask(uint32_t mask) const;
 
-    /// Copies the settings that both technologies read out alike.
-    void updateGetParameters(FilterProfileParams& out) const;
-
     /// Clear the whole message and fill what both technologies fill alike.
     void updateAddParameters(wds_create_profile_req_msg_v01& request) const;
     void updateModifyParameters(wds_modify_profile_settings_req_msg_v01& request) const;
@@ -193,7 +192,7 @@ public:
     uint64_t summary() const override;
     void apply(std::shared_ptr<ModemProfile> other) override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
-    ProfileParams get() const override;
+    void updateGetParameters(ProfileParams& out) const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;
     wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const override;
     std::string dump() const override;
@@ -274,7 +273,7 @@ public:
 
     bool match(const FilterProfileParams& filter) const override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
-    ProfileParams get() const override;
+    void updateGetParameters(ProfileParams& out) const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;
     wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const override;
 

@@ -177,11 +177,12 @@ bool ProfileCache::match(const FilterProfileParams& params,
 }
 
 std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>& key) {
+    std::optional<ProfileParams> params;
     const Entry* const found = find(key, LogLevel::ERROR);
-    if (!found || !found->profile) {
-        return std::nullopt;
+    if (found && found->profile) {
+        found->profile->updateGetParameters(params.emplace());
     }
-    return found->profile->get();
+    return params;
 }
 
 std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileParams& params) {
