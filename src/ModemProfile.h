@@ -48,9 +48,9 @@ public:
     /// Whether every setting that the filter has is present here and fits.
     virtual bool match(const FilterProfileParams& filter) const;
 
-    /// A profile can match the filter only if this glance at its summary lets it through.
+    /// Lets through the summary of every profile that matches the filter, and of few others.
     static ProfileGlance glanceFor(const FilterProfileParams& filter);
-    /// Changes when a setting is set, taken over or read anew.
+    /// Of the settings as they are now: whoever keeps it asks again after every change.
     virtual uint64_t summary() const;
 
     /// Takes over the settings that other has; an empty other has none.
