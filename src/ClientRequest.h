@@ -61,7 +61,7 @@ private:
     mutable std::string line;
 };
 
-class AddRequest : public ClientRequest {
+class AddRequest final : public ClientRequest {
 public:
     explicit AddRequest(AddProfileParams params);
     std::string dump() const override;
@@ -71,7 +71,7 @@ private:
     const AddProfileParams params;
 };
 
-class ModifyRequest : public ClientRequest {
+class ModifyRequest final : public ClientRequest {
 public:
     ModifyRequest(ModifyProfileParams params, std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
@@ -83,7 +83,7 @@ private:
     const std::shared_ptr<IProfileKey> key;
 };
 
-class DeleteRequest : public ClientRequest {
+class DeleteRequest final : public ClientRequest {
 public:
     explicit DeleteRequest(std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
@@ -93,7 +93,7 @@ private:
     const std::shared_ptr<IProfileKey> key;
 };
 
-class FilterRequest : public ClientRequest {
+class FilterRequest final : public ClientRequest {
 public:
     explicit FilterRequest(FilterProfileParams params);
     std::string dump() const override;
@@ -103,7 +103,7 @@ private:
     const FilterProfileParams params;
 };
 
-class MatchRequest : public ClientRequest {
+class MatchRequest final : public ClientRequest {
 public:
     MatchRequest(FilterProfileParams params, std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
@@ -115,7 +115,7 @@ private:
     const std::shared_ptr<IProfileKey> key;
 };
 
-class GetRequest : public ClientRequest {
+class GetRequest final : public ClientRequest {
 public:
     explicit GetRequest(std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
@@ -126,7 +126,7 @@ private:
 };
 
 /// What a key asks of the cache: to release its token, or to register an expiration listener.
-class CallbackRequest : public ClientRequest {
+class CallbackRequest final : public ClientRequest {
 public:
     CallbackRequest();
     std::string dump() const override;
@@ -151,7 +151,7 @@ private:
     std::optional<std::weak_ptr<IProfileKey>> expirationKey;
 };
 
-class RefreshRequest : public ClientRequest {
+class RefreshRequest final : public ClientRequest {
 public:
     explicit RefreshRequest(PDCRefreshStatus status);
     PDCRefreshStatus getRefreshStatus() const { return status; }

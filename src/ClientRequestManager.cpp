@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "CastTo.h"
 #include "EventFd.h"
 #include "LogWrapper.h"
 #include "NoWaitScope.h"
@@ -20,8 +21,9 @@ thread_local const ClientRequestManager* engineOfThisThread = nullptr;
 
 Status statusOf(bool success) { return success ? Status::Success : Status::Failure; }
 
+/// For as long as the request is there, which keeps the key: the result owns nothing.
 std::shared_ptr<ProfileKey> toProfileKey(const std::shared_ptr<IProfileKey>& key) {
-    return std::dynamic_pointer_cast<ProfileKey>(key);
+    return {std::shared_ptr<void>(), castTo<ProfileKey>(key.get())};
 }
 
 }  // namespace
@@ -127,7 +129,9 @@ std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
         response = std::exchange(turn->response, nullptr);
         signalled = std::exchange(turn->signal, Signal());
         move(turn, spares);
-        turnGivenBack.notify_one();
+        if (waitingForATurn > 0) {
+            turnGivenBack.notify_one();
+        }
     }
     if (!signalled.isSent()) {
         KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(signalled.written),
@@ -158,9 +162,11 @@ ClientRequestManager::Turns::iterator ClientRequestManager::takeTurn(WaitLock& l
         try {
             spares.emplace_back();
         } catch (const std::bad_alloc&) {
+            ++waitingForATurn;
             while (spares.empty() && !closing) {
                 lock.wait(turnGivenBack);
             }
+            --waitingForATurn;
         }
     }
     const auto turn = spares.begin();
@@ -361,7 +367,7 @@ std::shared_ptr<ClientResponse> ClientRequestManager::callback(const ClientReque
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::refresh(const ClientRequest& served) {
-    const auto* refreshRequest = dynamic_cast<const RefreshRequest*>(&served);
+    const auto* refreshRequest = castTo<const RefreshRequest>(&served);
     if (refreshRequest == nullptr) {
         return nullptr;
     }

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "CastTo.h"
 #include "ClientRequest.h"
 #include "ClientResponse.h"
 #include "EventManager.h"
@@ -106,7 +107,7 @@ private:
     /// The request, if it is of the class and may be carried out now; else null.
     template <class Request>
     const Request* admit(const ClientRequest& served) const KIV_REQUIRES(mutex) {
-        return refreshBlocked ? nullptr : dynamic_cast<const Request*>(&served);
+        return refreshBlocked ? nullptr : castTo<const Request>(&served);
     }
 
     // Constant.
@@ -130,6 +131,7 @@ private:
     /// for another one, clients wait for one that is given back, in no order.
     Turns spares KIV_GUARDED_BY(mutex) = Turns(1);
     std::condition_variable turnGivenBack;
+    int waitingForATurn KIV_GUARDED_BY(mutex) = 0;
     /// The engine goes away: clients leave without a response.
     bool closing KIV_GUARDED_BY(mutex) = false;
 

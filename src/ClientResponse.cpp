@@ -44,7 +44,7 @@ std::string MatchResponse::dump() const {
     return ClientResponse::dump() + " " + (result ? "true" : "false");
 }
 
-GetResponse::GetResponse(Status status, std::optional<ProfileParams> params)
+GetResponse::GetResponse(Status status, std::optional<ProfileParams>&& params)
     : ClientResponse(ReqRespType::Get, status), params(std::move(params)) {}
 
 std::string GetResponse::dump() const {

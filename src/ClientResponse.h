@@ -46,7 +46,7 @@ private:
     const Status status;
 };
 
-class AddResponse : public ClientResponse {
+class AddResponse final : public ClientResponse {
 public:
     AddResponse(Status status, std::shared_ptr<IProfileKey> key);
     std::string dump() const override;
@@ -56,17 +56,17 @@ private:
     std::shared_ptr<IProfileKey> key;
 };
 
-class ModifyResponse : public ClientResponse {
+class ModifyResponse final : public ClientResponse {
 public:
     explicit ModifyResponse(Status status) : ClientResponse(ReqRespType::Modify, status) {}
 };
 
-class DeleteResponse : public ClientResponse {
+class DeleteResponse final : public ClientResponse {
 public:
     explicit DeleteResponse(Status status) : ClientResponse(ReqRespType::Delete, status) {}
 };
 
-class FilterResponse : public ClientResponse {
+class FilterResponse final : public ClientResponse {
 public:
     FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> result);
     std::string dump() const override;
@@ -76,7 +76,7 @@ private:
     std::list<std::shared_ptr<IProfileKey>> result;
 };
 
-class MatchResponse : public ClientResponse {
+class MatchResponse final : public ClientResponse {
 public:
     MatchResponse(Status status, bool result);
     std::string dump() const override;
@@ -86,9 +86,9 @@ private:
     const bool result;
 };
 
-class GetResponse : public ClientResponse {
+class GetResponse final : public ClientResponse {
 public:
-    GetResponse(Status status, std::optional<ProfileParams> params);
+    GetResponse(Status status, std::optional<ProfileParams>&& params);
     std::string dump() const override;
     std::optional<ProfileParams> takeParams() { return std::move(params); }
 
@@ -96,12 +96,12 @@ private:
     std::optional<ProfileParams> params;
 };
 
-class CallbackResponse : public ClientResponse {
+class CallbackResponse final : public ClientResponse {
 public:
     explicit CallbackResponse(Status status) : ClientResponse(ReqRespType::Callback, status) {}
 };
 
-class RefreshResponse : public ClientResponse {
+class RefreshResponse final : public ClientResponse {
 public:
     explicit RefreshResponse(Status status) : ClientResponse(ReqRespType::Refresh, status) {}
 };

@@ -248,14 +248,23 @@ void EventManager::processEvents() {
     }
     for (int i = 0; i < count; ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
-        KIV_LOG_TEXT(VERBOSE, "there are ", std::to_string(count - i),
-                     " file descriptor(s) with events pending");
-        KIV_LOG_TEXT(VERBOSE, "processing event number: ", std::to_string(i), ", handling ",
-                     std::to_string(static_cast<int>(event.events)), " for ",
-                     std::to_string(event.data.fd));
+        announce({count - i, i, static_cast<int>(event.events), event.data.fd});
         withoutEnding([this, &event] { processEvent(event); });
         finishItem();
     }
+}
+
+void EventManager::announce(const Announced& event) {
+    if (event != announced) {
+        announced = event;
+        snprintf(pendingLine.data(), pendingLine.size(),
+                 "there are %d file descriptor(s) with events pending", event.pending);
+        snprintf(processingLine.data(), processingLine.size(),
+                 "processing event number: %d, handling %d for %d", event.number, event.flags,
+                 event.fd);
+    }
+    KIV_LOG_TEXT(VERBOSE, pendingLine.data());
+    KIV_LOG_TEXT(VERBOSE, processingLine.data());
 }
 
 void EventManager::processEvent(const epoll_event& event) {

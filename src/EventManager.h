@@ -88,8 +88,18 @@ private:
         bool lacksRoom = false;  ///< it is yet to be watched
     };
 
+    /// What the log tells of an event before it is dispatched.
+    struct Announced {
+        int pending = 0;
+        int number = 0;
+        int flags = 0;
+        int fd = -1;
+        bool operator==(const Announced&) const = default;
+    };
+
     bool watch(int fd, HandlerObject& handler) KIV_REQUIRES(mutex);
     bool watchAgain() KIV_EXCLUDES(mutex);
+    void announce(const Announced& event);
     void processEvent(const epoll_event& event);
     void removeHungUp(int fd);
     void findHandler(int fd);
@@ -109,7 +119,11 @@ private:
     // Loop thread only.
     std::array<epoll_event, 4> events{};
     int signalledLater = -1;  ///< none if -1
-    /// The handler of the latest event, so that a row of requests looks for it once.
+    // Of the latest event, so that a row of requests has its lines formatted, and its handler
+    // looked for, once.
+    Announced announced;
+    std::array<char, 80> pendingLine{};
+    std::array<char, 80> processingLine{};
     struct {
         int fd = -1;
         uint64_t changes = 0;  ///< of the approved descriptors at that time

@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "CastTo.h"
 #include "ClientRequest.h"
 #include "ClientRequestManager.h"
 #include "ClientResponse.h"
@@ -120,11 +121,12 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
     KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->text());
     std::shared_ptr<ClientResponse> response = gate->process(request);
     KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
-    auto result = std::dynamic_pointer_cast<Response>(std::move(response));
-    if (!result) {
+    auto* const result = castTo<Response>(response.get());
+    if (result == nullptr) {
         KIV_LOG(ERROR, "%s", failure);
+        return nullptr;
     }
-    return result;
+    return {std::move(response), result};
 }
 
 std::shared_ptr<IProfileKey> Manager::addProfile(const AddProfileParams& params) {

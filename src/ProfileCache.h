@@ -89,7 +89,7 @@ private:
     void readAll();
     void forgetExpectedChanges();
     /// The entry of the token, until the cache next changes; null if the token is not known.
-    Entry* find(uint64_t token) KIV_EXCLUDES(mutex);
+    Entry* find(uint64_t token) KIV_UNCHECKED;
     /// The same for a key; logs at missing if its token is not known.
     Entry* find(const std::shared_ptr<ProfileKey>& key, LogLevel missing);
     /// Where the token is, or the end.

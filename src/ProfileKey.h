@@ -14,7 +14,7 @@ namespace kiv {
 
 /// The one kind of key: names a cached profile by its token. See IProfileKey for threads,
 /// ownership and blocking.
-class ProfileKey : public IProfileKey {
+class ProfileKey final : public IProfileKey {
 public:
     ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn);
     /// Posts the release of the token, once.

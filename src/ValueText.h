@@ -32,7 +32,7 @@ std::string valueText(Value value) {
 /// A text that has room for as much as most lines hold, so that it seldom has to grow.
 inline std::string emptyLine() {
     std::string text;
-    text.reserve(200);
+    text.reserve(256);
     return text;
 }
 
@@ -46,7 +46,7 @@ void appendSetting(std::string& text, std::string_view label, const std::optiona
     if constexpr (std::is_same_v<Value, std::string>) {
         text += *setting;
     } else if constexpr (std::is_same_v<Value, bool>) {
-        text += *setting ? "true" : "false";
+        text += std::string_view(*setting ? "true" : "false");
     } else if constexpr (std::is_enum_v<Value>) {
         appendText(text, *setting);
     } else {
