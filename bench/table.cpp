@@ -2,8 +2,8 @@
 //   filter/WHAT/N   a filter that no profile passes, through Manager
 //   loop/WHAT/N     a hand-written loop that compares the same fields in a vector
 //   refresh/N       all profiles read from the modem; with how many requests
-// A filter for a name stops at the name of each profile; one for everything looks at all settings
-// that it can hold, and fails at the last.
+// A filter for a name stops at the name of each profile, as does one for a part of a name; one for
+// everything looks at all settings that it can hold, and fails at the last.
 
 #include <benchmark/benchmark.h>
 
@@ -31,6 +31,13 @@ LoadedLibrary load(int64_t count) {
 FilterProfileParams filterForName() {
     FilterProfileParams filter;
     filter.setApnName("Internet0.mnc001.mcc262.none");
+    return filter;
+}
+
+FilterProfileParams filterForPart() {
+    FilterProfileParams filter;
+    filter.setApnName("mnc001.mcc310");
+    filter.addFilterMatchCriteria(toMask(FilterMatchType::ApnNameSubset));
     return filter;
 }
 
@@ -101,6 +108,18 @@ void measureNameLoop(benchmark::State& state) {
     }
 }
 
+void measurePartLoop(benchmark::State& state) {
+    const auto table = plainTable(state.range(0));
+    const std::string wanted = filterForPart().getApnName();
+    for (auto _ : state) {
+        size_t found = 0;
+        for (const Plain& plain : table) {
+            found += plain.apnName && plain.apnName->find(wanted) != std::string::npos;
+        }
+        benchmark::DoNotOptimize(found);
+    }
+}
+
 void measureEverythingLoop(benchmark::State& state) {
     const auto table = plainTable(state.range(0));
     const std::string name = kPartOfName;
@@ -138,8 +157,10 @@ void measureRefresh(benchmark::State& state) {
             ->UseRealTime();
     };
     add("filter/name", measureFilter, filterForName());
+    add("filter/part", measureFilter, filterForPart());
     add("filter/everything", measureFilter, filterForEverything());
     add("loop/name", measureNameLoop);
+    add("loop/part", measurePartLoop);
     add("loop/everything", measureEverythingLoop);
     add("refresh", measureRefresh);
     return true;

@@ -26,8 +26,8 @@ Modem3gpp2Profile::Modem3gpp2Profile(int profileIdValue,
     readText(userName, s.user_id_3gpp2_valid, s.user_id_3gpp2);
 }
 
-bool Modem3gpp2Profile::match(const FilterProfileParams& filter) const {
-    if (!ModemProfile::match(filter)) {
+bool Modem3gpp2Profile::match(const FilterProfileParams& filter, const NormalApnName& name) const {
+    if (!ModemProfile::match(filter, name)) {
         return false;
     }
     // Meant: an absent type counts as UNKNOWN, the empty set, so that a superset filter takes it.

@@ -77,8 +77,8 @@ bool Modem3gppProfile::isKivProfile() const {
     return isIAProfile() || profileName == kKivProfileName;
 }
 
-bool Modem3gppProfile::match(const FilterProfileParams& filter) const {
-    if (!ModemProfile::match(filter)) {
+bool Modem3gppProfile::match(const FilterProfileParams& filter, const NormalApnName& name) const {
+    if (!ModemProfile::match(filter, name)) {
         return false;
     }
     // Only one of the two filters counts, the initial-attach one first.

@@ -107,14 +107,23 @@ void ModemProfile::decRefCount() {
     --refCount;
 }
 
-bool ModemProfile::match(const FilterProfileParams& filter) const {
+ModemProfile::NormalApnName::NormalApnName(const FilterProfileParams& filter) {
+    if (filter.apnName) {
+        const std::string_view name = std::string_view(*filter.apnName).substr(0, bytes.size());
+        std::transform(name.begin(), name.end(), bytes.begin(),
+                       [](char byte) { return convertToLower(byte); });
+        length = name.size();
+    }
+}
+
+bool ModemProfile::match(const FilterProfileParams& filter, const NormalApnName& name) const {
     if (filter.hasFilterByTechType() && filter.getFilterByTechType() != techType) {
         return false;
     }
     if (filter.hasFilterByProfileId() && filter.getFilterByProfileId() != profileId) {
         return false;
     }
-    return matchApnName(filter) && matchApnTypesMask(filter) &&
+    return matchApnName(filter, name) && matchApnTypesMask(filter) &&
            matchSettings(*this, PlainSettings::all, filter);
 }
 
@@ -152,23 +161,18 @@ uint64_t ModemProfile::summary() const {
     return bits | settingBits(PlainSettings::all, present) << ProfileGlance::kFirstPlainBit;
 }
 
-bool ModemProfile::matchApnName(const FilterProfileParams& filter) const {
+bool ModemProfile::matchApnName(const FilterProfileParams& filter,
+                                const NormalApnName& name) const {
     if (!filter.hasApnName()) {
         return true;
     }
     if (!apnName) {
         return false;
     }
-    // As normalApnName has it, but without memory of its own.
-    const auto lower = [](char byte) { return convertToLower(byte); };
-    const std::string_view asked = std::string_view(*filter.apnName).substr(0, kApnNameLimit);
     if ((filter.getFilterMatchCriteria() & toMask(FilterMatchType::ApnNameSubset)) == 0) {
-        return std::equal(apnName->begin(), apnName->end(), asked.begin(), asked.end(),
-                          [lower](char mine, char wanted) { return mine == lower(wanted); });
+        return *apnName == name.text();
     }
-    std::array<char, kApnNameLimit> wanted;
-    std::transform(asked.begin(), asked.end(), wanted.begin(), lower);
-    return apnName->find(wanted.data(), 0, asked.size()) != std::string::npos;
+    return apnName->find(name.text()) != std::string::npos;
 }
 
 bool ModemProfile::matchApnTypesMask(const FilterProfileParams& filter) const {

@@ -1,12 +1,15 @@
 #ifndef KIVR_SRC_MODEMPROFILE_H
 #define KIVR_SRC_MODEMPROFILE_H
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "FilterProfileParams.h"
@@ -45,8 +48,25 @@ public:
     ModemProfile(const ModemProfile&) = delete;
     ModemProfile& operator=(const ModemProfile&) = delete;
 
+    /// The APN name of a filter in the form in which profiles keep theirs, cut and lowered: made
+    /// once for a search through many.
+    class NormalApnName {
+    public:
+        explicit NormalApnName(const FilterProfileParams& filter);
+        /// Empty if the filter has none.
+        std::string_view text() const { return {bytes.data(), length}; }
+
+    private:
+        std::array<char, WDS_APN_NAME_SIZE_V01 - 1> bytes;
+        size_t length = 0;
+    };
+
     /// Whether every setting that the filter has is present here and fits.
-    virtual bool match(const FilterProfileParams& filter) const;
+    bool match(const FilterProfileParams& filter) const {
+        return match(filter, NormalApnName(filter));
+    }
+    /// The same, with the filter's name.
+    virtual bool match(const FilterProfileParams& filter, const NormalApnName& name) const;
 
     /// Lets through the summary of every profile that matches the filter, and of few others.
     static ProfileGlance glanceFor(const FilterProfileParams& filter);
@@ -168,7 +188,7 @@ private:
     /// The settings that are a ProfileParams' own, unconverted.
     struct PlainSettings;
 
-    bool matchApnName(const FilterProfileParams& filter) const;
+    bool matchApnName(const FilterProfileParams& filter, const NormalApnName& name) const;
     bool matchApnTypesMask(const FilterProfileParams& filter) const;
     void writeCommonSettings(wds_profile_settings_type_v01& settings) const;
 
@@ -186,7 +206,8 @@ public:
     explicit Modem3gppProfile(const ProfileParams& params);
     Modem3gppProfile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
 
-    bool match(const FilterProfileParams& filter) const override;
+    using ModemProfile::match;
+    bool match(const FilterProfileParams& filter, const NormalApnName& name) const override;
     /// The part of glanceFor that only this technology can fulfil.
     static void demandOf(const FilterProfileParams& filter, ProfileGlance& glance);
     uint64_t summary() const override;
@@ -271,7 +292,8 @@ public:
     explicit Modem3gpp2Profile(const ProfileParams& params);
     Modem3gpp2Profile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
 
-    bool match(const FilterProfileParams& filter) const override;
+    using ModemProfile::match;
+    bool match(const FilterProfileParams& filter, const NormalApnName& name) const override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
     void updateGetParameters(ProfileParams& out) const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;

@@ -187,6 +187,7 @@ std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>
 
 std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileParams& params) {
     const ProfileGlance glance = ModemProfile::glanceFor(params);
+    const ModemProfile::NormalApnName name(params);
     std::vector<std::pair<uint64_t, Profile>> found;
     size_t unreadable = 0;
     {
@@ -194,7 +195,7 @@ std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileP
         for (const Entry& entry : entries) {
             if (!entry.profile) {
                 ++unreadable;
-            } else if (glance.mayMatch(entry.summary) && entry.profile->match(params)) {
+            } else if (glance.mayMatch(entry.summary) && entry.profile->match(params, name)) {
                 found.emplace_back(entry.token, entry.profile);
             }
         }
