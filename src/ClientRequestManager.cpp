@@ -156,7 +156,8 @@ void ClientRequestManager::signalFor(Turns::iterator turn) {
     }
 }
 
-/// Waits only if there is no memory for a turn. The result is none if the engine goes away.
+/// Waits only if there is no memory for a turn. There may be none if the engine goes away, which is
+/// for the caller to look at.
 ClientRequestManager::Turns::iterator ClientRequestManager::takeTurn(WaitLock& lock) {
     if (spares.empty()) {
         try {

@@ -48,19 +48,22 @@ struct WriterRemover {
 
 }  // namespace
 
-// All threads see the atomic operations here in one order. A line counts itself before it looks for
-// the writer. If the one it finds is replaced later, it has thus been counted since before the
-// replacement, and the writer comes to the list after that. So whoever sees no line in hand while
-// the lock keeps the list as it is knows that nobody uses a writer in it.
-// No writer is left over either: its replacement counts as a line, so that the count falls to 0
-// after the writer has come to the list. Who brings it to 0 takes the list, or leaves it to a line
-// that has come meanwhile and ends later.
+// All threads see the atomic operations here in one order. A line counts itself, on one of two
+// sides, before it looks for the writer. If the one it finds is replaced later, it has thus been
+// counted since before that. So nobody uses a replaced writer any more as soon as each side has
+// been seen empty once since the replacement; both need not be empty at the same time. So that
+// lines which keep coming don't put that off, they count themselves on the other side than the one
+// that is to be seen empty next. Whoever leaves a side empty looks whether replaced writers can go,
+// and so does whoever replaces one.
 class LogWrapper::LineInHand {
 public:
-    explicit LineInHand(LogWrapper& wrapper) : wrapper(wrapper) { ++wrapper.linesInHand; }
+    explicit LineInHand(LogWrapper& wrapper)
+        : wrapper(wrapper), linesInHand(wrapper.linesInHand[wrapper.side]) {
+        ++linesInHand;
+    }
     ~LineInHand() {
-        if (--wrapper.linesInHand == 0 && wrapper.hasRetired) {
-            wrapper.destroyRetired();
+        if (--linesInHand == 0 && wrapper.hasReplaced) {
+            wrapper.destroyUnused();
         }
     }
     LineInHand(const LineInHand&) = delete;
@@ -68,6 +71,7 @@ public:
 
 private:
     LogWrapper& wrapper;
+    std::atomic<size_t>& linesInHand;
 };
 
 LogWrapper& LogWrapper::getInstance() {
@@ -80,34 +84,50 @@ void LogWrapper::setLogWriter(std::unique_ptr<LogWriter> newWriter) {
     if (isForkedChild()) {
         return;
     }
-    const LineInHand line(*this);
-    retire(std::unique_ptr<LogWriter>(writer.exchange(newWriter.release())));
-}
-
-void LogWrapper::retire(std::unique_ptr<LogWriter> previous) {
-    if (!previous) {
-        return;
+    std::unique_ptr<LogWriter> previous(writer.exchange(newWriter.release()));
+    if (previous) {
+        std::lock_guard lock(replacedMutex);
+        prepend(std::move(previous), replaced);
+        hasReplaced = true;
     }
-    std::lock_guard lock(retiredMutex);
-    previous->nextRetired = std::move(retired);
-    retired = std::move(previous);
-    hasRetired = true;
+    destroyUnused();
 }
 
-/// The retired writers, if nobody is using them; otherwise they are left to the line that is.
-std::unique_ptr<LogWriter> LogWrapper::takeRetired() {
-    std::lock_guard lock(retiredMutex);
-    if (linesInHand != 0) {
-        return nullptr;
+void LogWrapper::prepend(std::unique_ptr<LogWriter> writer, std::unique_ptr<LogWriter>& list) {
+    writer->next = std::move(list);
+    list = std::move(writer);
+}
+
+/// The replaced writers that nobody uses any more.
+std::unique_ptr<LogWriter> LogWrapper::takeUnused() {
+    std::unique_ptr<LogWriter> unused;
+    std::lock_guard lock(replacedMutex);
+    while (hasReplaced) {
+        if (!leaving) {
+            leaving = std::move(replaced);
+            sidesToSeeEmpty = 2;
+        }
+        const unsigned other = 1 - side;
+        if (linesInHand[other] != 0) {
+            break;
+        }
+        side = other;
+        if (--sidesToSeeEmpty == 0) {
+            hasReplaced = replaced != nullptr;
+            while (leaving) {
+                std::unique_ptr<LogWriter> first = std::move(leaving);
+                leaving = std::move(first->next);
+                prepend(std::move(first), unused);
+            }
+        }
     }
-    hasRetired = false;
-    return std::move(retired);
+    return unused;
 }
 
-void LogWrapper::destroyRetired() {
-    std::unique_ptr<LogWriter> next = takeRetired();
+void LogWrapper::destroyUnused() {
+    std::unique_ptr<LogWriter> next = takeUnused();
     while (next) {
-        next = std::move(next->nextRetired);
+        next = std::move(next->next);
     }
 }
 

@@ -1,6 +1,7 @@
 #ifndef KIVR_SRC_LOGWRAPPER_H
 #define KIVR_SRC_LOGWRAPPER_H
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -40,7 +41,7 @@ public:
 
 private:
     friend class LogWrapper;
-    std::unique_ptr<LogWriter> nextRetired;  ///< LogWrapper's: so that retiring takes no memory
+    std::unique_ptr<LogWriter> next;  ///< of a list of LogWrapper's, which so takes no memory
 };
 
 /// Writes to the Android log.
@@ -74,25 +75,25 @@ class LogWrapper {
 public:
     static LogWrapper& getInstance();
 
-    /// Installs the writer; empty for none. The one before is destroyed as soon as no line is being
-    /// written: here, or at the end of a line.
-    void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(retiredMutex);
+    /// Installs the writer; empty for none. The one before is destroyed when the lines that are
+    /// being written at that time are done: here, or at the end of a line.
+    void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(replacedMutex);
 
     /// Writes one line, cut to 511 bytes. Lines of level ERROR and EVENT are also kept in the
     /// local buffer. Without memory a line is lost.
-    void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(retiredMutex)
+    void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(replacedMutex)
         __attribute__((format(printf, 4, 5)));
 
     /// The same for a text, and for a line of several: each as "%s" would print it.
-    void logText(LogLevel level, const char* tag, const char* text) KIV_EXCLUDES(retiredMutex);
+    void logText(LogLevel level, const char* tag, const char* text) KIV_EXCLUDES(replacedMutex);
     void logText(LogLevel level, const char* tag, const std::string& text)
-        KIV_EXCLUDES(retiredMutex) {
+        KIV_EXCLUDES(replacedMutex) {
         logText(level, tag, text.c_str());
     }
-    template <class... Texts>
-    void logText(LogLevel level, const char* tag, const Texts&... texts)
-        KIV_EXCLUDES(retiredMutex) {
-        logJoined(level, tag, {texts...});
+    template <class First, class Second, class... Others>
+    void logText(LogLevel level, const char* tag, const First& first, const Second& second,
+                 const Others&... others) KIV_EXCLUDES(replacedMutex) {
+        logJoined(level, tag, {first, second, others...});
     }
 
 private:
@@ -100,20 +101,24 @@ private:
     class LineInHand;
 
     void write(LogLevel level, const char* tag, const char* message, size_t length)
-        KIV_EXCLUDES(retiredMutex);
+        KIV_EXCLUDES(replacedMutex);
     void logJoined(LogLevel level, const char* tag, std::initializer_list<std::string_view> texts)
-        KIV_EXCLUDES(retiredMutex);
-    void retire(std::unique_ptr<LogWriter> previous) KIV_EXCLUDES(retiredMutex);
-    std::unique_ptr<LogWriter> takeRetired() KIV_EXCLUDES(retiredMutex);
-    void destroyRetired() KIV_EXCLUDES(retiredMutex);
+        KIV_EXCLUDES(replacedMutex);
+    static void prepend(std::unique_ptr<LogWriter> writer, std::unique_ptr<LogWriter>& list);
+    std::unique_ptr<LogWriter> takeUnused() KIV_EXCLUDES(replacedMutex);
+    void destroyUnused() KIV_EXCLUDES(replacedMutex);
 
-    std::mutex retiredMutex;
-    /// A list of writers that lines may still be using.
-    std::unique_ptr<LogWriter> retired KIV_GUARDED_BY(retiredMutex);
+    std::mutex replacedMutex;
+    /// Replaced writers that lines may still be using: those for which both sides are being
+    /// watched, and those that came to it since.
+    std::unique_ptr<LogWriter> leaving KIV_GUARDED_BY(replacedMutex);
+    std::unique_ptr<LogWriter> replaced KIV_GUARDED_BY(replacedMutex);
+    int sidesToSeeEmpty KIV_GUARDED_BY(replacedMutex) = 0;
 
     // Self-synchronised.
-    std::atomic<bool> hasRetired{false};  ///< whether the list has any, to be seen without the lock
-    std::atomic<size_t> linesInHand{0};
+    std::atomic<bool> hasReplaced{false};  ///< any of these, to be seen without the lock
+    std::atomic<unsigned> side{0};         ///< on which new lines count themselves: 0 or 1
+    std::array<std::atomic<size_t>, 2> linesInHand{};
     std::atomic<LogWriter*> writer{nullptr};  ///< owned
 };
 

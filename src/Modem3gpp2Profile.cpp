@@ -26,8 +26,9 @@ Modem3gpp2Profile::Modem3gpp2Profile(int profileIdValue,
     readText(userName, s.user_id_3gpp2_valid, s.user_id_3gpp2);
 }
 
-bool Modem3gpp2Profile::match(const FilterProfileParams& filter, const NormalApnName& name) const {
-    if (!ModemProfile::match(filter, name)) {
+bool Modem3gpp2Profile::matchNamed(const FilterProfileParams& filter,
+                                   const NormalApnName& name) const {
+    if (!ModemProfile::matchNamed(filter, name)) {
         return false;
     }
     // Meant: an absent type counts as UNKNOWN, the empty set, so that a superset filter takes it.
@@ -56,8 +57,14 @@ std::shared_ptr<ModemProfile> Modem3gpp2Profile::diff(
     return changed ? std::make_shared<Modem3gpp2Profile>(out) : nullptr;
 }
 
-void Modem3gpp2Profile::updateGetParameters(ProfileParams& out) const {
-    ModemProfile::updateGetParameters(out);
+ProfileParams Modem3gpp2Profile::get() const {
+    ProfileParams params;
+    readInto(params);
+    return params;
+}
+
+void Modem3gpp2Profile::readInto(ProfileParams& out) const {
+    updateGetParameters(out);
     if (commonIPType) {
         out.setHomeIPType(*commonIPType);
     }

@@ -77,8 +77,9 @@ bool Modem3gppProfile::isKivProfile() const {
     return isIAProfile() || profileName == kKivProfileName;
 }
 
-bool Modem3gppProfile::match(const FilterProfileParams& filter, const NormalApnName& name) const {
-    if (!ModemProfile::match(filter, name)) {
+bool Modem3gppProfile::matchNamed(const FilterProfileParams& filter,
+                                  const NormalApnName& name) const {
+    if (!ModemProfile::matchNamed(filter, name)) {
         return false;
     }
     // Only one of the two filters counts, the initial-attach one first.
@@ -176,8 +177,14 @@ void Modem3gppProfile::apply(std::shared_ptr<ModemProfile> other) {
     mergeSettings(*this, PlainSettings::all, *other3gpp);
 }
 
-void Modem3gppProfile::updateGetParameters(ProfileParams& out) const {
-    ModemProfile::updateGetParameters(out);
+ProfileParams Modem3gppProfile::get() const {
+    ProfileParams params;
+    readInto(params);
+    return params;
+}
+
+void Modem3gppProfile::readInto(ProfileParams& out) const {
+    updateGetParameters(out);
     out.isIAProfile = isIAProfile();
     out.isKivProfile = isKivProfile();
     out.homeIPType = clientHomeIPType();

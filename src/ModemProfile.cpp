@@ -116,7 +116,11 @@ ModemProfile::NormalApnName::NormalApnName(const FilterProfileParams& filter) {
     }
 }
 
-bool ModemProfile::match(const FilterProfileParams& filter, const NormalApnName& name) const {
+bool ModemProfile::match(const FilterProfileParams& filter) const {
+    return matchNamed(filter, NormalApnName(filter));
+}
+
+bool ModemProfile::matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const {
     if (filter.hasFilterByTechType() && filter.getFilterByTechType() != techType) {
         return false;
     }
@@ -226,14 +230,8 @@ void ModemProfile::apply(std::shared_ptr<ModemProfile> other) {
     mergeSettings(*this, PlainSettings::all, *other);
 }
 
-ProfileParams ModemProfile::get() const {
-    ProfileParams params;
-    updateGetParameters(params);
-    return params;
-}
-
 void ModemProfile::updateGetParameters(ProfileParams& out) const {
-    out.apnName = apnName;
+    mergeField(out.apnName, apnName);
     if (apnTypesMask) {
         out.setApnTypesMask(convertToCommonApnTypeMask(*apnTypesMask));
     }

@@ -48,6 +48,28 @@ public:
     ModemProfile(const ModemProfile&) = delete;
     ModemProfile& operator=(const ModemProfile&) = delete;
 
+    /// Whether every setting that the filter has is present here and fits.
+    virtual bool match(const FilterProfileParams& filter) const;
+
+    /// Takes over the settings that other has; an empty other has none.
+    virtual void apply(std::shared_ptr<ModemProfile> other);
+
+    /// A new profile of the same kind with just the settings that the modification changes; empty
+    /// if it changes nothing.
+    virtual std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const = 0;
+
+    /// The settings in the words of the clients, IP types as they asked for them.
+    virtual ProfileParams get() const = 0;
+
+    virtual wds_create_profile_req_msg_v01 constructAddRequest() const = 0;
+    virtual wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const = 0;
+
+    /// One line of text, for the log.
+    virtual std::string dump() const;
+
+    /// What get returns, into params that are still empty.
+    virtual void readInto(ProfileParams& out) const = 0;
+
     /// The APN name of a filter in the form in which profiles keep theirs, cut and lowered: made
     /// once for a search through many.
     class NormalApnName {
@@ -61,35 +83,13 @@ public:
         size_t length = 0;
     };
 
-    /// Whether every setting that the filter has is present here and fits.
-    bool match(const FilterProfileParams& filter) const {
-        return match(filter, NormalApnName(filter));
-    }
-    /// The same, with the filter's name.
-    virtual bool match(const FilterProfileParams& filter, const NormalApnName& name) const;
+    /// match, with the filter's name.
+    virtual bool matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const;
 
     /// Lets through the summary of every profile that matches the filter, and of few others.
     static ProfileGlance glanceFor(const FilterProfileParams& filter);
     /// Of the settings as they are now: whoever keeps it asks again after every change.
     virtual uint64_t summary() const;
-
-    /// Takes over the settings that other has; an empty other has none.
-    virtual void apply(std::shared_ptr<ModemProfile> other);
-
-    /// A new profile of the same kind with just the settings that the modification changes; empty
-    /// if it changes nothing.
-    virtual std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const = 0;
-
-    /// The settings in the words of the clients, IP types as they asked for them.
-    ProfileParams get() const;
-    /// The same, into params that are still empty.
-    virtual void updateGetParameters(ProfileParams& out) const;
-
-    virtual wds_create_profile_req_msg_v01 constructAddRequest() const = 0;
-    virtual wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const = 0;
-
-    /// One line of text, for the log.
-    virtual std::string dump() const;
 
     TechType getTechType() const { return techType; }
 
@@ -153,6 +153,9 @@ public:
     bool matchSubsetApnTypesMask(uint32_t mask) const;
     bool matchExactApnTypesMask(uint32_t mask) const;
 
+    /// Copies the settings that both technologies read out alike, and that the profile has.
+    void updateGetParameters(ProfileParams& out) const;
+
     /// Clear the whole message and fill what both technologies fill alike.
     void updateAddParameters(wds_create_profile_req_msg_v01& request) const;
     void updateModifyParameters(wds_modify_profile_settings_req_msg_v01& request) const;
@@ -206,17 +209,17 @@ public:
     explicit Modem3gppProfile(const ProfileParams& params);
     Modem3gppProfile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
 
-    using ModemProfile::match;
-    bool match(const FilterProfileParams& filter, const NormalApnName& name) const override;
-    /// The part of glanceFor that only this technology can fulfil.
-    static void demandOf(const FilterProfileParams& filter, ProfileGlance& glance);
-    uint64_t summary() const override;
     void apply(std::shared_ptr<ModemProfile> other) override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
-    void updateGetParameters(ProfileParams& out) const override;
+    ProfileParams get() const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;
     wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const override;
     std::string dump() const override;
+    void readInto(ProfileParams& out) const override;
+    bool matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const override;
+    uint64_t summary() const override;
+    /// The part of glanceFor that only this technology can fulfil.
+    static void demandOf(const FilterProfileParams& filter, ProfileGlance& glance);
 
     /// Folds the client's home and roaming types into what the modem profile gets. When they
     /// differ the modem's home type admits both address families, and overrideHome keeps the
@@ -292,12 +295,12 @@ public:
     explicit Modem3gpp2Profile(const ProfileParams& params);
     Modem3gpp2Profile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
 
-    using ModemProfile::match;
-    bool match(const FilterProfileParams& filter, const NormalApnName& name) const override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
-    void updateGetParameters(ProfileParams& out) const override;
+    ProfileParams get() const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;
     wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const override;
+    void readInto(ProfileParams& out) const override;
+    bool matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const override;
 
 private:
     void writeSettings(wds_profile_settings_type_v01& settings) const;

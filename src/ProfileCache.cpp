@@ -50,7 +50,7 @@ ProfileCache::~ProfileCache() {
         pending.clear();
         dropped.swap(entries);
     }
-    // The profiles go here, outside the lock: they call their listeners.
+    drop(dropped);
 }
 
 uint64_t ProfileCache::generateToken() {
@@ -85,6 +85,7 @@ void ProfileCache::readAll() {
             std::lock_guard lock(mutex);
             dropped.swap(entries);
         }
+        drop(dropped);
     }
     for (Profile& profile : proxy.getAllProfiles()) {
         insert(generateToken(), std::move(profile));
@@ -180,7 +181,7 @@ std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>
     std::optional<ProfileParams> params;
     const Entry* const found = find(key, LogLevel::ERROR);
     if (found && found->profile) {
-        found->profile->updateGetParameters(params.emplace());
+        found->profile->readInto(params.emplace());
     }
     return params;
 }
@@ -195,7 +196,7 @@ std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileP
         for (const Entry& entry : entries) {
             if (!entry.profile) {
                 ++unreadable;
-            } else if (glance.mayMatch(entry.summary) && entry.profile->match(params, name)) {
+            } else if (glance.mayMatch(entry.summary) && entry.profile->matchNamed(params, name)) {
                 found.emplace_back(entry.token, entry.profile);
             }
         }
@@ -338,6 +339,13 @@ void ProfileCache::Entry::apply(const Profile& diff) {
         throw;
     }
     summarise();
+}
+
+/// With no lock held, for the profiles call their listeners: in this order with every C++ library.
+void ProfileCache::drop(Entries& dropped) {
+    for (Entry& entry : dropped) {
+        entry.profile.reset();
+    }
 }
 
 void ProfileCache::Entry::summarise() { summary = profile ? profile->summary() : 0; }

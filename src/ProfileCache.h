@@ -87,6 +87,7 @@ private:
     using Entries = std::vector<Entry>;
 
     void readAll();
+    static void drop(Entries& dropped);
     void forgetExpectedChanges();
     /// The entry of the token, until the cache next changes; null if the token is not known.
     Entry* find(uint64_t token) KIV_UNCHECKED;

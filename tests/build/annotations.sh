@@ -33,7 +33,7 @@ ProfileCache.h|ProfileCache& c|c.mutex|c.pending.clear();|yes/no
 ProfileCache.h|ProfileCache& c|c.mutex|c.entries.clear();|yes/no
 ProfileCache.h|ProfileCache& c|c.mutex|c.locate(0);|yes/no
 RavWdsProxy.h|RavWdsProxy& p|p.indQueueMutex|p.indQueue.clear();|yes/no
-LogWrapper.h|LogWrapper& w|w.retiredMutex|w.retired.reset();|yes/no
+LogWrapper.h|LogWrapper& w|w.replacedMutex|w.replaced.reset();|yes/no
 LocalLogBuffer.h|LocalLogBuffer& b|b.mutex|b.logs.clear();|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.serveRequest();|no/yes
 ProfileCache.h|ProfileCache& c|c.mutex|c.erase(0);|no/yes
