@@ -18,7 +18,7 @@
  *   cause may happen in a run, or none: were it sure to come, it would hide lost ones.
  * - A client waits for its response at the semaphore of its turn, which must be posted once.
  * - An eventfd is readable or not, and epoll reports what is at the time of the wait.
- * - There is memory for every turn, and a turn is used once.
+ * - There is memory for every turn. A turn is used once, but for searches that are about its reuse.
  * - Memory order is not part of it: all that threads share is locked or sequentially consistent.
  *
  * Each FAULT_... breaks the protocol in one place, and Spin has to find it.
@@ -27,7 +27,8 @@
 /* What a search is about: all at once would be too much.
  * CLIENTS: two or three. ROUNDS: requests of each, of which the second perhaps goes to a key that
  * the first brought. REPLACED: there may be a next engine. LISTENER: one on a worker or on the taker
- * may drop a key, once. SPURIOUS_WAKE_UP: one may happen. WRITES_FAIL: twice. */
+ * may drop a key, once. SPURIOUS_WAKE_UP: one may happen. WRITES_FAIL: twice. TURNS_REUSED: clients
+ * give their turns back for others. */
 #ifndef CLIENTS
 #define CLIENTS 3
 #endif
@@ -60,7 +61,15 @@ byte mailbox[ENGINES];
 chan waiting[ENGINES] = [THREADS] of { byte };
 bool answered[CLIENTS * ROUNDS + 2];
 bool unsent[CLIENTS * ROUNDS + 2];
-bool over[CLIENTS * ROUNDS + 2];
+bool over[CLIENTS * ROUNDS + 2];  /* a semaphore for each turn */
+#ifdef TURNS_REUSED
+byte turnOf[CLIENTS * ROUNDS + 2];
+chan spares[ENGINES] = [THREADS] of { byte };
+byte turnsMade;
+#define TURN(id) turnOf[id]
+#else
+#define TURN(id) id
+#endif
 bool closing[ENGINES];
 byte next;
 #ifdef WRITES_FAIL
@@ -175,8 +184,27 @@ inline waitUntilEmpty(thread, e) {
 
 /* A second post would let the next client of the turn leave too early. */
 inline letGo(id) {
-    assert(!over[id]);
-    over[id] = true
+    assert(!over[TURN(id)]);
+    over[TURN(id)] = true
+}
+
+inline takeTurn(e, id) {
+#ifdef TURNS_REUSED
+    if
+    :: spares[e]?turnOf[id]
+    :: empty(spares[e]) -> turnsMade++; turnOf[id] = turnsMade
+    fi
+#else
+    skip
+#endif
+}
+
+inline giveTurnBack(e, id) {
+#ifdef TURNS_REUSED
+    spares[e]!turnOf[id]
+#else
+    skip
+#endif
 }
 
 inline passMailbox(e) {
@@ -199,17 +227,19 @@ inline passMailbox(e) {
     od
 }
 
-inline post(e, id, isFirst) {
+/* Without a turn, the answer is NONE. */
+inline post(e, id, isFirst, answer) {
     atomic {
         lock(e);
         if
-        :: closing[e] -> letGo(id)  /* It returns at once. */
+        :: closing[e] -> answer = NONE
 #ifndef FAULT_NO_TURNS
-        :: !closing[e] && mailbox[e] != 0 -> waiting[e]!id
+        :: !closing[e] && mailbox[e] != 0 -> takeTurn(e, id); waiting[e]!id
         :: !closing[e] && mailbox[e] == 0 ->
 #else
         :: else ->
 #endif
+           takeTurn(e, id);
            mailbox[e] = id;
            isFirst = true
         fi;
@@ -229,15 +259,27 @@ inline takeBack(e, id) {
 }
 
 inline awaitResponse(e, id, answer) {
-#ifndef FAULT_NOT_WAITED
-    over[id];
+    atomic {
+        if
+        :: over[TURN(id)]
+#ifdef TURNS_REUSED
+           -> over[TURN(id)] = false
 #endif
+#ifdef FAULT_NOT_WAITED
+        :: true
+#endif
+#ifdef FAULT_LEAVES_WITHOUT_ITS_POST
+        :: answered[id]
+#endif
+        fi
+    };
     atomic {
         lock(e);
         if
         :: answered[id] -> answer = id
         :: else -> assert(closing[e] || unsent[id])
         fi;
+        giveTurnBack(e, id);
         unlock(e)
     }
 }
@@ -246,7 +288,7 @@ inline processClientRequest(e, id, answer) {
 #ifdef FAULT_SIGNAL_BEFORE_REQUEST
     atomic { signalRequestFd(e) };
 #endif
-    post(e, id, isFirst);
+    post(e, id, isFirst, answer);
 #ifndef FAULT_SIGNAL_BEFORE_REQUEST
     if
     :: isFirst ->
@@ -258,7 +300,10 @@ inline processClientRequest(e, id, answer) {
     :: else
     fi;
 #endif
-    awaitResponse(e, id, answer)
+    if
+    :: answer == NONE -> answer = 0
+    :: else -> awaitResponse(e, id, answer)
+    fi
 }
 
 /* RequestGate::process on a thread that may wait. */
