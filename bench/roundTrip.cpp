@@ -191,6 +191,7 @@ void measureApart(benchmark::State& state, bool matches) {
     stayOn(first);
     const Table table;
     std::vector<double> floor;
+    std::vector<double> floorWithLines;
     std::vector<double> kivr;
     const auto measure = [](std::vector<double>& times, auto once) {
         const auto before = std::chrono::steady_clock::now();
@@ -200,10 +201,12 @@ void measureApart(benchmark::State& state, bool matches) {
         times.push_back(took.count());
     };
     for (auto _ : state) {
-        measure(floor, [&] {
-            matches ? match(*contender, table, filter, false)
-                    : getProfile(*contender, table, false).has_value();
-        });
+        for (const bool logs : {false, true}) {
+            measure(logs ? floorWithLines : floor, [&] {
+                matches ? match(*contender, table, filter, logs)
+                        : getProfile(*contender, table, logs).has_value();
+            });
+        }
         measure(kivr, [&] {
             matches ? library.manager().match(filter, key)
                     : library.manager().getProfile(key).has_value();
@@ -211,6 +214,7 @@ void measureApart(benchmark::State& state, bool matches) {
     }
     stayOn(allowed);
     state.counters["floor"] = medianOf(floor);
+    state.counters["floor+lines"] = medianOf(floorWithLines);
     state.counters["kivr"] = medianOf(kivr);
 }
 
