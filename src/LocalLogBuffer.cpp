@@ -64,20 +64,26 @@ std::string& LocalLogBuffer::addLine(size_t size) {
         line.reserve(size);
         return logs.emplace_back(std::move(line));
     }
-    logs.front().reserve(size);
-    logs.push_back(std::move(logs.front()));
-    logs.pop_front();
-    return logs.back();
+    std::string& line = logs[oldest];
+    line.reserve(size);
+    oldest = oldest + 1 < logs.size() ? oldest + 1 : 0;
+    return line;
 }
 
 std::vector<std::string> LocalLogBuffer::getLogs() {
     std::lock_guard lock(mutex);
-    return {logs.begin(), logs.end()};
+    std::vector<std::string> inOrder;
+    inOrder.reserve(logs.size());
+    for (size_t i = 0; i < logs.size(); ++i) {
+        inOrder.push_back(logs[(oldest + i) % logs.size()]);
+    }
+    return inOrder;
 }
 
 void LocalLogBuffer::flush() {
     std::lock_guard lock(mutex);
     logs.clear();
+    oldest = 0;
 }
 
 }  // namespace kiv

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <ctime>
-#include <deque>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -38,7 +37,8 @@ private:
     std::string& addLine(size_t size) KIV_REQUIRES(mutex);
 
     std::mutex mutex;
-    std::deque<std::string> logs KIV_GUARDED_BY(mutex);
+    std::vector<std::string> logs KIV_GUARDED_BY(mutex);  ///< a ring as soon as it is full
+    size_t oldest KIV_GUARDED_BY(mutex) = 0;
     /// What the latest line began with, and when. Often the next one begins alike.
     std::string head KIV_GUARDED_BY(mutex);
     time_t second KIV_GUARDED_BY(mutex) = 0;
