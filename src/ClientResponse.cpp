@@ -17,7 +17,7 @@ std::string toText(Status status) {
 
 std::ostream& operator<<(std::ostream& out, Status status) { return out << toText(status); }
 
-std::string ClientResponse::dump() const { return toText(type).append(" ").append(toText(status)); }
+std::string ClientResponse::dump() const { return toText(type) + " " + toText(status); }
 
 AddResponse::AddResponse(Status status, std::shared_ptr<IProfileKey> key)
     : ClientResponse(ReqRespType::Add, status), key(std::move(key)) {}
@@ -48,8 +48,9 @@ GetResponse::GetResponse(Status status, std::optional<ProfileParams>&& params)
     : ClientResponse(ReqRespType::Get, status), params(std::move(params)) {}
 
 std::string GetResponse::dump() const {
-    std::string head = ClientResponse::dump().append(" ");
-    return params ? params->dump().insert(0, head) : head;
+    std::string text = params ? params->dump() : "";
+    text.insert(0, ClientResponse::dump() + " ");
+    return text;
 }
 
 }  // namespace kiv

@@ -125,6 +125,9 @@ std::unique_ptr<LogWriter> LogWrapper::takeUnused() {
 }
 
 void LogWrapper::destroyUnused() {
+    if (isForkedChild()) {
+        return;  // forked by the writer of the line that ends here
+    }
     std::unique_ptr<LogWriter> next = takeUnused();
     while (next) {
         next = std::move(next->next);
@@ -178,7 +181,8 @@ void LogWrapper::write(LogLevel level, const char* tag, const char* message, siz
         if (current) {
             current->writeText(level, tag, message);
         }
-        if (level == LogLevel::ERROR || level == LogLevel::EVENT) {
+        const bool isKept = level == LogLevel::ERROR || level == LogLevel::EVENT;
+        if (isKept && !isForkedChild()) {  // the writer may have forked, while others kept a line
             LocalLogBuffer::getInstance().addLogWithTimestamp({message, length});
         }
     } catch (const std::bad_alloc&) {

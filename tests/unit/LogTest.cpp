@@ -1,19 +1,25 @@
 #include <gmock/gmock.h>
 
 #include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <functional>
 #include <future>
 #include <latch>
 #include <thread>
+#include <utility>
 
+#include "ForkedChild.h"
 #include "LocalLogBuffer.h"
 #include "LoggedTest.h"
 #include "ModemEmulator.h"
 
 static timeval now;
+static std::function<void()> onKeptLine = [] {};
 
 extern "C" int gettimeofday(timeval* time, void*) {
+    onKeptLine();
     *time = now;
     return 0;
 }
@@ -67,6 +73,7 @@ TEST_F(LogTest, LocalBufferKeepsOneLineMoreThanItsCapacityAlsoWithoutAWriter) {
     EXPECT_THAT(lines.front(),
                 testing::MatchesRegex("    [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
                                       "\\.[0-9]{3} \\[KIV\\]%s 49"));
+    EXPECT_THAT(lines.back(), testing::EndsWith("%s 249"));
 }
 
 TEST_F(LogTest, DiagnosticLogKeepsTheMaskOfTheProcessesFirstLine) {
@@ -147,6 +154,37 @@ TEST_F(LogTest, ReplacedWriterGoesWithItsLastLineAlsoIfOthersGoOn) {
     EXPECT_EQ(writer.use_count(), 1);
     nextMayEnd.set_value();
     next.join();
+}
+
+TEST_F(LogTest, AForkInAWriterWhileAnotherThreadKeepsALineHangsNoChild) {
+    endLibraryInForkedChildren();
+    std::promise<void> keeping, mayGoOn;
+    onKeptLine = [&, first = true]() mutable {
+        if (std::exchange(first, false)) {
+            keeping.set_value();
+            mayGoOn.get_future().wait();
+        }
+    };
+    std::thread other([] { logAt(LogLevel::ERROR, "other"); });
+    keeping.get_future().wait();
+    int status = -1;
+    pid_t child = -1;
+    install([&] {
+        child = fork();
+        if (child == 0) {
+            alarm(10);
+        } else {
+            waitpid(child, &status, 0);
+            mayGoOn.set_value();
+        }
+    });
+    logAt(LogLevel::ERROR, "forks");
+    if (child == 0) {
+        _exit(0);
+    }
+    EXPECT_EQ(status, 0);
+    other.join();
+    onKeptLine = [] {};
 }
 
 TEST_F(LogTest, WritersMayReplaceThemselvesOnManyThreads) {
