@@ -246,7 +246,7 @@ void EventManager::processEvents() {
         finishItem();
         return;
     }
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count && !isForkedChild(); ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
         announce({count - i, i, static_cast<int>(event.events), event.data.fd});
         withoutEnding([this, &event] { processEvent(event); });

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "EventFd.h"
+#include "ForkedChild.h"
 #include "ThreadSafety.h"
 
 namespace kiv {
@@ -59,9 +60,11 @@ public:
     /// Makes an eventfd readable after a while, for what did not work this time. Loop thread only.
     void signalLater(int eventFd) { signalledLater = eventFd; }
 
-    /// For good: whoever works for the loop, or asks the modem on its behalf, comes to an end.
+    /// For good: whoever works for the loop, or asks the modem on its behalf, comes to an end. In a
+    /// forked child that is so from the start: its descriptors are its parent's as well, and so is
+    /// the modem.
     void stop() { stopped.store(true); }
-    bool isStopped() const { return stopped.load(); }
+    bool isStopped() const { return stopped.load() || isForkedChild(); }
 
     /// Has work done on the loop's thread once the item in hand is done. From another thread, the
     /// caller sees to it that the loop gets something to do.

@@ -290,5 +290,33 @@ TEST_F(ProcessEndTest, ForkedChildDropsAKeyAndCallsTheLibrary) {
     });
 }
 
+/// Ends the process well when its thread ends, before a sanitizer looks for the other threads.
+struct ExitWithThread {
+    bool isThere = true;
+    ~ExitWithThread() { _exit(0); }
+};
+
+TEST_F(ProcessEndTest, ChildForkedByAListenerEndsAndTakesNothingFromItsParent) {
+    expectClean([](ProcessEndTest& test) {
+        static std::promise<int> ended;
+        const auto key = test.addPersistent();
+        key->registerExpirationListener([] {
+            modem().waitForDeliveries(kPatience);
+            const pid_t pid = fork();
+            if (pid == 0) {
+                static thread_local ExitWithThread atEnd;
+                alarm(atEnd.isThere ? 10 : 0);
+                return;
+            }
+            int status = -1;
+            waitpid(pid, &status, 0);
+            ended.set_value(status);
+        });
+        ProcessEndTest::remove(key);
+        const int status = ended.get_future().get();
+        exit(status == 0 && test.addPersistent() ? 0 : 1);
+    });
+}
+
 }  // namespace
 }  // namespace kiv::test
