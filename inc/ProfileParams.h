@@ -122,6 +122,8 @@ private:
     // The library's image of a profile, which compares the settings without copying them.
     friend class ModemProfile;
     friend class Modem3gppProfile;
+    // dump, behind what a text holds already.
+    friend void appendText(std::string& text, const ProfileParams& params);
 
     std::optional<std::string> apnName;
     std::optional<std::string> userName;

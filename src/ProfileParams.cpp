@@ -16,29 +16,33 @@ std::ostream& operator<<(std::ostream& out, FilterMatchType mask) { return out <
 ProfileParams::~ProfileParams() = default;
 
 std::string ProfileParams::dump() const {
+    std::string text = emptyLine();
+    appendText(text, *this);
+    return text;
+}
+
+void appendText(std::string& text, const ProfileParams& params) {
     std::optional<ApnTypes> apnTypes;
-    if (apnTypesMask) {
-        apnTypes = static_cast<ApnTypes>(*apnTypesMask);
+    if (params.apnTypesMask) {
+        apnTypes = static_cast<ApnTypes>(*params.apnTypesMask);
     }
     // This order, which is not that of the fields, is meant.
-    std::string text = emptyLine();
-    appendSetting(text, "ApnName=", apnName);
-    appendSetting(text, "UserName=", userName);
-    appendSetting(text, "Password=", password);
-    appendSetting(text, "AuthType=", authType);
-    appendSetting(text, "HomeIPType=", homeIPType);
-    appendSetting(text, "RoamIPType=", roamIPType);
+    appendSetting(text, "ApnName=", params.apnName);
+    appendSetting(text, "UserName=", params.userName);
+    appendSetting(text, "Password=", params.password);
+    appendSetting(text, "AuthType=", params.authType);
+    appendSetting(text, "HomeIPType=", params.homeIPType);
+    appendSetting(text, "RoamIPType=", params.roamIPType);
     appendSetting(text, "ApnTypesMask=", apnTypes);
-    appendSetting(text, "ApnClass=", apnClass);
-    appendSetting(text, "IsClatEnabled=", isClatEnabled);
-    appendSetting(text, "MaxPdnsConnPerBlock=", maxPdnsConnPerBlock);
-    appendSetting(text, "MaxPdnConnTimer=", maxPdnConnTimer);
-    appendSetting(text, "PdnReqWaitInterval=", pdnReqWaitInterval);
-    appendSetting(text, "IsApnDisabled=", isApnDisabled);
-    appendSetting(text, "IsEmergencySupported=", isEmergencySupported);
-    appendSetting(text, "IsKivProfile=", isKivProfile);
-    appendSetting(text, "IsIAProfile=", isIAProfile);
-    return text;
+    appendSetting(text, "ApnClass=", params.apnClass);
+    appendSetting(text, "IsClatEnabled=", params.isClatEnabled);
+    appendSetting(text, "MaxPdnsConnPerBlock=", params.maxPdnsConnPerBlock);
+    appendSetting(text, "MaxPdnConnTimer=", params.maxPdnConnTimer);
+    appendSetting(text, "PdnReqWaitInterval=", params.pdnReqWaitInterval);
+    appendSetting(text, "IsApnDisabled=", params.isApnDisabled);
+    appendSetting(text, "IsEmergencySupported=", params.isEmergencySupported);
+    appendSetting(text, "IsKivProfile=", params.isKivProfile);
+    appendSetting(text, "IsIAProfile=", params.isIAProfile);
 }
 
 AddProfileParams::AddProfileParams(bool isPersistentValue, TechType techTypeValue,
@@ -54,8 +58,11 @@ AddProfileParams::AddProfileParams(const ProfileParams& params, bool isPersisten
 AddProfileParams::~AddProfileParams() = default;
 
 std::string AddProfileParams::dump() const {
-    return valueText(techType) + " persist=" + (isPersistent ? "true" : "false") + ": " +
-           ProfileParams::dump();
+    std::string text = emptyLine();
+    appendText(text, techType);
+    text += isPersistent ? " persist=true: " : " persist=false: ";
+    appendText(text, *this);
+    return text;
 }
 
 FilterProfileParams::FilterProfileParams() = default;
@@ -65,12 +72,13 @@ FilterProfileParams::FilterProfileParams(const ProfileParams& params) : ProfileP
 FilterProfileParams::~FilterProfileParams() = default;
 
 std::string FilterProfileParams::dump() const {
-    std::string text;
+    std::string text = emptyLine();
     appendText(text, static_cast<FilterMatchType>(matchCriteria));
     text += ": ";
     appendSetting(text, "tech=", filterByTechType);
     appendSetting(text, "id=", filterByProfileId);
-    return text + ProfileParams::dump();
+    appendText(text, *this);
+    return text;
 }
 
 ModifyProfileParams::ModifyProfileParams() = default;
