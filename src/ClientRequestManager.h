@@ -29,7 +29,8 @@ namespace kiv {
 /// the request that the worker is to serve next, while its client waits for the response.
 ///
 /// Threads: any number of clients in processClientRequest, served one at a time in the order in
-/// which they came; none waits for another to take its response. Everything else of the engine
+/// which they queue; one that comes while the worker serves another first waits for the lock, which
+/// keeps no order. None waits for another to take its response. Everything else of the engine
 /// happens on the worker thread.
 /// Ownership: owned by Manager. Keys and callers that may outlive it come in through the gate.
 /// Blocking: processClientRequest waits until the worker has answered or the engine goes away;

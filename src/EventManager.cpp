@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "EventFd.h"
+#include "ForkedChild.h"
 #include "LogWrapper.h"
 #include "NeverDestroyed.h"
 
@@ -147,8 +148,8 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
         std::lock_guard lock(mutex);
         added = handlers.emplace(fd, handler).second;
         if (added) {
-            watched = watch(fd, *handler);
             approvedFd().add(fd);
+            watched = watch(fd, *handler);
         }
     }
     if (!added) {
@@ -195,6 +196,9 @@ bool EventManager::watchAgain() {
 }
 
 void EventManager::removeEventHandler(int fd) {
+    if (isForkedChild()) {
+        return;
+    }
     KIV_LOG(VERBOSE, "EventManager::removeEventHandler(int fd) EX");
     {
         // The loop must not watch it once more.
@@ -246,7 +250,7 @@ void EventManager::processEvents() {
         finishItem();
         return;
     }
-    for (int i = 0; i < count && !isForkedChild(); ++i) {
+    for (int i = 0; i < count; ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
         announce({count - i, i, static_cast<int>(event.events), event.data.fd});
         withoutEnding([this, &event] { processEvent(event); });

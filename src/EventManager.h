@@ -15,7 +15,6 @@
 #include <string>
 
 #include "EventFd.h"
-#include "ForkedChild.h"
 #include "ThreadSafety.h"
 
 namespace kiv {
@@ -48,7 +47,8 @@ public:
     /// registered. closeCallback may be null.
     bool addEventHandler(int fd, EventCallback callback, void* data, CloseCallback closeCallback,
                          int events);
-    /// Runs the close callback, forgets fd and withdraws its approval; does not close it. A
+    /// Runs the close callback, forgets fd and withdraws its approval; does not close it. Without
+    /// effect in a forked child, whose epoll instance is its parent's. A
     /// callback that is running on another thread at that moment is not waited for.
     void removeEventHandler(int fd);
 
@@ -60,11 +60,9 @@ public:
     /// Makes an eventfd readable after a while, for what did not work this time. Loop thread only.
     void signalLater(int eventFd) { signalledLater = eventFd; }
 
-    /// For good: whoever works for the loop, or asks the modem on its behalf, comes to an end. In a
-    /// forked child that is so from the start: its descriptors are its parent's as well, and so is
-    /// the modem.
+    /// For good: whoever works for the loop, or asks the modem on its behalf, comes to an end.
     void stop() { stopped.store(true); }
-    bool isStopped() const { return stopped.load() || isForkedChild(); }
+    bool isStopped() const { return stopped.load(); }
 
     /// Has work done on the loop's thread once the item in hand is done. From another thread, the
     /// caller sees to it that the loop gets something to do.

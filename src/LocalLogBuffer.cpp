@@ -14,6 +14,7 @@ namespace {
 /// The local time as "2026-11-15 07:31:29".
 std::string secondText(time_t second) {
     tm local{};
+    tzset();  // localtime_r need not see that the zone has changed
     localtime_r(&second, &local);
     std::array<char, 50> text{};
     strftime(text.data(), text.size(), "%F %X", &local);
@@ -72,11 +73,9 @@ std::string& LocalLogBuffer::addLine(size_t size) {
 
 std::vector<std::string> LocalLogBuffer::getLogs() {
     std::lock_guard lock(mutex);
-    std::vector<std::string> inOrder;
-    inOrder.reserve(logs.size());
-    for (size_t i = 0; i < logs.size(); ++i) {
-        inOrder.push_back(logs[(oldest + i) % logs.size()]);
-    }
+    const auto first = logs.begin() + static_cast<std::ptrdiff_t>(oldest);
+    std::vector<std::string> inOrder(first, logs.end());
+    inOrder.insert(inOrder.end(), logs.begin(), first);
     return inOrder;
 }
 

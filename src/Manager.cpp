@@ -59,7 +59,12 @@ Manager& Manager::getInstance() {
 
 Manager::Manager() { KIV_LOG(DEBUG, "kiv::Manager: constructor"); }
 
-Manager::~Manager() { stop(); }
+Manager::~Manager() {
+    stop();
+    if (isForkedChild()) {
+        static_cast<void>(clientRequestManager.release());
+    }
+}
 
 void Manager::init(int bindValue, bool useAdbLog) {
     if (isForkedChild()) {

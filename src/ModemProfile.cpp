@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "Conversions.h"
+#include "ForkedChild.h"
 #include "LogWrapper.h"
 #include "ModemProfileSettings.h"
 #include "ValueText.h"
@@ -67,7 +68,7 @@ ModemProfile::ModemProfile(TechType techTypeValue, int profileIdValue,
 ModemProfile::~ModemProfile() {
     KIV_LOG(DEBUG, "~ModemProfile()");
     for (const ExpirationListener& listener : expirationListeners) {
-        if (expired(listener)) {
+        if (expired(listener) || isForkedChild()) {
             continue;
         }
         // Calling an empty callback throws, which would end the process here.
@@ -78,6 +79,9 @@ ModemProfile::~ModemProfile() {
         KIV_LOG(DEBUG, "invoke callback");
         try {
             listener.first();
+            if (isForkedChild()) {
+                endForkedWorker();
+            }
         } catch (const std::bad_alloc&) {
             KIV_LOG(ERROR, "ModemProfile: an expiration listener is out of memory");
         }

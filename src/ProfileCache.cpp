@@ -139,6 +139,9 @@ bool ProfileCache::modify(const ModifyProfileParams& params,
         KIV_LOG(EVENT, "ProfileCache: profile is unchanged");
         return true;
     }
+    // What the modem reports of it must not be taken for somebody else's change, for lack of memory.
+    std::list<ProfileChangedInd> expected = {
+        {profile->getTechType(), profile->getProfileId(), ProfileChangeEvent::Modify}};
     if (!proxy.modify(*diff, profile->getTechType(), profile->getProfileId())) {
         // Meant: what the modem refuses is told by the log only.
         KIV_LOG(ERROR, "ProfileCache: failed to modify modem profile");
@@ -147,9 +150,9 @@ bool ProfileCache::modify(const ModifyProfileParams& params,
     {
         std::lock_guard lock(mutex);
         found->apply(diff);
+        pending.splice(pending.end(), expected);
     }
     KIV_LOG(EVENT, "Diff: %s", diff->dump().c_str());
-    expect(*profile, ProfileChangeEvent::Modify);
     return true;
 }
 

@@ -11,6 +11,7 @@
 
 #include "Conversions.h"
 #include "EventFd.h"
+#include "ForkedChild.h"
 #include "LogWrapper.h"
 #include "NoWaitScope.h"
 #include "ValueText.h"
@@ -52,7 +53,7 @@ ProfileChangeEvent convertChangeEvent(wds_profile_change_enum_v01 change) {
 }
 
 void releaseIfOpen(rav_client_type& handle) {
-    if (handle != nullptr) {
+    if (handle != nullptr && !isForkedChild()) {
         rav_client_release(handle);
         handle = nullptr;
     }

@@ -1,11 +1,15 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <memory>
+#include <new>
 #include <thread>
 
 #include "Asleep.h"
@@ -290,31 +294,51 @@ TEST_F(ProcessEndTest, ForkedChildDropsAKeyAndCallsTheLibrary) {
     });
 }
 
-/// Ends the process well when its thread ends, before a sanitizer looks for the other threads.
-struct ExitWithThread {
-    bool isThere = true;
-    ~ExitWithThread() { _exit(0); }
-};
+TEST_F(ProcessEndTest, ForkedChildDestroysAManager) {
+    expectClean([](ProcessEndTest&) {
+        static auto own = std::make_unique<Manager>();
+        own->init(0, true);
+        modem().waitForDeliveries(kPatience);
+        alarm(10);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            own.reset();
+            _exit(0);
+        }
+        int status = -1;
+        waitpid(pid, &status, 0);
+        own->filter(FilterProfileParams());  // returns
+        exit(status == 0 ? 0 : 1);
+    });
+}
 
-TEST_F(ProcessEndTest, ChildForkedByAListenerEndsAndTakesNothingFromItsParent) {
+TEST_F(ProcessEndTest, ChildForkedByAListenerEndsThere) {
     expectClean([](ProcessEndTest& test) {
-        static std::promise<int> ended;
-        const auto key = test.addPersistent();
-        key->registerExpirationListener([] {
+        static std::atomic<int>* const calls = new (mmap(nullptr, sizeof(std::atomic<int>),
+                                                         PROT_READ | PROT_WRITE,
+                                                         MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+            std::atomic<int>(0);
+        static std::promise<void> over;
+        static int status = -1;
+        const auto forking = test.addPersistent();
+        const auto other = test.addPersistent();
+        forking->registerExpirationListener([&other] {
+            ProcessEndTest::remove(other);  // which then waits to be handled
             modem().waitForDeliveries(kPatience);
             const pid_t pid = fork();
             if (pid == 0) {
-                static thread_local ExitWithThread atEnd;
-                alarm(atEnd.isThere ? 10 : 0);
+                alarm(10);
                 return;
             }
-            int status = -1;
             waitpid(pid, &status, 0);
-            ended.set_value(status);
         });
-        ProcessEndTest::remove(key);
-        const int status = ended.get_future().get();
-        exit(status == 0 && test.addPersistent() ? 0 : 1);
+        other->registerExpirationListener([] {
+            ++*calls;
+            over.set_value();
+        });
+        ProcessEndTest::remove(forking);
+        over.get_future().wait();
+        exit(status == 0 && *calls == 1 && test.addPersistent() ? 0 : 1);
     });
 }
 

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <functional>
 #include <future>
 #include <latch>
@@ -74,6 +75,10 @@ TEST_F(LogTest, LocalBufferKeepsOneLineMoreThanItsCapacityAlsoWithoutAWriter) {
                 testing::MatchesRegex("    [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
                                       "\\.[0-9]{3} \\[KIV\\]%s 49"));
     EXPECT_THAT(lines.back(), testing::EndsWith("%s 249"));
+    buffer.flush();
+    logAt(LogLevel::ERROR, "a");
+    logAt(LogLevel::ERROR, "b");
+    EXPECT_THAT(buffer.getLogs(), ElementsAre(testing::EndsWith("]a"), testing::EndsWith("]b")));
 }
 
 TEST_F(LogTest, DiagnosticLogKeepsTheMaskOfTheProcessesFirstLine) {
@@ -111,6 +116,20 @@ TEST_F(LogTest, LocalBufferStampsEachLineWithItsOwnTime) {
         stamps += line.substr(line.find(" [") - 7, 7);
     }
     EXPECT_EQ(stamps, ":59.007:59.007:00.007:00.999:00.000");
+}
+
+TEST_F(LogTest, LocalBufferFollowsTheTimeZone) {
+    now = {3600, 0};
+    std::string hours;
+    for (const char* zone : {"UTC", "XYZ-2"}) {
+        setenv("TZ", zone, 1);
+        ++now.tv_sec;
+        buffer.addLogWithTimestamp("");
+        const std::string line = buffer.getLogs().back();
+        hours += line.substr(line.find(':') - 2, 2);
+    }
+    unsetenv("TZ");
+    EXPECT_EQ(hours, "0103");
 }
 
 /// Does for each line what the test wants, and must outlive that.
