@@ -78,9 +78,10 @@ void measureThreads(benchmark::State& state) {
     }
     std::sort(all.begin(), all.end());
     const double median = all[all.size() / 2];
-    state.SetItemsProcessed(static_cast<int64_t>(all.size()));
-    const size_t unmeasured = kUnmeasured * count * static_cast<size_t>(state.iterations());
-    state.counters["processor_us"] = used / static_cast<double>(all.size() + unmeasured);
+    const size_t requests =
+        all.size() + kUnmeasured * count * static_cast<size_t>(state.iterations());
+    state.SetItemsProcessed(static_cast<int64_t>(requests));
+    state.counters["processor_us"] = used / static_cast<double>(requests);
     state.counters["median_us"] = median;
     state.counters["p99_us"] = all[all.size() * 99 / 100];
     state.counters["longest_us"] = all.back();

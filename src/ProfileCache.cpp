@@ -139,7 +139,8 @@ bool ProfileCache::modify(const ModifyProfileParams& params,
         KIV_LOG(EVENT, "ProfileCache: profile is unchanged");
         return true;
     }
-    // What the modem reports of it must not be taken for somebody else's change, for lack of memory.
+    // What the modem reports of it must not be taken for somebody else's change, for lack of
+    // memory.
     std::list<ProfileChangedInd> expected = {
         {profile->getTechType(), profile->getProfileId(), ProfileChangeEvent::Modify}};
     if (!proxy.modify(*diff, profile->getTechType(), profile->getProfileId())) {

@@ -314,10 +314,9 @@ TEST_F(ProcessEndTest, ForkedChildDestroysAManager) {
 
 TEST_F(ProcessEndTest, ChildForkedByAListenerEndsThere) {
     expectClean([](ProcessEndTest& test) {
-        static std::atomic<int>* const calls = new (mmap(nullptr, sizeof(std::atomic<int>),
-                                                         PROT_READ | PROT_WRITE,
-                                                         MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-            std::atomic<int>(0);
+        static std::atomic<int>* const calls =
+            new (mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE,
+                      MAP_SHARED | MAP_ANONYMOUS, -1, 0)) std::atomic<int>(0);
         static std::promise<void> over;
         static int status = -1;
         const auto forking = test.addPersistent();
