@@ -47,9 +47,9 @@ public:
     /// registered. closeCallback may be null.
     bool addEventHandler(int fd, EventCallback callback, void* data, CloseCallback closeCallback,
                          int events);
-    /// Runs the close callback, forgets fd and withdraws its approval; does not close it. Without
-    /// effect in a forked child, whose epoll instance is its parent's. A
-    /// callback that is running on another thread at that moment is not waited for.
+    /// Runs the close callback, forgets fd and withdraws its approval; does not close it. A
+    /// callback that is running on another thread at that moment is not waited for. Without effect
+    /// in a forked child, whose epoll instance is its parent's.
     void removeEventHandler(int fd);
 
     /// Waits for events and runs the callbacks of at most four of them.
