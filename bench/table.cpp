@@ -152,7 +152,7 @@ void measureRefresh(benchmark::State& state) {
 [[maybe_unused]] const bool kRegistered = [] {
     const auto add = [](const char* name, auto... how) {
         benchmark::RegisterBenchmark(name, how...)
-            ->ArgsProduct({{1, 64, 128, 255, 382, 510}})
+            ->ArgsProduct({{1, 30, 64, 128, 255, 382, 510}})
             ->MeasureProcessCPUTime()
             ->UseRealTime();
     };

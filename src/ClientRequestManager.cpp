@@ -1,9 +1,6 @@
 #include "ClientRequestManager.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
+#include <list>
 #include <new>
 #include <utility>
 
@@ -33,13 +30,9 @@ std::shared_ptr<ProfileKey> toProfileKey(const std::shared_ptr<IProfileKey>& key
 ClientRequestManager::ClientRequestManager(int bindValue)
     : gate(*this), profileCache(eventManager, bindValue, makeRequestFunction()) {
     KIV_LOG(DEBUG, "kiv::ClientRequestManager: constructor");
-    {
-        std::lock_guard lock(mutex);
-        refreshBlocked = false;
-    }
     // Meant: the thread runs before it can be given a request.
     workerThread = std::thread([this] { runKivThread(); });
-    requestFd = createEventFd();
+    requestFd = mailbox.open();
     try {
         eventManager.addEventHandler(requestFd, handleClientRequest, this, nullptr, EPOLLIN);
     } catch (...) {
@@ -53,7 +46,7 @@ ClientRequestManager::~ClientRequestManager() {
     KIV_LOG(DEBUG, "kiv::ClientRequestManager: destructor");
     gate.get()->close();
     eventManager.stop();
-    turnClientsAway();
+    mailbox.close();
     gate.get()->waitUntilEmpty();
     eventManager.removeEventHandler(requestFd);
     endWorker();
@@ -63,22 +56,8 @@ void ClientRequestManager::endWorker() {
     running.store(false);
     eventManager.wake();
     workerThread.join();
-    // Only now: until it has stopped, the worker may still read the descriptor.
-    close(requestFd);
-}
-
-/// Lets every client that waits return without a response.
-void ClientRequestManager::turnClientsAway() {
-    std::lock_guard lock(mutex);
-    closing = true;
-    for (Turns* const turns : {&mailbox, &waiting, &unanswered}) {
-        while (!turns->empty()) {
-            const auto turn = turns->begin();
-            move(turn, taken);
-            turn->over.post();
-        }
-    }
-    turnGivenBack.notify_all();
+    // What another engine's thread has put off since the worker last looked.
+    eventManager.finishItem();
 }
 
 void ClientRequestManager::runKivThread() {
@@ -90,136 +69,41 @@ void ClientRequestManager::runKivThread() {
     while (running.load() && !eventManager.isStopped()) {
         eventManager.processEvents();
     }
-    eventManager.finishItem();
 }
 
 RequestFunction ClientRequestManager::makeRequestFunction() const {
-    return [gate = gate.get()](const std::shared_ptr<ClientRequest>& clientRequest) {
-        return gate->process(clientRequest);
+    return [gate = gate.get()](const std::shared_ptr<ClientRequest>& request) {
+        return gate->process(request);
     };
 }
 
 // Client threads.
 
 std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
-    const std::shared_ptr<ClientRequest>& clientRequest) {
+    const std::shared_ptr<ClientRequest>& request) {
     if (NoWaitScope::isActive()) {
-        return processWithoutWaiting(clientRequest);
-    }
-    Turns::iterator turn;
-    bool isFirst = false;
-    {
-        WaitLock lock(mutex);
-        turn = takeTurn(lock);
-        if (closing) {
-            return nullptr;
-        }
-        turn->request = clientRequest.get();
-        isFirst = mailbox.empty();
-        move(turn, isFirst ? mailbox : waiting);
-    }
-    if (isFirst) {
-        signalFor(turn);
-    }
-    turn->over.wait();
-    std::shared_ptr<ClientResponse> response;
-    Signal signalled;
-    {
-        std::lock_guard lock(mutex);
-        response = std::exchange(turn->response, nullptr);
-        signalled = std::exchange(turn->signal, Signal());
-        move(turn, spares);
-        if (waitingForATurn > 0) {
-            turnGivenBack.notify_one();
-        }
-    }
-    if (!signalled.isSent()) {
-        KIV_LOG(ERROR, "error in writing rv: %d error: %s", static_cast<int>(signalled.written),
-                strerror(signalled.error));
-    }
-    return response;
-}
-
-/// Not under the lock, for which the worker would have to wait as soon as it wakes.
-void ClientRequestManager::signalFor(Turns::iterator turn) {
-    const Signal signalled = signal();
-    if (signalled.isSent()) {
-        return;
-    }
-    std::lock_guard lock(mutex);
-    turn->signal = signalled;
-    // Unless the worker, awake for something else, has served it all the same.
-    if (turn->place == &mailbox) {
-        move(turn, taken);
-        turn->over.post();
-        passMailbox();
-    }
-}
-
-/// Waits only if there is no memory for a turn. There may be none if the engine goes away, which is
-/// for the caller to look at.
-ClientRequestManager::Turns::iterator ClientRequestManager::takeTurn(WaitLock& lock) {
-    if (spares.empty()) {
-        try {
-            spares.emplace_back();
-        } catch (const std::bad_alloc&) {
-            ++waitingForATurn;
-            while (spares.empty() && !closing) {
-                lock.wait(turnGivenBack);
-            }
-            --waitingForATurn;
-        }
-    }
-    const auto turn = spares.begin();
-    if (turn != spares.end()) {
-        turn->place = &spares;
-    }
-    return turn;
-}
-
-/// Puts the turn of who waits longest into the mailbox. Whoever has emptied the mailbox does that,
-/// not the client to whom it passes: that one need not run before its response is there.
-void ClientRequestManager::passMailbox() {
-    while (mailbox.empty() && !waiting.empty()) {
-        const auto next = waiting.begin();
-        next->signal = signal();
-        if (next->signal.isSent()) {
-            move(next, mailbox);
-        } else {
-            move(next, taken);
-            next->over.post();
-        }
-    }
-}
-
-void ClientRequestManager::move(Turns::iterator turn, Turns& to) {
-    to.splice(to.end(), *turn->place, turn);
-    turn->place = &to;
-}
-
-ClientRequestManager::Signal ClientRequestManager::signal() const {
-    const ssize_t written = signalEventFd(requestFd);
-    return {written, errno};
-}
-
-std::shared_ptr<ClientResponse> ClientRequestManager::processWithoutWaiting(
-    const std::shared_ptr<ClientRequest>& clientRequest) {
-    const auto release = std::dynamic_pointer_cast<CallbackRequest>(clientRequest);
-    if (!release || !release->hasReleaseToken()) {
-        KIV_LOG(ERROR, "Request on a thread that must not wait refused: %s",
-                clientRequest->dump().c_str());
+        deferRelease(request);
         return nullptr;
     }
+    return mailbox.post(*request);
+}
+
+/// For a thread that must not wait. Refuses all but a release.
+void ClientRequestManager::deferRelease(const std::shared_ptr<ClientRequest>& request) {
+    const auto release = std::dynamic_pointer_cast<CallbackRequest>(request);
+    if (!release || !release->hasReleaseToken()) {
+        KIV_LOG(ERROR, "Request on a thread that must not wait refused: %s",
+                request->dump().c_str());
+        return;
+    }
     eventManager.defer([this, release] {
-        std::lock_guard lock(mutex);
         KIV_LOG(INFO, "Handling %s", release->dump().c_str());
         dispatch(*release);
     });
     if (engineOfThisThread != this) {
-        // The worker finds an empty mailbox, and then the release.
+        // The worker finds no request, and then the release.
         signalEventFd(requestFd);
     }
-    return nullptr;
 }
 
 // Worker thread.
@@ -232,31 +116,10 @@ void ClientRequestManager::handleClientRequest(int fd, void* arg) {
         KIV_LOG(ERROR, "arg is null");
         return;
     }
-    static_cast<ClientRequestManager*>(arg)->serveRequest();
-}
-
-void ClientRequestManager::serveRequest() {
-    Semaphore* over = nullptr;
-    {
-        std::lock_guard lock(mutex);
-        if (mailbox.empty()) {
-            return;
-        }
-        const auto turn = mailbox.begin();
-        turn->response = respond(*turn->request);
-        if (turn->response) {
-            move(turn, taken);
-            over = &turn->over;
-        } else {
-            // Meant: a request of no known type, or a refresh of the wrong class, gets no response,
-            // and its client goes on waiting.
-            move(turn, unanswered);
-        }
-        passMailbox();
-    }
-    if (over != nullptr) {
-        // Not under the lock, for which the client would have to wait once more.
-        over->post();
+    auto* const engine = static_cast<ClientRequestManager*>(arg);
+    if (const ClientRequest* const request = engine->mailbox.take()) {
+        // Meant: a request of no known type, or a refresh of the wrong class, gets no response.
+        engine->mailbox.finish(engine->respond(*request));
     }
 }
 

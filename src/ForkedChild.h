@@ -14,10 +14,6 @@ extern std::atomic<bool> forkedChild;
 /// Whether this process is such a child. It must then touch no lock, and log nothing.
 inline bool isForkedChild() { return forkedChild.load(std::memory_order_relaxed); }
 
-/// In a forked child, behind foreign code that may have forked: the child of a thread that works
-/// for the library ends here. It has nobody to return to, and would read its parent's events.
-void endForkedWorker();
-
 }  // namespace kiv
 
 #endif

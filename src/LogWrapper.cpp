@@ -180,9 +180,6 @@ void LogWrapper::write(LogLevel level, const char* tag, const char* message, siz
     try {
         if (current) {
             current->writeText(level, tag, message);
-            if (isForkedChild()) {
-                endForkedWorker();
-            }
         }
         const bool isKept = level == LogLevel::ERROR || level == LogLevel::EVENT;
         if (isKept && !isForkedChild()) {  // the writer may have forked, while others kept a line

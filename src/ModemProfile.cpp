@@ -79,9 +79,6 @@ ModemProfile::~ModemProfile() {
         KIV_LOG(DEBUG, "invoke callback");
         try {
             listener.first();
-            if (isForkedChild()) {
-                endForkedWorker();
-            }
         } catch (const std::bad_alloc&) {
             KIV_LOG(ERROR, "ModemProfile: an expiration listener is out of memory");
         }

@@ -1,20 +1,9 @@
 #include "RequestGate.h"
 
-#include <utility>
-
 #include "ClientRequestManager.h"
 #include "ForkedChild.h"
-#include "NoWaitScope.h"
 
 namespace kiv {
-
-namespace {
-
-/// How many engines this thread is taking down. It waits for the end of none meanwhile, since
-/// another thread that takes one down may be waiting for its.
-thread_local int enginesTakenDown = 0;
-
-}  // namespace
 
 std::shared_ptr<ClientResponse> RequestGate::process(
     const std::shared_ptr<ClientRequest>& request) {
@@ -22,13 +11,13 @@ std::shared_ptr<ClientResponse> RequestGate::process(
         return nullptr;
     }
     std::shared_ptr<ClientResponse> response;
-    if (ClientRequestManager* const entered = enter()) {
-        // Also if an exception leaves, for lack of memory: whoever closes the gate waits for it.
+    if (enter()) {
+        // Also if an exception leaves, for lack of memory: the destroying thread waits for it.
         struct Leaver {
             RequestGate& gate;
             ~Leaver() { gate.leave(); }
         } leaver{*this};
-        response = entered->processClientRequest(request);
+        response = engine.processClientRequest(request);
     }
     if (!response) {
         waitUntilGone();
@@ -36,53 +25,46 @@ std::shared_ptr<ClientResponse> RequestGate::process(
     return response;
 }
 
-ClientRequestManager* RequestGate::enter() {
-    ++inside;
-    ClientRequestManager* const entered = engine.load();
-    if (entered == nullptr) {
-        leave();
-    }
-    return entered;
+bool RequestGate::enter() {
+    std::lock_guard lock(mutex);
+    inside += state == State::Open ? 1 : 0;
+    return state == State::Open;
 }
 
 void RequestGate::leave() {
-    if (--inside == 0 && engine.load() == nullptr) {
-        std::lock_guard lock(mutex);
+    std::lock_guard lock(mutex);
+    if (--inside == 0) {
         changed.notify_all();
     }
 }
 
 void RequestGate::waitUntilGone() {
-    if (NoWaitScope::isActive() || enginesTakenDown > 0) {
+    if (NoWaitScope::isActive()) {
         return;
     }
     WaitLock lock(mutex);
-    while (engine.load() == nullptr && !gone) {
+    while (state == State::Closed) {
         lock.wait(changed);
     }
 }
 
 void RequestGate::close() {
     std::lock_guard lock(mutex);
-    engine.store(nullptr);
-    closed = true;
-    ++enginesTakenDown;
+    state = State::Closed;
+    ending.emplace();
 }
 
 void RequestGate::waitUntilEmpty() {
     WaitLock lock(mutex);
-    while (inside.load() > 0) {
+    while (inside > 0) {
         lock.wait(changed);
     }
 }
 
 void RequestGate::finish() {
     std::lock_guard lock(mutex);
-    if (closed) {
-        --enginesTakenDown;
-    }
-    engine.store(nullptr);
-    gone = true;
+    state = State::Gone;
+    ending.reset();
     changed.notify_all();
 }
 

@@ -312,34 +312,5 @@ TEST_F(ProcessEndTest, ForkedChildDestroysAManager) {
     });
 }
 
-TEST_F(ProcessEndTest, ChildForkedByAListenerEndsThere) {
-    expectClean([](ProcessEndTest& test) {
-        static std::atomic<int>* const calls =
-            new (mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE,
-                      MAP_SHARED | MAP_ANONYMOUS, -1, 0)) std::atomic<int>(0);
-        static std::promise<void> over;
-        static int status = -1;
-        const auto forking = test.addPersistent();
-        const auto other = test.addPersistent();
-        forking->registerExpirationListener([&other] {
-            ProcessEndTest::remove(other);  // which then waits to be handled
-            modem().waitForDeliveries(kPatience);
-            const pid_t pid = fork();
-            if (pid == 0) {
-                alarm(10);
-                return;
-            }
-            waitpid(pid, &status, 0);
-        });
-        other->registerExpirationListener([] {
-            ++*calls;
-            over.set_value();
-        });
-        ProcessEndTest::remove(forking);
-        over.get_future().wait();
-        exit(status == 0 && *calls == 1 && test.addPersistent() ? 0 : 1);
-    });
-}
-
 }  // namespace
 }  // namespace kiv::test

@@ -8,6 +8,7 @@
 #include <future>
 #include <thread>
 
+#include "Asleep.h"
 #include "Engine.h"
 #include "Rounds.h"
 
@@ -17,7 +18,25 @@ namespace {
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class ManagerTest : public EngineTest {};
+class ManagerTest : public EngineTest {
+protected:
+    /// Keeps the modem from answering one request. Has to outlive that request.
+    class HeldRequest {
+    public:
+        explicit HeldRequest(unsigned messageId, unsigned nth = 1) {
+            modem().addFault({messageId, nth, {}, {}, {}, [this](void*, size_t) {
+                                  reached.set_value();
+                                  answer.get_future().wait();
+                              }});
+        }
+        void waitUntilReached() { reached.get_future().wait(); }
+        void release() { answer.set_value(); }
+
+    private:
+        std::promise<void> reached;
+        std::promise<void> answer;
+    };
+};
 
 size_t entriesOf(const char* directory) {
     DIR* const open = opendir(directory);
@@ -62,27 +81,63 @@ TEST_F(ManagerTest, KeysThatAreNotTheLibrarysAreRefused) {
 }
 
 TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
-    std::promise<void> reached;
-    std::promise<void> answer;
-    const auto holdBack = [&](void*, size_t) {
-        reached.set_value();
-        answer.get_future().wait();
-    };
-    modem().addFault({RAV_WDS_CREATE_PROFILE_REQ_V01, 1, {}, {}, {}, holdBack});
+    HeldRequest held(RAV_WDS_CREATE_PROFILE_REQ_V01);
     std::vector<std::jthread> clients;
     clients.emplace_back([this] { add("in flight"); });
-    reached.get_future().wait();
+    held.waitUntilReached();
     for (int i = 0; i < 4; ++i) {
         clients.emplace_back([this] { manager.filter(FilterProfileParams()); });
     }
     std::thread replacer([this] { manager.init(1, true); });
     log.waitFor("kiv::ClientRequestManager: destructor");
-    answer.set_value();
+    held.release();
     clients.clear();  // waits for them
     replacer.join();
     ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
     EXPECT_EQ(modem().openClients(), 1U);
     EXPECT_TRUE(add("after"));
+}
+
+TEST_F(ManagerTest, ClientsAreServedInTheOrderInWhichTheyCame) {
+    HeldRequest held(RAV_WDS_CREATE_PROFILE_REQ_V01);
+    std::vector<std::jthread> clients;
+    clients.emplace_back([this] { add("in flight"); });
+    held.waitUntilReached();
+    std::vector<std::string> expected;
+    for (int id = 0; id < 8; ++id) {
+        FilterProfileParams filter;
+        filter.setFilterByProfileId(id);
+        expected.push_back("Handling Filter params: " + filter.dump());
+        clients.push_back(startUntilAsleep([this, filter] { manager.filter(filter); }));
+    }
+    held.release();
+    clients.clear();  // waits for them
+    std::vector<std::string> served;
+    for (const std::string& text : log.texts()) {
+        if (text.starts_with("Handling Filter")) {
+            served.push_back(text);
+        }
+    }
+    EXPECT_EQ(served, expected);
+}
+
+TEST_F(ManagerTest, AnsweredClientLeavesWhateverTheWorkerDoesNext) {
+    const auto key = add("apn", true);
+    HeldRequest first(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, 1);
+    HeldRequest second(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, 2);
+    std::jthread before([&] { manager.modifyProfile(userName("first"), key); });
+    first.waitUntilReached();
+    std::promise<bool> matched;
+    const std::jthread client =
+        startUntilAsleep([&] { matched.set_value(manager.match(FilterProfileParams(), key)); });
+    const std::jthread after =
+        startUntilAsleep([&] { manager.modifyProfile(userName("second"), key); });
+    first.release();
+    second.waitUntilReached();
+    auto result = matched.get_future();
+    EXPECT_EQ(result.wait_for(kPatience), std::future_status::ready);
+    second.release();
+    EXPECT_TRUE(result.get());
 }
 
 TEST_F(ManagerTest, EnginesBackToBackLeaveNothingBehind) {

@@ -1,24 +1,23 @@
 /*
- * The mailbox, its stop and its restart, as a model for Spin: ClientRequestManager, RequestGate, and
- * of EventManager what they rely on. script/model searches all its schedules.
+ * The mailbox, its stop and its restart, as a model for Spin: Mailbox, RequestGate, and of
+ * ClientRequestManager and EventManager what they rely on. script/model searches all its schedules.
  *
- * Threads: the clients; the taker, which builds an engine and leaves it for good, or takes it down,
+ * Threads: the clients; the taker, which builds an engine and leaves it for good, or destroys it,
  * with a next one in its place or without; and the worker of each engine.
  *
- * Shown: no request is overwritten or served twice, no answer goes to another's request, no client
- * returns without an answer but from an engine that goes away, no descriptor or engine is used
- * before it is there or after it is gone, and no release is lost. There is no deadlock and no endless
- * loop, so that every client returns, every engine that is taken down ends, and a worker without work
- * sleeps. None of this takes a fair scheduler.
+ * Shown: each request is served at most once, in the order of arrival, no client returns without its
+ * response but from an engine that ends, no descriptor or engine is used before it is there or after
+ * it is gone, and no release is lost. There is no deadlock and no endless loop, so that every client
+ * returns, every engine that is destroyed ends, and a worker without work sleeps. None of this takes
+ * a fair scheduler.
  *
  * How it stands for the code:
- * - The engine's mutex is a lock of the model, since the worker holds it while it does much else.
- *   Every other critical section is short and waits for nothing inside: it is one atomic step.
+ * - Every critical section is short and waits for nothing inside: it is one atomic step.
  * - Who waits for a gate sleeps on its condition variable; asleep[] names it. One wake-up without a
  *   cause may happen in a run, or none: were it sure to come, it would hide lost ones.
- * - A client waits for its response at the semaphore of its turn, which must be posted once.
+ * - A client waits for its response at the semaphore of its turn, which must be posted once, and
+ *   not after the client has left.
  * - An eventfd is readable or not, and epoll reports what is at the time of the wait.
- * - There is memory for every turn. A turn is used once, but for searches that are about its reuse.
  * - Memory order is not part of it: all that threads share is locked or sequentially consistent.
  *
  * Each FAULT_... breaks the protocol in one place, and Spin has to find it.
@@ -27,8 +26,8 @@
 /* What a search is about: all at once would be too much.
  * CLIENTS: two or three. ROUNDS: requests of each, of which the second perhaps goes to a key that
  * the first brought. REPLACED: there may be a next engine. LISTENER: one on a worker or on the taker
- * may drop a key, once. SPURIOUS_WAKE_UP: one may happen. WRITES_FAIL: twice. TURNS_REUSED: clients
- * give their turns back for others. */
+ * may drop a key, once. SPURIOUS_WAKE_UP: one may happen. WRITES_FAIL: twice. ORDER: of
+ * arrival, at one engine. */
 #ifndef CLIENTS
 #define CLIENTS 3
 #endif
@@ -53,28 +52,20 @@ bool open[ENGINES];
 bool gone[ENGINES];
 byte inside[ENGINES];
 
-/* ClientRequestManager. Requests, and with them the turns, are numbered from 1; 0 is an empty
- * mailbox. */
-bool alive[ENGINES];
-bool locked[ENGINES];
-byte mailbox[ENGINES];
+/* Mailbox. Requests, and with them the turns, are numbered from 1; 0 is none. */
 chan waiting[ENGINES] = [THREADS] of { byte };
+byte inHand[ENGINES];
+bool closed[ENGINES];
 bool answered[CLIENTS * ROUNDS + 2];
 bool unsent[CLIENTS * ROUNDS + 2];
 bool over[CLIENTS * ROUNDS + 2];  /* a semaphore for each turn */
-#ifdef TURNS_REUSED
-byte turnOf[CLIENTS * ROUNDS + 2];
-chan spares[ENGINES] = [THREADS] of { byte };
-byte turnsMade;
-#define TURN(id) turnOf[id]
-#else
-#define TURN(id) id
-#endif
-bool closing[ENGINES];
 byte next;
 #ifdef WRITES_FAIL
 byte failuresLeft = 2;
 #endif
+
+/* ClientRequestManager. */
+bool alive[ENGINES];
 bool running[ENGINES];
 bool workerEnded[ENGINES];
 
@@ -89,20 +80,19 @@ byte deferred[ENGINES];
 
 /* What the properties are about. */
 bool served[CLIENTS * ROUNDS + 2];
+bool left[CLIENTS * ROUNDS + 2];
+#ifdef ORDER
+byte arrival[CLIENTS * ROUNDS + 2];
+byte arrivals[ENGINES];
+byte latestServed[ENGINES];
+#endif
 byte begun = 0;
 bool hasKeys[ENGINES];
 bool keyDropped = false;
 byte releaseEngine = NONE;
 bool released = false;
 
-/* Mutex and condition variable, within atomic: whoever blocks here lets the others go on. */
-
-inline lock(e) {
-    !locked[e] -> locked[e] = true;
-    assert(alive[e])
-}
-
-inline unlock(e) { locked[e] = false }
+/* Condition variable, within atomic: whoever blocks here lets the others go on. */
 
 #define WAKE_IF(thread, condition) if :: (condition) -> asleep[thread] = AWAKE :: else fi
 
@@ -132,26 +122,22 @@ inline signalFor(e, id) {
 /* RequestGate. */
 
 inline leave(e) {
-    inside[e]--;
+    atomic {
+        inside[e]--;
 #ifndef FAULT_LEFT_IN_SILENCE
-    if
-    :: atomic { inside[e] == 0 && !open[e] -> notifyAll(CHANGED(e)) }
-    :: else
-    fi
+        if
+        :: inside[e] == 0 -> notifyAll(CHANGED(e))
+        :: else
+        fi
 #endif
+    }
 }
 
 inline enter(e, entered) {
 #ifndef FAULT_LOOKS_BEFORE_IT_COUNTS
-    inside[e]++;
-    /* Who finds the gate closed leaves in the same step: nobody else's depends on what is between. */
     atomic {
         entered = open[e];
-        if
-        :: !entered && inside[e] == 1 -> inside[e] = 0; notifyAll(CHANGED(e))
-        :: !entered && inside[e] > 1 -> inside[e]--
-        :: else
-        fi
+        inside[e] = (open[e] -> inside[e] + 1 : inside[e])
     }
 #else
     entered = open[e];
@@ -180,130 +166,111 @@ inline waitUntilEmpty(thread, e) {
     }
 }
 
-/* ClientRequestManager, client threads. */
+/* Mailbox, client threads. */
 
-/* A second post would let the next client of the turn leave too early. */
+/* The turn is on the stack of its client, who leaves as soon as there is a post. */
 inline letGo(id) {
-    assert(!over[TURN(id)]);
-    over[TURN(id)] = true
+    assert(!over[id] && !left[id]);
+    over[id] = true
 }
 
-inline takeTurn(e, id) {
-#ifdef TURNS_REUSED
-    if
-    :: spares[e]?turnOf[id]
-    :: empty(spares[e]) -> turnsMade++; turnOf[id] = turnsMade
-    fi
-#else
-    skip
-#endif
-}
-
-inline giveTurnBack(e, id) {
-#ifdef TURNS_REUSED
-    spares[e]!turnOf[id]
-#else
-    skip
-#endif
-}
-
-inline passMailbox(e) {
+inline passOn(e) {
     do
-    :: mailbox[e] == 0 && nempty(waiting[e]) ->
-       waiting[e]?next;
-#ifndef FAULT_MAILBOX_PASSED_IN_SILENCE
+    :: empty(waiting[e]) -> break
+    :: nempty(waiting[e]) ->
+       waiting[e]?<next>;
+#ifndef FAULT_PASSED_ON_IN_SILENCE
        signalFor(e, next);
 #endif
        if
        :: unsent[next] ->
+          waiting[e]?next;
 #ifndef FAULT_FAILURE_NOT_TOLD
           letGo(next);
 #endif
           skip
-       :: else -> mailbox[e] = next
-       fi;
-       next = 0
-    :: else -> break
-    od
+       :: else -> break
+       fi
+    od;
+    next = 0
 }
 
-/* Without a turn, the answer is NONE. */
-inline post(e, id, isFirst, answer) {
-    atomic {
-        lock(e);
-        if
-        :: closing[e] -> answer = NONE
-#ifndef FAULT_NO_TURNS
-        :: !closing[e] && mailbox[e] != 0 -> takeTurn(e, id); waiting[e]!id
-        :: !closing[e] && mailbox[e] == 0 ->
-#else
-        :: else ->
+inline append(e, id) {
+#ifdef ORDER
+    arrivals[e]++;
+    arrival[id] = arrivals[e];
 #endif
-           takeTurn(e, id);
-           mailbox[e] = id;
-           isFirst = true
-        fi;
-        unlock(e)
-    }
+#ifndef FAULT_OUT_OF_ORDER
+    waiting[e]!id;
+#else
+    waiting[e]!!id;  /* sorted by number */
+#endif
+    waiting[e]?<next>;
+    isFirst = (next == id);
+    next = 0
 }
 
-inline takeBack(e, id) {
+inline takeBack(e, id, takenBack) {
     atomic {
-        lock(e);
+        assert(alive[e]);
+        next = 0;
         if
-        :: mailbox[e] == id -> mailbox[e] = 0; letGo(id); passMailbox(e)
+        :: nempty(waiting[e]) -> waiting[e]?<next>
         :: else
         fi;
-        unlock(e)
-    }
-}
-
-inline awaitResponse(e, id, answer) {
-    atomic {
+#ifndef FAULT_TAKEN_BACK_FROM_THE_WORKER
+        takenBack = (next == id && inHand[e] != id);
+#else
+        takenBack = (next == id);
+#endif
+        next = 0;
         if
-        :: over[TURN(id)]
-#ifdef TURNS_REUSED
-           -> over[TURN(id)] = false
-#endif
-#ifdef FAULT_NOT_WAITED
-        :: true
-#endif
-#ifdef FAULT_LEAVES_WITHOUT_ITS_POST
-        :: answered[id]
-#endif
+        :: takenBack -> waiting[e]?next; passOn(e)
+        :: else
         fi
-    };
-    atomic {
-        lock(e);
-        if
-        :: answered[id] -> answer = id
-        :: else -> assert(closing[e] || unsent[id])
-        fi;
-        giveTurnBack(e, id);
-        unlock(e)
     }
 }
 
-inline processClientRequest(e, id, answer) {
+inline post(e, id, answer) {
 #ifdef FAULT_SIGNAL_BEFORE_REQUEST
     atomic { signalRequestFd(e) };
 #endif
-    post(e, id, isFirst, answer);
+    atomic {
+        assert(alive[e]);
+        if
+        :: closed[e] -> answer = NONE
+        :: else -> append(e, id)
+        fi
+    };
 #ifndef FAULT_SIGNAL_BEFORE_REQUEST
     if
     :: isFirst ->
        atomic { signalFor(e, id); isFirst = false };
        if
-       :: unsent[id] -> takeBack(e, id)
+       :: unsent[id] -> takeBack(e, id, takenBack)
        :: else
        fi
     :: else
     fi;
 #endif
-    if
-    :: answer == NONE -> answer = 0
-    :: else -> awaitResponse(e, id, answer)
-    fi
+    atomic {
+        if
+        :: answer == NONE || takenBack -> answer = 0; takenBack = false
+        :: else ->
+           if
+           :: over[id]
+#ifdef FAULT_NOT_WAITED
+           :: true
+#endif
+           fi;
+           if
+           :: answered[id] -> answer = id
+           :: else -> assert(closed[e] || unsent[id])
+           fi
+        fi;
+        left[id] = true;
+        isFirst = false
+    }
 }
 
 /* RequestGate::process on a thread that may wait. */
@@ -311,7 +278,7 @@ inline process(thread, e, id, answer) {
     enter(e, entered);
     if
     :: entered ->
-       processClientRequest(e, id, answer);
+       post(e, id, answer);
 #ifdef FAULT_REQUEST_DROPPED_INSIDE
        /* And with it a key, which waits for the end of the engine. */
        if
@@ -326,7 +293,7 @@ inline process(thread, e, id, answer) {
 
 proctype Client(byte me) {
     byte round = 0, engine, key = NONE, answer;
-    bool entered, isFirst;
+    bool entered, isFirst, takenBack;
     do
     :: round < ROUNDS ->
        /* The clients are alike, so that it is enough to look at one order of their beginnings. */
@@ -355,9 +322,9 @@ proctype Client(byte me) {
     od
 }
 
-/* Worker thread. */
+/* Worker thread, and the taker while it destroys an engine: threads that must not wait. */
 
-/* A listener drops a key: RequestGate::process with processWithoutWaiting. */
+/* A listener drops a key. */
 inline dropKeyWithoutWaiting(own) {
     if
     :: atomic { !keyDropped && hasKeys[0] -> keyDropped = true; dropped = 0 }
@@ -377,44 +344,67 @@ inline dropKeyWithoutWaiting(own) {
           fi;
 #endif
           leave(dropped)
-       :: else
+       :: else ->
+#ifdef FAULT_WAITS_FOR_ITSELF
+          if
+          :: own == NONE -> waitUntilGone(TAKER, dropped)
+          :: else
+          fi;
+#endif
+          skip
        fi;
        atomic { dropped = NONE; entered = false }
     :: else
     fi
 }
 
-inline serveRequest(e) {
+inline take(e) {
     atomic {
-        lock(e);
-        turn = mailbox[e];
+        turn = 0;
         if
-        :: turn != 0 -> assert(!served[turn]); served[turn] = true
-        :: else -> unlock(e)
-        fi
+        :: nempty(waiting[e]) ->
+           waiting[e]?<turn>;
+           assert(!served[turn] && !left[turn]);
+#ifdef ORDER
+           assert(arrival[turn] > latestServed[e]);
+           latestServed[e] = arrival[turn];
+#endif
+           served[turn] = true
+        :: else
+        fi;
+        inHand[e] = turn
+    }
+}
+
+inline finish(e) {
+    atomic {
+        assert(!answered[turn] && !left[turn]);
+        hasKeys[e] = true;
+#ifndef FAULT_NOTIFY_BEFORE_STATE
+        answered[turn] = true;
+#endif
+        waiting[e]?next;
+        assert(next == turn);
+        next = 0;
+        inHand[e] = 0;
+        passOn(e)
     };
+    atomic { letGo(turn) };
+#ifdef FAULT_NOTIFY_BEFORE_STATE
+    atomic { answered[turn] = true };
+#endif
+    turn = 0
+}
+
+inline handleClientRequest(e) {
+    take(e);
     if
     :: turn != 0 ->
        /* While the modem is asked, anything may happen. */
 #ifdef LISTENER
        dropKeyWithoutWaiting(e);
 #endif
-       atomic {
-           assert(mailbox[e] == turn && !answered[turn]);
-#ifndef FAULT_NOTIFY_BEFORE_STATE
-           answered[turn] = true;
-#endif
-           hasKeys[e] = true;
-           mailbox[e] = 0;
-           passMailbox(e);
-           unlock(e)
-       };
-       /* Not under the lock, for which the client would have to wait. */
-       atomic { letGo(turn) };
-#ifdef FAULT_NOTIFY_BEFORE_STATE
-       atomic { answered[turn] = true };
-#endif
-       turn = 0
+       finish(e)
     :: else
     fi
 }
@@ -422,8 +412,7 @@ inline serveRequest(e) {
 /* EventManager::finishItem, with the one release that there may be. */
 inline finishItem(e) {
     if
-    :: atomic { deferred[e] > 0 -> deferred[e]-- };
-       atomic { lock(e); assert(!released); released = true; unlock(e) }
+    :: atomic { deferred[e] > 0 -> deferred[e]--; assert(!released); released = true }
     :: else
     fi
 }
@@ -452,7 +441,7 @@ end_without_work:
 #ifndef FAULT_NO_DRAIN
              requestFd[e] = false;
 #endif
-             serveRequest(e)
+             handleClientRequest(e)
           :: else
           fi;
           finishItem(e)
@@ -461,7 +450,6 @@ end_without_work:
        :: else -> break
        od
     od;
-    finishItem(e);
     workerEnded[e] = true
 }
 
@@ -476,16 +464,13 @@ inline construct(e) {
     atomic { requestFdIsOpen[e] = true; watched[e] = true; handled[e] = true; current = e }
 }
 
-inline turnClientsAway(e) {
+inline closeMailbox(e) {
     atomic {
-        lock(e);
-        closing[e] = true;
+        closed[e] = true;
 #ifndef FAULT_STOP_WAKES_NOBODY
         if
-        :: mailbox[e] != 0 ->
-           letGo(mailbox[e]);
-#ifndef FAULT_SERVED_WHEN_TURNED_AWAY
-           mailbox[e] = 0
+#ifndef FAULT_TURNED_AWAY_IN_HAND
+        :: inHand[e] != 0 -> waiting[e]?next
 #endif
         :: else
         fi;
@@ -493,37 +478,19 @@ inline turnClientsAway(e) {
         :: waiting[e]?next -> letGo(next)
         :: empty(waiting[e]) -> break
         od;
-        next = 0;
+        if
+        :: inHand[e] != 0 -> waiting[e]!inHand[e]
+        :: else
+        fi;
+        next = 0
 #endif
-        unlock(e)
     }
 }
 
-/* The profiles of a cache that goes call their listeners, and one of these drops a key. */
-inline dropKeyInListener(e) {
-    if
-    :: atomic { !keyDropped && hasKeys[e] -> keyDropped = true; dropped = e }
-    :: atomic { !keyDropped && hasKeys[1 - e] -> keyDropped = true; dropped = 1 - e }
-    :: true
-    fi;
-    if
-    :: dropped != NONE ->
-       process(TAKER, dropped, CLIENTS * ROUNDS + 1, answer);
-#ifdef FAULT_WAITS_FOR_ITSELF
-       if
-       :: answer == 0 -> waitUntilGone(TAKER, dropped)
-       :: else
-       fi;
-#endif
-       atomic { dropped = NONE; entered = false; answer = 0 }
-    :: else
-    fi
-}
-
 inline destroy(e) {
-    open[e] = false;  /* close() */
+    open[e] = false;  /* RequestGate::close */
     stopped[e] = true;
-    turnClientsAway(e);
+    closeMailbox(e);
 #ifndef FAULT_CLIENTS_NOT_WAITED_FOR
     waitUntilEmpty(TAKER, e);
 #endif
@@ -531,21 +498,24 @@ inline destroy(e) {
     handled[e] = false;
     running[e] = false;
     wakeFd[e] = true;
-    atomic { workerEnded[e] -> requestFdIsOpen[e] = false };  /* join() and close() */
+    workerEnded[e];  /* join */
+#ifndef FAULT_RELEASE_LEFT_BEHIND
+    finishItem(e);
+#endif
 #ifdef LISTENER
-    dropKeyInListener(e);
+    dropKeyWithoutWaiting(NONE);
 #endif
     atomic {
-        assert(!locked[e]);
+        requestFdIsOpen[e] = false;
         alive[e] = false;
-        gone[e] = true;  /* finish() */
+        gone[e] = true;  /* RequestGate::finish */
         notifyAll(CHANGED(e))
     }
 }
 
 proctype Taker() {
-    byte dropped = NONE, answer;
-    bool entered, isFirst;
+    byte dropped = NONE;
+    bool entered;
     construct(0);
     if
     :: goto done  /* It stays for good. */
@@ -563,7 +533,7 @@ done:
 active proctype ReleaseWitness() {
 end_without_release:
     releaseEngine != NONE;
-    released || stopped[releaseEngine]
+    released
 }
 
 #ifdef SPURIOUS_WAKE_UP
