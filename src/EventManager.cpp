@@ -1,21 +1,19 @@
 #include "EventManager.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <set>
 #include <string>
 #include <utility>
 
 #include "EventFd.h"
-#include "ForkedChild.h"
 #include "LogWrapper.h"
 #include "NeverDestroyed.h"
+#include "StandardOutput.h"
 
 namespace kiv {
 
@@ -33,20 +31,15 @@ public:
     void add(int fd) {
         std::lock_guard lock(mutex);
         fds.insert(fd);
-        ++changes;
     }
     void remove(int fd) {
         std::lock_guard lock(mutex);
         fds.erase(fd);
-        ++changes;
     }
-    /// As long as it stays the same, so does what contains returns.
-    uint64_t changesSoFar() const { return changes.load(); }
 
 private:
     std::mutex mutex;
     std::set<int> fds KIV_GUARDED_BY(mutex);
-    std::atomic<uint64_t> changes{0};
 };
 
 ApprovedFds& approvedFd() {
@@ -54,54 +47,19 @@ ApprovedFds& approvedFd() {
     return instance.get();
 }
 
-template <class Function>
-void* address(Function* function) {
-    return reinterpret_cast<void*>(function);
-}
-
-/// Writes to standard output, but neither waits for somebody to read it nor dies if nobody will.
-void printIfPossible(const char* text) {
-    pollfd output{STDOUT_FILENO, POLLOUT, 0};
-    if (poll(&output, 1, 0) != 1 || output.revents != POLLOUT) {
-        return;
-    }
-    sigset_t brokenPipe;
-    sigset_t before;
-    sigemptyset(&brokenPipe);
-    sigaddset(&brokenPipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
-    if (write(STDOUT_FILENO, text, strlen(text)) == -1 && errno == EPIPE) {
-        const timespec atOnce{};
-        sigtimedwait(&brokenPipe, nullptr, &atOnce);
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
+void* address(EventCallback callback) { return reinterpret_cast<void*>(callback); }
 
 /// The names of the flags that nobody handles, each with a trailing blank.
 std::string unhandledFlagNames(uint32_t flags) {
+    constexpr std::pair<uint32_t, const char*> kNames[] = {{EPOLLOUT, "EPOLLOUT "},
+                                                           {EPOLLPRI, "EPOLLPRI "},
+                                                           {EPOLLERR, "EPOLLERR "},
+                                                           {EPOLLET, "EPOLLET "}};
     std::string names;
-    if (flags & EPOLLOUT) {
-        names += "EPOLLOUT ";
-    }
-    if (flags & EPOLLPRI) {
-        names += "EPOLLPRI ";
-    }
-    if (flags & EPOLLERR) {
-        names += "EPOLLERR ";
-    }
-    if (flags & EPOLLET) {
-        names += "EPOLLET ";
+    for (const auto& [flag, name] : kNames) {
+        names += flags & flag ? name : "";
     }
     return names;
-}
-
-/// What the log tells of an event of the descriptor.
-std::string eventLine(int fd, void* callback, void* data) {
-    std::array<char, 128> text{};
-    snprintf(text.data(), text.size(),
-             "file descriptor '%d' is processing events [callback:%p, data:%p]", fd, callback,
-             data);
-    return text.data();
 }
 
 /// An item that lacks memory must not end the loop's thread, and with it the process.
@@ -138,18 +96,20 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
             "EventManager::addEventHandler(int %d, EventCallback %p, void* %p, CloseCallback %p, "
             "events %d) EX",
             fd, address(callback), data, address(closeCallback), requestedEvents);
-    const auto handler = std::make_shared<HandlerObject>(
-        HandlerObject{callback, closeCallback, data, static_cast<uint32_t>(requestedEvents),
-                      eventLine(fd, address(callback), data)});
     bool added = false;
     bool watched = false;
+    bool lacksRoom = false;
     {
         // One step: the loop must not see the descriptor ready before its handler is there.
         std::lock_guard lock(mutex);
-        added = handlers.emplace(fd, handler).second;
+        const auto place =
+            handlers.emplace(fd, HandlerObject{callback, closeCallback, data, requestedEvents});
+        added = place.second;
         if (added) {
             approvedFd().add(fd);
-            watched = watch(fd, *handler);
+            HandlerObject& handler = place.first->second;
+            watched = watch(fd, handler);
+            lacksRoom = handler.lacksRoom;
         }
     }
     if (!added) {
@@ -159,71 +119,58 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
     if (!watched) {
         // Meant: the handler stays registered and approved all the same.
         KIV_LOG(ERROR, "Cannot add event handler");
-        if (roomMissing.load()) {
-            // The loop may be waiting without a time-out.
-            signalEventFd(wakeFd.get());
-        }
+    }
+    if (lacksRoom) {
+        // The loop may be waiting without a time-out.
+        signalEventFd(wakeFd.get());
     }
     return true;
 }
 
 bool EventManager::watch(int fd, HandlerObject& handler) {
     epoll_event event{};
-    event.events = handler.requestedEvents;
+    event.events = static_cast<uint32_t>(handler.requestedEvents);
     event.data.fd = fd;
     const bool watched = epoll_ctl(epollFd.get(), EPOLL_CTL_ADD, fd, &event) != -1;
     handler.lacksRoom = !watched && (errno == ENOMEM || errno == ENOSPC);
-    if (handler.lacksRoom) {
-        roomMissing.store(true);
-    }
     return watched;
 }
 
-/// Watches what there was no room for. A mailbox that nobody watches would let its clients wait for
-/// ever. False if something is still to be tried.
+/// Watches the descriptors for which there was no room: the clients of a mailbox that nobody
+/// watches would wait for ever. False if there is still no room for one of them.
 bool EventManager::watchAgain() {
-    if (!roomMissing.load()) {
-        return true;
-    }
-    roomMissing.store(false);
+    bool allWatched = true;
     std::lock_guard lock(mutex);
     for (auto& [fd, handler] : handlers) {
-        if (handler->lacksRoom) {
-            watch(fd, *handler);
+        if (handler.lacksRoom) {
+            watch(fd, handler);
+            allWatched &= !handler.lacksRoom;
         }
     }
-    return !roomMissing.load();
+    return allWatched;
 }
 
 void EventManager::removeEventHandler(int fd) {
-    if (isForkedChild()) {
-        return;
-    }
     KIV_LOG(VERBOSE, "EventManager::removeEventHandler(int fd) EX");
+    bool unwatched = false;
+    HandlerObject removed;
     {
-        // The loop must not watch it once more.
+        // One step: the loop must not watch the descriptor once more.
         std::lock_guard lock(mutex);
+        unwatched = epoll_ctl(epollFd.get(), EPOLL_CTL_DEL, fd, nullptr) != -1;
         const auto found = handlers.find(fd);
         if (found != handlers.end()) {
-            found->second->lacksRoom = false;
+            removed = found->second;
+            found->second.lacksRoom = false;
+            // A close callback that removes its own handler is not called again.
+            found->second.closeCallback = nullptr;
         }
     }
-    if (epoll_ctl(epollFd.get(), EPOLL_CTL_DEL, fd, nullptr) == -1) {
+    if (!unwatched) {
         KIV_LOG(ERROR, "Cannot remove event handler");
     }
-    CloseCallback closeCallback = nullptr;
-    void* data = nullptr;
-    {
-        std::lock_guard lock(mutex);
-        const auto found = handlers.find(fd);
-        if (found != handlers.end()) {
-            data = found->second->data;
-            // A close callback that removes its own handler is not called again.
-            closeCallback = std::exchange(found->second->closeCallback, nullptr);
-        }
-    }
-    if (closeCallback != nullptr) {
-        closeCallback(fd, data);
+    if (removed.closeCallback != nullptr) {
+        removed.closeCallback(fd, removed.data);
     }
     size_t erased = 0;
     {
@@ -252,32 +199,25 @@ void EventManager::processEvents() {
     }
     for (int i = 0; i < count; ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
-        announce({count - i, i, static_cast<int>(event.events), event.data.fd});
-        withoutEnding([this, &event] { processEvent(event); });
+        const int fd = event.data.fd;
+        KIV_LOG(VERBOSE, "there are %d file descriptor(s) with events pending", count - i);
+        KIV_LOG(VERBOSE, "processing event number: %d, handling %d for %d", i,
+                static_cast<int>(event.events), fd);
+        withoutEnding([this, fd, &event] { processEvent(fd, event.events); });
         finishItem();
     }
 }
 
-void EventManager::announce(const Announced& event) {
-    if (event != announced) {
-        announced = event;
-        snprintf(pendingLine.data(), pendingLine.size(),
-                 "there are %d file descriptor(s) with events pending", event.pending);
-        snprintf(processingLine.data(), processingLine.size(),
-                 "processing event number: %d, handling %d for %d", event.number, event.flags,
-                 event.fd);
-    }
-    KIV_LOG_TEXT(VERBOSE, pendingLine.data());
-    KIV_LOG_TEXT(VERBOSE, processingLine.data());
-}
-
-void EventManager::processEvent(const epoll_event& event) {
-    const int fd = event.data.fd;
-    const uint32_t flags = event.events;
+void EventManager::processEvent(int fd, uint32_t flags) {
     if (flags & EPOLLHUP) {
         // Meant: a hang-up counts alone, even if there is something to read.
         KIV_LOG(INFO, "file descriptor '%d' sent HUP.", fd);
-        removeHungUp(fd);
+        // An earlier callback of the same pass may have removed and closed fd. The number may be
+        // another owner's by now, and is then left alone.
+        if (findHandler(fd)) {
+            removeEventHandler(fd);
+            close(fd);
+        }
     } else if (flags & EPOLLIN) {
         dispatch(fd);
     } else {
@@ -286,53 +226,29 @@ void EventManager::processEvent(const epoll_event& event) {
     }
 }
 
-/// An earlier callback of the same pass may have removed and closed fd; the number may be somebody
-/// else's by now, and is then left alone.
-void EventManager::removeHungUp(int fd) {
-    bool registered = false;
-    {
-        std::lock_guard lock(mutex);
-        registered = handlers.count(fd) > 0;
-    }
-    if (!registered) {
-        KIV_LOG(INFO, "file descriptor '%d' does not have an event handler registered", fd);
-        return;
-    }
-    removeEventHandler(fd);
-    close(fd);
-}
-
-/// Empties latest if there is nothing to call.
-void EventManager::findHandler(int fd) {
-    // Handlers come and go with their approval.
-    const uint64_t changes = approvedFd().changesSoFar();
-    if (latest.handler && latest.fd == fd && latest.changes == changes) {
-        return;
-    }
-    latest = {fd, changes, nullptr};
-    if (!isApprovedFd(fd)) {
-        KIV_LOG(INFO, "file descriptor %d is not on the approved list, cannot process event", fd);
-        return;
-    }
+std::optional<EventManager::HandlerObject> EventManager::findHandler(int fd) {
     {
         std::lock_guard lock(mutex);
         const auto found = handlers.find(fd);
         if (found != handlers.end()) {
-            latest.handler = found->second;
+            return found->second;
         }
     }
-    if (!latest.handler) {
-        KIV_LOG(INFO, "file descriptor '%d' does not have an event handler registered", fd);
-    }
+    KIV_LOG(INFO, "file descriptor '%d' does not have an event handler registered", fd);
+    return std::nullopt;
 }
 
 void EventManager::dispatch(int fd) {
-    findHandler(fd);
-    const HandlerObject* const handler = latest.handler.get();
-    if (handler == nullptr) {
+    if (!isApprovedFd(fd)) {
+        KIV_LOG(INFO, "file descriptor %d is not on the approved list, cannot process event", fd);
         return;
     }
-    KIV_LOG_TEXT(VERBOSE, handler->line);
+    const std::optional<HandlerObject> handler = findHandler(fd);
+    if (!handler) {
+        return;
+    }
+    KIV_LOG(VERBOSE, "file descriptor '%d' is processing events [callback:%p, data:%p]", fd,
+            address(handler->callback), handler->data);
     if (handler->callback == nullptr) {
         KIV_LOG(ERROR, "no callback registered");
         return;
@@ -359,23 +275,23 @@ void EventManager::wake() {
 void EventManager::defer(std::function<void()> work) {
     std::lock_guard lock(mutex);
     deferred.push_back(std::move(work));
-    hasDeferred.store(true);
 }
 
 void EventManager::finishItem() {
-    while (hasDeferred.load()) {
-        std::function<void()> work;
-        {
-            std::lock_guard lock(mutex);
-            if (deferred.empty()) {
-                hasDeferred.store(false);
-                return;
-            }
-            work = std::move(deferred.front());
-            deferred.pop_front();
-        }
+    while (const std::function<void()> work = takeDeferred()) {
         withoutEnding(work);
     }
+}
+
+/// The work that waits longest; empty if there is none.
+std::function<void()> EventManager::takeDeferred() {
+    std::function<void()> work;
+    std::lock_guard lock(mutex);
+    if (!deferred.empty()) {
+        work = std::move(deferred.front());
+        deferred.pop_front();
+    }
+    return work;
 }
 
 void EventManager::clearRead(int fd, void* /*data*/) {

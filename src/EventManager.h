@@ -9,10 +9,8 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <set>
-#include <string>
+#include <optional>
 
 #include "EventFd.h"
 #include "ThreadSafety.h"
@@ -48,8 +46,7 @@ public:
     bool addEventHandler(int fd, EventCallback callback, void* data, CloseCallback closeCallback,
                          int events);
     /// Runs the close callback, forgets fd and withdraws its approval; does not close it. A
-    /// callback that is running on another thread at that moment is not waited for. Without effect
-    /// in a forked child, whose epoll instance is its parent's.
+    /// callback that is running on another thread at that moment is not waited for.
     void removeEventHandler(int fd);
 
     /// Waits for events and runs the callbacks of at most four of them.
@@ -84,27 +81,16 @@ private:
         EventCallback callback = nullptr;
         CloseCallback closeCallback = nullptr;
         void* data = nullptr;
-        uint32_t requestedEvents = 0;
-        std::string line{};      ///< what the log tells of each event
-        bool lacksRoom = false;  ///< it is yet to be watched
-    };
-
-    /// What the log tells of an event before it is dispatched.
-    struct Announced {
-        int pending = 0;
-        int number = 0;
-        int flags = 0;
-        int fd = -1;
-        bool operator==(const Announced&) const = default;
+        int requestedEvents = 0;
+        bool lacksRoom = false;  ///< is yet to be watched
     };
 
     bool watch(int fd, HandlerObject& handler) KIV_REQUIRES(mutex);
     bool watchAgain() KIV_EXCLUDES(mutex);
-    void announce(const Announced& event);
-    void processEvent(const epoll_event& event);
-    void removeHungUp(int fd);
-    void findHandler(int fd);
+    void processEvent(int fd, uint32_t flags);
     void dispatch(int fd);
+    std::optional<HandlerObject> findHandler(int fd) KIV_EXCLUDES(mutex);
+    std::function<void()> takeDeferred() KIV_EXCLUDES(mutex);
 
     // Constant.
     const OwnedFd epollFd;
@@ -112,29 +98,14 @@ private:
 
     // Self-synchronised.
     std::atomic<bool> stopped{false};
-    /// Some descriptor is to be watched as soon as the system has room for it.
-    std::atomic<bool> roomMissing{false};
-    /// So that an item without deferred work takes no lock.
-    std::atomic<bool> hasDeferred{false};
 
     // Loop thread only.
     std::array<epoll_event, 4> events{};
     int signalledLater = -1;  ///< none if -1
-    // Of the latest event, so that a row of requests has its lines formatted, and its handler
-    // looked for, once.
-    Announced announced;
-    std::array<char, 80> pendingLine{};
-    std::array<char, 80> processingLine{};
-    struct {
-        int fd = -1;
-        uint64_t changes = 0;  ///< of the approved descriptors at that time
-        std::shared_ptr<const HandlerObject> handler{};
-    } latest;
 
     // Guarded.
     std::mutex mutex;
-    /// Shared with a call of the callback, for which the callback, data and line are constant.
-    std::map<int, std::shared_ptr<HandlerObject>> handlers KIV_GUARDED_BY(mutex);
+    std::map<int, HandlerObject> handlers KIV_GUARDED_BY(mutex);
     std::deque<std::function<void()>> deferred KIV_GUARDED_BY(mutex);
 };
 

@@ -1,5 +1,7 @@
 #include "LocalLogBuffer.h"
 
+#include <sys/time.h>
+
 #include <array>
 #include <cstddef>
 #include <ctime>
@@ -29,60 +31,43 @@ LocalLogBuffer& LocalLogBuffer::getInstance() {
 }
 
 LocalLogBuffer::LocalLogBuffer(std::string name, int capacity)
-    : name(std::move(name)), suffix(" [" + this->name + "]"), capacity(capacity) {}
+    : name(std::move(name)),
+      suffix(" [" + this->name + "]"),
+      capacity(static_cast<size_t>(capacity)) {}
 
 void LocalLogBuffer::addLogWithTimestamp(std::string_view msg) {
     timeval now{};
     std::lock_guard lock(mutex);
     gettimeofday(&now, nullptr);  // under the lock, for lines to be in the order of their times
-    setTime(now);
-    std::string& line = addLine(head.size() + msg.size());
-    line.assign(head).append(msg);
-}
-
-void LocalLogBuffer::setTime(const timeval& now) {
     if (now.tv_sec != second || head.empty()) {
         head = "    " + secondText(now.tv_sec) + ".000" + suffix;
         second = now.tv_sec;
-        millisecond = 0;
     }
-    const auto current = static_cast<unsigned>(now.tv_usec) / 1000;
-    if (current != millisecond) {
-        char* const digits = head.data() + head.size() - suffix.size() - 3;
-        digits[0] = static_cast<char>('0' + current / 100);
-        digits[1] = static_cast<char>('0' + current / 10 % 10);
-        digits[2] = static_cast<char>('0' + current % 10);
-        millisecond = current;
-    }
-}
-
-/// A place at the end for a line of that size, in the memory of the oldest line if that has to go.
-/// Nothing has changed if there is no memory.
-std::string& LocalLogBuffer::addLine(size_t size) {
+    const size_t length = head.size() + msg.size();
     // Meant: the bound is tested before the line is added, so that capacity + 1 lines are kept.
-    if (logs.empty() || static_cast<int>(logs.size()) <= capacity) {
-        std::string line;
-        line.reserve(size);
-        return logs.emplace_back(std::move(line));
+    if (logs.size() <= capacity) {
+        logs.emplace_front(length, ' ');
     }
-    std::string& line = logs[oldest];
-    line.reserve(size);
-    oldest = oldest + 1 < logs.size() ? oldest + 1 : 0;
-    return line;
+    // The memory of the oldest line becomes the newest line's. Behind reserve nothing can fail.
+    std::string& line = logs.front();
+    line.reserve(length);
+    line.assign(head).append(msg);
+    const auto milliseconds = static_cast<unsigned>(now.tv_usec) / 1000;
+    char* const digits = line.data() + head.size() - suffix.size() - 3;
+    digits[0] = static_cast<char>('0' + milliseconds / 100);
+    digits[1] = static_cast<char>('0' + milliseconds / 10 % 10);
+    digits[2] = static_cast<char>('0' + milliseconds % 10);
+    logs.splice(logs.end(), logs, logs.begin());
 }
 
 std::vector<std::string> LocalLogBuffer::getLogs() {
     std::lock_guard lock(mutex);
-    const auto first = logs.begin() + static_cast<std::ptrdiff_t>(oldest);
-    std::vector<std::string> inOrder(first, logs.end());
-    inOrder.insert(inOrder.end(), logs.begin(), first);
-    return inOrder;
+    return {logs.begin(), logs.end()};
 }
 
 void LocalLogBuffer::flush() {
     std::lock_guard lock(mutex);
     logs.clear();
-    oldest = 0;
 }
 
 }  // namespace kiv

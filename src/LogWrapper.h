@@ -1,9 +1,6 @@
 #ifndef KIVR_SRC_LOGWRAPPER_H
 #define KIVR_SRC_LOGWRAPPER_H
 
-#include <array>
-#include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
@@ -38,10 +35,6 @@ public:
     virtual void writeText(LogLevel level, const char* tag, const char* msg) {
         write(level, tag, msg);
     }
-
-private:
-    friend class LogWrapper;
-    std::unique_ptr<LogWriter> next;  ///< of a list of LogWrapper's, which so takes no memory
 };
 
 /// Writes to the Android log.
@@ -77,49 +70,24 @@ public:
 
     /// Installs the writer; empty for none. The one before is destroyed when the lines that are
     /// being written at that time are done: here, or at the end of a line.
-    void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(replacedMutex);
+    void setLogWriter(std::unique_ptr<LogWriter> newWriter) KIV_EXCLUDES(mutex);
 
     /// Writes one line, cut to 511 bytes. Lines of level ERROR and EVENT are also kept in the
     /// local buffer. Without memory a line is lost.
-    void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(replacedMutex)
+    void log(LogLevel level, const char* tag, const char* format, ...) KIV_EXCLUDES(mutex)
         __attribute__((format(printf, 4, 5)));
 
-    /// The same for a text, and for a line of several: each as "%s" would print it.
-    void logText(LogLevel level, const char* tag, const char* text) KIV_EXCLUDES(replacedMutex);
-    void logText(LogLevel level, const char* tag, const std::string& text)
-        KIV_EXCLUDES(replacedMutex) {
-        logText(level, tag, text.c_str());
-    }
-    template <class First, class Second, class... Others>
-    void logText(LogLevel level, const char* tag, const First& first, const Second& second,
-                 const Others&... others) KIV_EXCLUDES(replacedMutex) {
-        logJoined(level, tag, {first, second, others...});
-    }
+    /// The same for a line of one or more texts: each as "%s" would print it.
+    void logText(LogLevel level, const char* tag, std::initializer_list<std::string_view> texts)
+        KIV_EXCLUDES(mutex);
 
 private:
-    /// Spans every use of the installed writer.
-    class LineInHand;
+    void write(LogLevel level, const char* tag, const char* message) KIV_EXCLUDES(mutex);
+    std::shared_ptr<LogWriter> getLogWriter() KIV_EXCLUDES(mutex);
 
-    void write(LogLevel level, const char* tag, const char* message, size_t length)
-        KIV_EXCLUDES(replacedMutex);
-    void logJoined(LogLevel level, const char* tag, std::initializer_list<std::string_view> texts)
-        KIV_EXCLUDES(replacedMutex);
-    static void prepend(std::unique_ptr<LogWriter> writer, std::unique_ptr<LogWriter>& list);
-    std::unique_ptr<LogWriter> takeUnused() KIV_EXCLUDES(replacedMutex);
-    void destroyUnused() KIV_EXCLUDES(replacedMutex);
-
-    std::mutex replacedMutex;
-    /// Replaced writers that lines may still be using: those for which both sides are being
-    /// watched, and those that came to it since.
-    std::unique_ptr<LogWriter> leaving KIV_GUARDED_BY(replacedMutex);
-    std::unique_ptr<LogWriter> replaced KIV_GUARDED_BY(replacedMutex);
-    int sidesToSeeEmpty KIV_GUARDED_BY(replacedMutex) = 0;
-
-    // Self-synchronised.
-    std::atomic<bool> hasReplaced{false};  ///< any of these, to be seen without the lock
-    std::atomic<unsigned> side{0};         ///< on which new lines count themselves: 0 or 1
-    std::array<std::atomic<size_t>, 2> linesInHand{};
-    std::atomic<LogWriter*> writer{nullptr};  ///< owned
+    std::mutex mutex;
+    /// Shared with the lines that are being written, each of which may be its last owner.
+    std::shared_ptr<LogWriter> writer KIV_GUARDED_BY(mutex);
 };
 
 /// The tag of every line.
@@ -131,7 +99,7 @@ inline constexpr const char* kLogTag = "KIV";
 
 /// The same for texts, where lines are many or long: KIV_LOG_TEXT(INFO, "label ", text...).
 #define KIV_LOG_TEXT(level, ...) \
-    ::kiv::LogWrapper::getInstance().logText(::kiv::LogLevel::level, ::kiv::kLogTag, __VA_ARGS__)
+    ::kiv::LogWrapper::getInstance().logText(::kiv::LogLevel::level, ::kiv::kLogTag, {__VA_ARGS__})
 
 }  // namespace kiv
 

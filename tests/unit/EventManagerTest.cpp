@@ -4,13 +4,25 @@
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 #include <vector>
 
 #include "EventFd.h"
 #include "LoggedTest.h"
+
+static bool hasRoom = true;
+
+extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
+    if (operation == EPOLL_CTL_ADD && !hasRoom) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
+}
 
 namespace kiv {
 namespace {
@@ -112,6 +124,36 @@ TEST_F(EventManagerTest, WakeIsPrintedAndASignalMayComeLater) {
     EXPECT_THAT(called, ElementsAre(fd));
 }
 
+TEST_F(EventManagerTest, DescriptorIsWatchedAsSoonAsTheSystemHasRoom) {
+    hasRoom = false;
+    const int removed = readyFd(), fd = readyFd();
+    EXPECT_TRUE(add(removed));
+    manager->removeEventHandler(removed);
+    EXPECT_TRUE(add(fd));
+    EXPECT_EQ(log.count("Cannot add event handler"), 2U);
+    manager->processEvents();  // ends without the descriptor
+    manager->processEvents();
+    hasRoom = true;
+    EXPECT_THAT(called, ElementsAre());
+    manager->processEvents();
+    EXPECT_THAT(called, ElementsAre(fd));
+}
+
+TEST_F(EventManagerTest, PassIsLoggedStepByStep) {
+    char text[160];
+    const int fd = readyFd();
+    add(fd);
+    log.clear();
+    manager->processEvents();
+    snprintf(text, sizeof(text), "file descriptor '%d' is processing events [callback:%p, data:%p]",
+             fd, reinterpret_cast<void*>(note), static_cast<void*>(this));
+    EXPECT_THAT(
+        log.texts(),
+        ElementsAre("there are 1 file descriptor(s) with events pending",
+                    "processing event number: 0, handling 1 for " + std::to_string(fd), text));
+    EXPECT_EQ(log.lines()[2].priority, ANDROID_LOG_VERBOSE);
+}
+
 TEST_F(EventManagerTest, EventThatNobodyHandlesIsNamed) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
@@ -141,6 +183,31 @@ TEST_F(EventManagerTest, CallbackMayRemoveItselfAndOthersInMidPass) {
     manager->processEvents();
     EXPECT_EQ(called.size(), 1U);
     EXPECT_THAT(closed, testing::UnorderedElementsAreArray(fds));
+}
+
+TEST_F(EventManagerTest, LateHangUpOfANumberThatWasRemovedClosesNothing) {
+    // Whichever is hung up first removes the other, whose number is then somebody else's.
+    int first[2], second[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, first), 0);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, second), 0);
+    fds = {first[0], second[0]};
+    const auto removeOther = [](int fd, void* data) {
+        noteClose(fd, data);
+        const int other = testOf(data).fds[fd == testOf(data).fds[0] ? 1 : 0];
+        if (testOf(data).closed.size() == 1) {
+            testOf(data).manager->removeEventHandler(other);
+        }
+    };
+    for (const int fd : fds) {
+        add(fd, note, removeOther);
+    }
+    close(first[1]);
+    close(second[1]);
+    manager->processEvents();
+    ASSERT_EQ(closed.size(), 2U);
+    EXPECT_EQ(close(closed[0]), -1);
+    EXPECT_EQ(close(closed[1]), 0);
+    fds.clear();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <future>
@@ -136,12 +137,17 @@ TEST_F(LogTest, LocalBufferFollowsTheTimeZone) {
 class TestWriter : public LogWriter {
 public:
     explicit TestWriter(std::function<void()> onLine) : onLine(std::move(onLine)) {}
-    ~TestWriter() override { onLine = nullptr; }
+    ~TestWriter() override {
+        EXPECT_TRUE(std::exchange(onLine, nullptr));
+        ++destroyed;
+    }
     void write(LogLevel, std::string, std::string) override {
         onLine();
         EXPECT_TRUE(onLine);
     }
     int convertPrio(LogLevel) override { return 0; }
+
+    static inline std::atomic<int> destroyed{0};
 
 private:
     std::function<void()> onLine;
@@ -153,8 +159,8 @@ void install(std::function<void()> onLine) {
 
 TEST_F(LogTest, ReplacedWriterGoesWithItsLastLineAlsoIfOthersGoOn) {
     std::promise<void> begun, mayEnd, nextBegun, nextMayEnd;
-    const auto writer = std::make_shared<int>();
-    install([&begun, &mayEnd, writer] {
+    TestWriter::destroyed = 0;
+    install([&begun, &mayEnd] {
         begun.set_value();
         mayEnd.get_future().wait();
     });
@@ -167,49 +173,20 @@ TEST_F(LogTest, ReplacedWriterGoesWithItsLastLineAlsoIfOthersGoOn) {
     });
     std::thread next([] { logAt(LogLevel::INFO, "next"); });
     nextBegun.get_future().wait();
-    EXPECT_EQ(writer.use_count(), 2);
+    EXPECT_EQ(TestWriter::destroyed, 0);
     mayEnd.set_value();
     slow.join();
-    EXPECT_EQ(writer.use_count(), 1);
+    EXPECT_EQ(TestWriter::destroyed, 1);
     nextMayEnd.set_value();
     next.join();
 }
 
-TEST_F(LogTest, AForkInAWriterWhileAnotherThreadKeepsALineHangsNoChild) {
-    endLibraryInForkedChildren();
-    std::promise<void> keeping, mayGoOn;
-    onKeptLine = [&, first = true]() mutable {
-        if (std::exchange(first, false)) {
-            keeping.set_value();
-            mayGoOn.get_future().wait();
-        }
-    };
-    std::thread other([] { logAt(LogLevel::ERROR, "other"); });
-    keeping.get_future().wait();
-    int status = -1;
-    pid_t child = -1;
-    install([&] {
-        child = fork();
-        if (child == 0) {
-            alarm(10);
-        } else {
-            waitpid(child, &status, 0);
-            mayGoOn.set_value();
-        }
-    });
-    logAt(LogLevel::ERROR, "forks");
-    if (child == 0) {
-        execlp("true", "true", nullptr);  // valgrind would look for what the other threads left
-    }
-    EXPECT_EQ(status, 0);
-    other.join();
-    onKeptLine = [] {};
-}
-
-TEST_F(LogTest, WritersMayReplaceThemselvesOnManyThreads) {
-    const auto writers = std::make_shared<int>();
+TEST_F(LogTest, WritersThatReplaceThemselvesOnManyThreadsAreDestroyedOnce) {
+    TestWriter::destroyed = 0;
+    std::atomic<int> installed{1};
     std::function<void()> replace;
-    replace = [&replace, writers] {
+    replace = [&replace, &installed] {
+        ++installed;
         install(replace);
         std::this_thread::yield();  // others come while a line still has the replaced one
     };
@@ -224,7 +201,36 @@ TEST_F(LogTest, WritersMayReplaceThemselvesOnManyThreads) {
     std::thread other(writeLines);
     writeLines();
     other.join();
-    EXPECT_EQ(writers.use_count(), 3);  // here, in replace, and in the writer that is left
+    EXPECT_EQ(TestWriter::destroyed, installed - 1);
+    LogWrapper::getInstance().setLogWriter(nullptr);
+    EXPECT_EQ(TestWriter::destroyed, installed);
+}
+
+TEST_F(LogTest, ForkedChildLogsNothingAndWaitsForNoLockOfItsParent) {
+    endLibraryInForkedChildren();
+    std::promise<void> keeping, mayGoOn;
+    onKeptLine = [&] {
+        keeping.set_value();
+        mayGoOn.get_future().wait();
+    };
+    std::thread other([] { logAt(LogLevel::ERROR, "other"); });
+    keeping.get_future().wait();  // with the lock of the local buffer
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10);
+        log.clear();
+        logAt(LogLevel::ERROR, "child");
+        LogWrapper::getInstance().setLogWriter(nullptr);
+        // Not _exit: valgrind would look for what the other threads left.
+        const char* const result = log.lines().empty() ? "true" : "false";
+        execlp(result, result, nullptr);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    mayGoOn.set_value();
+    other.join();
+    onKeptLine = [] {};
 }
 
 }  // namespace
