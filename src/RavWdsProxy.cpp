@@ -1,17 +1,13 @@
 #include "RavWdsProxy.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
 #include <string>
-#include <utility>
 
 #include "Conversions.h"
-#include "EventFd.h"
-#include "ForkedChild.h"
 #include "LogWrapper.h"
 #include "NoWaitScope.h"
 #include "ValueText.h"
@@ -31,19 +27,10 @@ constexpr int kErrorCbTraceLine = 160;
 constexpr int kErrorTraceLine = 229;
 
 std::string toText(ProfileChangeEvent event) {
-    switch (event) {
-        case ProfileChangeEvent::Create:
-            return "Create";
-        case ProfileChangeEvent::Delete:
-            return "Delete";
-        case ProfileChangeEvent::Modify:
-            return "Modify";
-        case ProfileChangeEvent::SubscriptionChange:
-            return "SubscriptionChange";
-        case ProfileChangeEvent::ProfileReady:
-            return "ProfileReady";
-    }
-    return std::to_string(static_cast<int32_t>(event));
+    static constexpr std::array kTexts = {"Create", "Delete", "Modify", "SubscriptionChange",
+                                          "ProfileReady"};
+    const auto number = static_cast<uint32_t>(event);
+    return number < kTexts.size() ? kTexts[number] : std::to_string(static_cast<int32_t>(event));
 }
 
 /// The service counts its events from 1; what has no name counts as ready. Both are meant.
@@ -53,21 +40,20 @@ ProfileChangeEvent convertChangeEvent(wds_profile_change_enum_v01 change) {
 }
 
 void releaseIfOpen(rav_client_type& handle) {
-    if (handle != nullptr && !isForkedChild()) {
+    if (handle != nullptr) {
         rav_client_release(handle);
         handle = nullptr;
     }
 }
 
-/// Signals an eventfd from a thread of the messaging library; failureFormat takes what write
-/// returned and the error text.
-#define KIV_SIGNAL_OR_LOG(fd, failureFormat)                                           \
-    do {                                                                               \
-        const ssize_t written = signalEventFd(fd);                                     \
-        if (written < static_cast<ssize_t>(sizeof(uint64_t))) {                        \
-            KIV_LOG(ERROR, failureFormat, static_cast<int>(written), strerror(errno)); \
-        }                                                                              \
-    } while (false)
+/// Wakes the worker thread from a thread of the messaging library. The texts, which differ, precede
+/// what write returned and the reason.
+void signalOrLog(const OwnedFd& fd, const char* result, const char* reason) {
+    const ssize_t written = signalEventFd(fd.get());
+    if (written < static_cast<ssize_t>(sizeof(uint64_t))) {
+        KIV_LOG(ERROR, "%s%d%s%s", result, static_cast<int>(written), reason, strerror(errno));
+    }
+}
 
 }  // namespace
 
@@ -143,8 +129,7 @@ void RavWdsProxy::ravNotifyCb(rav_client_type /*notifier*/, rav_service_object_t
         KIV_LOG(ERROR, "RavWdsProxy notify cb: unsupported service event");
         return;
     }
-    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->svcUpFd.get(),
-                      "error in writing rv:%d, error:%s");
+    signalOrLog(static_cast<RavWdsProxy*>(userData)->svcUpFd, "error in writing rv:", ", error:");
 }
 
 void RavWdsProxy::handleSvcUp(int fd, void* arg) {
@@ -158,6 +143,10 @@ void RavWdsProxy::handleSvcUp(int fd, void* arg) {
 }
 
 void RavWdsProxy::openClient() {
+    if (eventManager.isStopped()) {
+        // Nobody would use the client, for whose registrations the end would have to wait.
+        return;
+    }
     rav_service_info info{};
     if (rav_client_get_any_service(serviceObject, &info) != RAV_CLIENT_OK) {
         KIV_LOG(ERROR, "error get service.");
@@ -213,8 +202,7 @@ void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* us
         KIV_LOG(ERROR, "RavWdsProxy NULL in ravErrorCb");
         return;
     }
-    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->errorFd.get(),
-                      "error in writing rv: %d, error: %s");
+    signalOrLog(static_cast<RavWdsProxy*>(userData)->errorFd, "error in writing rv: ", ", error: ");
 }
 
 void RavWdsProxy::handleError(int fd, void* arg) {
@@ -224,13 +212,10 @@ void RavWdsProxy::handleError(int fd, void* arg) {
         KIV_LOG(ERROR, "arg is null");
         return;
     }
-    static_cast<RavWdsProxy*>(arg)->handleModemDown();
-}
-
-void RavWdsProxy::handleModemDown() {
-    releaseIfOpen(client);
+    auto* proxy = static_cast<RavWdsProxy*>(arg);
+    releaseIfOpen(proxy->client);
     KIV_LOG(INFO, "Handling modem down");
-    registerRavSvcUp();
+    proxy->registerRavSvcUp();
 }
 
 // Indications.
@@ -257,7 +242,7 @@ void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* ind
         proxy->indicationLost.store(true);
         KIV_LOG(ERROR, "RavWdsProxy: out of memory, indication is lost");
     }
-    KIV_SIGNAL_OR_LOG(proxy->indFd.get(), "Error in writing rv: %d, error: %s");
+    signalOrLog(proxy->indFd, "Error in writing rv: ", ", error: ");
 }
 
 void RavWdsProxy::handleIndication(int fd, void* arg) {
@@ -280,40 +265,41 @@ void RavWdsProxy::handleIndications() {
         indicationLostCb();
         eventManager.finishItem();
     }
-    IndInfo_t* info = nullptr;
-    for (int handled = 0; handled < kIndicationsPerTurn; ++handled) {
-        if (!takeIndication(info)) {
+    // The one in hand when the loop is stopped is the last.
+    for (int handled = 0; handled < kIndicationsPerTurn && !eventManager.isStopped(); ++handled) {
+        const std::optional<IndInfo_t*> front = takeIndication();
+        if (!front) {
             return;
         }
-        if (info == nullptr) {
+        std::unique_ptr<IndInfo_t> info(*front);
+        if (!info) {
             KIV_LOG(ERROR, "handleIndication: arg is null");
             return;
         }
-        std::unique_ptr<IndInfo_t> owned(info);
-        if (!handleIndInfo(*owned)) {
+        if (!handleIndInfo(*info)) {
             // Meant: what can't be decoded is not freed, and the rest waits for the next signal.
-            static_cast<void>(owned.release());
+            static_cast<void>(info.release());
             return;
         }
-        owned.reset();
         eventManager.finishItem();
     }
-    KIV_SIGNAL_OR_LOG(indFd.get(), "Error in writing rv: %d, error: %s");
+    signalOrLog(indFd, "Error in writing rv: ", ", error: ");
 }
 
-/// Takes the front record off the queue. False if there is none.
-bool RavWdsProxy::takeIndication(IndInfo_t*& info) {
+/// Takes the front record off the queue; nothing if there is none.
+std::optional<RavWdsProxy::IndInfo_t*> RavWdsProxy::takeIndication() {
+    std::optional<IndInfo_t*> front;
     size_t size = 0;
     {
         std::lock_guard lock(indQueueMutex);
         size = indQueue.size();
         if (size > 0) {
-            info = indQueue.front();
+            front = indQueue.front();
             indQueue.pop_front();
         }
     }
     KIV_LOG(DEBUG, "RavWdsProxy: handleIndication indQueue.size[%d]", static_cast<int>(size));
-    return size > 0;
+    return front;
 }
 
 /// False if the record can't be decoded.
@@ -349,9 +335,6 @@ void RavWdsProxy::handleProfileChangedInd(wds_profile_changed_ind_type_v01 ind) 
 
 template <class Request, class Response>
 bool RavWdsProxy::send(unsigned int msgId, const Request& request, Response& response) {
-    if (eventManager.isStopped()) {
-        return false;
-    }
     const int sent = rav_client_send_msg_sync(client, msgId, &request, sizeof(request), &response,
                                               sizeof(response), kRequestTimeoutMs);
     return sent == RAV_CLIENT_OK && response.resp.result == WDS_RESULT_SUCCESS_V01;
@@ -432,23 +415,20 @@ std::list<std::shared_ptr<ModemProfile>> RavWdsProxy::getAllProfiles() {
     wds_get_profile_list_resp_msg_v01 response{};
     for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
         request.profile_type = type;
-        if (!sendProfileRequest(RAV_WDS_GET_PROFILE_LIST_REQ_V01,
+        if (eventManager.isStopped() ||
+            !sendProfileRequest(RAV_WDS_GET_PROFILE_LIST_REQ_V01,
                                 "RAV_WDS_GET_PROFILE_LIST_REQ_V01", request, response)) {
             return profiles;
         }
-        appendProfiles(response, profiles);
+        // The modem's count is not to be trusted.
+        const uint32_t count =
+            std::min<uint32_t>(response.profile_list_len, WDS_PROFILE_LIST_MAX_V01);
+        for (uint32_t i = 0; i < count && !eventManager.isStopped(); ++i) {
+            const wds_profile_info_type_v01& info = response.profile_list[i];
+            profiles.push_back(get(convertProfileType(info.profile_type), info.profile_index));
+        }
     }
     return profiles;
-}
-
-void RavWdsProxy::appendProfiles(const wds_get_profile_list_resp_msg_v01& response,
-                                 std::list<std::shared_ptr<ModemProfile>>& profiles) {
-    // The modem's count is not to be trusted.
-    const uint32_t count = std::min<uint32_t>(response.profile_list_len, WDS_PROFILE_LIST_MAX_V01);
-    for (uint32_t i = 0; i < count; ++i) {
-        const wds_profile_info_type_v01& info = response.profile_list[i];
-        profiles.push_back(get(convertProfileType(info.profile_type), info.profile_index));
-    }
 }
 
 }  // namespace kiv
