@@ -21,11 +21,6 @@ constexpr unsigned int kRequestTimeoutMs = 1000;
 /// So many indications are handled before others get their turn: each may take a refresh.
 constexpr int kIndicationsPerTurn = 4;
 
-// Meant: the line numbers in the traces are fixed, wherever the code moves.
-constexpr int kIndCbTraceLine = 115;
-constexpr int kErrorCbTraceLine = 160;
-constexpr int kErrorTraceLine = 229;
-
 std::string toText(ProfileChangeEvent event) {
     static constexpr std::array kTexts = {"Create", "Delete", "Modify", "SubscriptionChange",
                                           "ProfileReady"};
@@ -53,6 +48,35 @@ void signalOrLog(const OwnedFd& fd, const char* result, const char* reason) {
     if (written < static_cast<ssize_t>(sizeof(uint64_t))) {
         KIV_LOG(ERROR, "%s%d%s%s", result, static_cast<int>(written), reason, strerror(errno));
     }
+}
+
+template <class Request, class Response>
+bool send(rav_client_type client, unsigned int msgId, const Request& request, Response& response) {
+    const int sent = rav_client_send_msg_sync(client, msgId, &request, sizeof(request), &response,
+                                              sizeof(response), kRequestTimeoutMs);
+    return sent == RAV_CLIENT_OK && response.resp.result == WDS_RESULT_SUCCESS_V01;
+}
+
+template <class Request>
+void sendRegistration(rav_client_type client, unsigned int msgId, const char* name,
+                      const Request& request) {
+    wds_common_resp_msg_v01 response{};
+    if (send(client, msgId, request, response)) {
+        KIV_LOG(DEBUG, "RavWdsProxy %s register request successful!", name);
+    } else {
+        KIV_LOG(ERROR, "Unable send %s req message", name);
+    }
+}
+
+template <class Request, class Response>
+bool sendProfileRequest(rav_client_type client, unsigned int msgId, const char* name,
+                        const Request& request, Response& response) {
+    if (!send(client, msgId, request, response)) {
+        KIV_LOG(ERROR, "Unable send %s message", name);
+        return false;
+    }
+    KIV_LOG_TEXT(EVENT, "RavWdsProxy ", name, " request successful!");
+    return true;
 }
 
 }  // namespace
@@ -172,16 +196,12 @@ void RavWdsProxy::openClient() {
 void RavWdsProxy::registerRavIndications() {
     wds_bind_subscription_req_msg_v01 bind{};
     bind.subscription = static_cast<uint32_t>(bindValue);
-    sendRegistration(RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, bind,
-                     "RavWdsProxy bind register request successful!",
-                     "Unable send bind req message");
+    sendRegistration(client, RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, "bind", bind);
 
     wds_indication_register_req_msg_v01 indications{};
     indications.report_profile_changes_valid = 1;
     indications.report_profile_changes = 1;
-    sendRegistration(RAV_WDS_INDICATION_REGISTER_REQ_V01, indications,
-                     "RavWdsProxy indication register request successful!",
-                     "Unable send indication req message");
+    sendRegistration(client, RAV_WDS_INDICATION_REGISTER_REQ_V01, "indication", indications);
 
     wds_configure_profile_event_list_req_msg_v01 events{};
     events.profile_event_valid = 1;
@@ -190,14 +210,12 @@ void RavWdsProxy::registerRavIndications() {
     events.profile_event[0].profile_index = 255;  // every profile
     events.report_all_changes_valid = 1;
     events.report_all_changes = 1;
-    sendRegistration(RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, events,
-                     "RavWdsProxy config register request successful!",
-                     "Unable send config req message");
+    sendRegistration(client, RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, "config", events);
 }
 
 void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* userData) {
     const NoWaitScope noWait;
-    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", kErrorCbTraceLine, "ravErrorCb");
+    KIV_LOG_TEXT(DEBUG, "src/RavWdsProxy:160:ravErrorCb");
     if (userData == nullptr) {
         KIV_LOG(ERROR, "RavWdsProxy NULL in ravErrorCb");
         return;
@@ -206,7 +224,7 @@ void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* us
 }
 
 void RavWdsProxy::handleError(int fd, void* arg) {
-    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", kErrorTraceLine, "handleError");
+    KIV_LOG_TEXT(DEBUG, "src/RavWdsProxy:229:handleError");
     drainEventFd(fd);
     if (arg == nullptr) {
         KIV_LOG(ERROR, "arg is null");
@@ -223,7 +241,8 @@ void RavWdsProxy::handleError(int fd, void* arg) {
 void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* indBuf,
                            unsigned int indBufLen, void* indCbData) {
     const NoWaitScope noWait;
-    KIV_LOG(VERBOSE, "%s:%d", __PRETTY_FUNCTION__, kIndCbTraceLine);
+    // Meant: the line numbers in the traces are fixed, wherever the code moves.
+    KIV_LOG_TEXT(VERBOSE, __PRETTY_FUNCTION__, ":115");
     if (indBufLen == 0 || indBuf == nullptr || indCbData == nullptr) {
         KIV_LOG(ERROR, "The ind_cb_data/ind_buf is null or ind_buf_len is %d",
                 static_cast<int>(indBufLen));
@@ -333,40 +352,11 @@ void RavWdsProxy::handleProfileChangedInd(wds_profile_changed_ind_type_v01 ind) 
 
 // Requests.
 
-template <class Request, class Response>
-bool RavWdsProxy::send(unsigned int msgId, const Request& request, Response& response) {
-    const int sent = rav_client_send_msg_sync(client, msgId, &request, sizeof(request), &response,
-                                              sizeof(response), kRequestTimeoutMs);
-    return sent == RAV_CLIENT_OK && response.resp.result == WDS_RESULT_SUCCESS_V01;
-}
-
-template <class Request>
-void RavWdsProxy::sendRegistration(unsigned int msgId, const Request& request, const char* success,
-                                   const char* failure) {
-    wds_common_resp_msg_v01 response{};
-    if (send(msgId, request, response)) {
-        KIV_LOG(DEBUG, "%s", success);
-    } else {
-        KIV_LOG(ERROR, "%s", failure);
-    }
-}
-
-template <class Request, class Response>
-bool RavWdsProxy::sendProfileRequest(unsigned int msgId, const char* name, const Request& request,
-                                     Response& response) {
-    if (!send(msgId, request, response)) {
-        KIV_LOG(ERROR, "Unable send %s message", name);
-        return false;
-    }
-    KIV_LOG_TEXT(EVENT, "RavWdsProxy ", name, " request successful!");
-    return true;
-}
-
 bool RavWdsProxy::add(ModemProfile& profile) {
     const wds_create_profile_req_msg_v01 request = profile.constructAddRequest();
     wds_create_profile_resp_msg_v01 response{};
-    if (!sendProfileRequest(RAV_WDS_CREATE_PROFILE_REQ_V01, "RAV_WDS_CREATE_PROFILE_REQ_V01",
-                            request, response)) {
+    if (!sendProfileRequest(client, RAV_WDS_CREATE_PROFILE_REQ_V01,
+                            "RAV_WDS_CREATE_PROFILE_REQ_V01", request, response)) {
         return false;
     }
     profile.setProfileId(response.profile.profile_index);
@@ -377,22 +367,22 @@ bool RavWdsProxy::modify(ModemProfile& profile, TechType techType, int profileId
     wds_modify_profile_settings_req_msg_v01 request = profile.constructModifyRequest();
     request.profile = convertToProfileIdentifier(techType, profileId);
     wds_modify_profile_settings_resp_msg_v01 response{};
-    return sendProfileRequest(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01,
+    return sendProfileRequest(client, RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01,
                               "RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01", request, response);
 }
 
 bool RavWdsProxy::remove(TechType techType, int profileId) {
     const wds_delete_profile_req_msg_v01 request{convertToProfileIdentifier(techType, profileId)};
     wds_delete_profile_resp_msg_v01 response{};
-    return sendProfileRequest(RAV_WDS_DELETE_PROFILE_REQ_V01, "RAV_WDS_DELETE_PROFILE_REQ_V01",
-                              request, response);
+    return sendProfileRequest(client, RAV_WDS_DELETE_PROFILE_REQ_V01,
+                              "RAV_WDS_DELETE_PROFILE_REQ_V01", request, response);
 }
 
 std::shared_ptr<ModemProfile> RavWdsProxy::get(TechType techType, int profileId) {
     const wds_get_profile_settings_req_msg_v01 request{
         convertToProfileIdentifier(techType, profileId)};
     wds_get_profile_settings_resp_msg_v01 response{};
-    if (!sendProfileRequest(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01,
+    if (!sendProfileRequest(client, RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01,
                             "RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01", request, response)) {
         return nullptr;
     }
@@ -416,7 +406,7 @@ std::list<std::shared_ptr<ModemProfile>> RavWdsProxy::getAllProfiles() {
     for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
         request.profile_type = type;
         if (eventManager.isStopped() ||
-            !sendProfileRequest(RAV_WDS_GET_PROFILE_LIST_REQ_V01,
+            !sendProfileRequest(client, RAV_WDS_GET_PROFILE_LIST_REQ_V01,
                                 "RAV_WDS_GET_PROFILE_LIST_REQ_V01", request, response)) {
             return profiles;
         }

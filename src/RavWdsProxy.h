@@ -89,15 +89,6 @@ private:
     bool handleIndInfo(const IndInfo_t& info);
     void handleProfileChangedInd(wds_profile_changed_ind_type_v01 ind);
 
-    template <class Request, class Response>
-    bool send(unsigned int msgId, const Request& request, Response& response);
-    template <class Request>
-    void sendRegistration(unsigned int msgId, const Request& request, const char* success,
-                          const char* failure);
-    template <class Request, class Response>
-    bool sendProfileRequest(unsigned int msgId, const char* name, const Request& request,
-                            Response& response);
-
     // Constant.
     EventManager& eventManager;
     const int bindValue;

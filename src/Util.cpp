@@ -44,50 +44,44 @@ Key findFirst(Manager& manager, const FilterProfileParams& filter, const char* e
     return keys.front();
 }
 
-void copyApnName(const ProfileParams& from, ProfileParams& to) {
-    if (from.hasApnName()) {
-        to.setApnName(from.getApnName());
+using Params = ProfileParams;
+
+/// Copies a setting, if it is there.
+template <class Value>
+void copy(const Params& from, Params& to, bool (Params::*has)() const, Value (Params::*get)() const,
+          void (Params::*set)(Value)) {
+    if ((from.*has)()) {
+        (to.*set)((from.*get)());
     }
 }
 
-void copyIPTypes(const ProfileParams& from, ProfileParams& to) {
-    if (from.hasHomeIPType()) {
-        to.setHomeIPType(from.getHomeIPType());
-    }
-    if (from.hasRoamIPType()) {
-        to.setRoamIPType(from.getRoamIPType());
-    }
+void copyApnName(const Params& from, Params& to) {
+    copy(from, to, &Params::hasApnName, &Params::getApnName, &Params::setApnName);
 }
 
-void copyCredentials(const ProfileParams& from, ProfileParams& to) {
-    if (from.hasUserName()) {
-        to.setUserName(from.getUserName());
-    }
-    if (from.hasPassword()) {
-        to.setPassword(from.getPassword());
-    }
-    if (from.hasAuthType()) {
-        to.setAuthType(from.getAuthType());
-    }
+void copyIPTypes(const Params& from, Params& to) {
+    copy(from, to, &Params::hasHomeIPType, &Params::getHomeIPType, &Params::setHomeIPType);
+    copy(from, to, &Params::hasRoamIPType, &Params::getRoamIPType, &Params::setRoamIPType);
+}
+
+void copyCredentials(const Params& from, Params& to) {
+    copy(from, to, &Params::hasUserName, &Params::getUserName, &Params::setUserName);
+    copy(from, to, &Params::hasPassword, &Params::getPassword, &Params::setPassword);
+    copy(from, to, &Params::hasAuthType, &Params::getAuthType, &Params::setAuthType);
 }
 
 /// What an attach profile is brought into line with, whichever it is.
-ModifyProfileParams attachChanges(const ProfileParams& params) {
-    ModifyProfileParams changes;
-    copyCredentials(params, changes);
-    if (params.hasApnTypesMask()) {
-        changes.setApnTypesMask(params.getApnTypesMask());
-    }
-    if (params.hasMaxPdnsConnPerBlock()) {
-        changes.setMaxPdnsConnPerBlock(params.getMaxPdnsConnPerBlock());
-    }
-    if (params.hasMaxPdnConnTimer()) {
-        changes.setMaxPdnConnTimer(params.getMaxPdnConnTimer());
-    }
-    if (params.hasPdnReqWaitInterval()) {
-        changes.setPdnReqWaitInterval(params.getPdnReqWaitInterval());
-    }
-    return changes;
+ModifyProfileParams attachChanges(const Params& from) {
+    ModifyProfileParams to;
+    copyCredentials(from, to);
+    copy(from, to, &Params::hasApnTypesMask, &Params::getApnTypesMask, &Params::setApnTypesMask);
+    copy(from, to, &Params::hasMaxPdnsConnPerBlock, &Params::getMaxPdnsConnPerBlock,
+         &Params::setMaxPdnsConnPerBlock);
+    copy(from, to, &Params::hasMaxPdnConnTimer, &Params::getMaxPdnConnTimer,
+         &Params::setMaxPdnConnTimer);
+    copy(from, to, &Params::hasPdnReqWaitInterval, &Params::getPdnReqWaitInterval,
+         &Params::setPdnReqWaitInterval);
+    return to;
 }
 
 FilterProfileParams filterOf(TechType techType) {
