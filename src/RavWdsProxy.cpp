@@ -1,17 +1,13 @@
 #include "RavWdsProxy.h"
 
-#include <unistd.h>
-
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
 #include <string>
-#include <utility>
 
 #include "Conversions.h"
-#include "EventFd.h"
-#include "ForkedChild.h"
 #include "LogWrapper.h"
 #include "NoWaitScope.h"
 #include "ValueText.h"
@@ -25,25 +21,11 @@ constexpr unsigned int kRequestTimeoutMs = 1000;
 /// So many indications are handled before others get their turn: each may take a refresh.
 constexpr int kIndicationsPerTurn = 4;
 
-// Meant: the line numbers in the traces are fixed, wherever the code moves.
-constexpr int kIndCbTraceLine = 115;
-constexpr int kErrorCbTraceLine = 160;
-constexpr int kErrorTraceLine = 229;
-
 std::string toText(ProfileChangeEvent event) {
-    switch (event) {
-        case ProfileChangeEvent::Create:
-            return "Create";
-        case ProfileChangeEvent::Delete:
-            return "Delete";
-        case ProfileChangeEvent::Modify:
-            return "Modify";
-        case ProfileChangeEvent::SubscriptionChange:
-            return "SubscriptionChange";
-        case ProfileChangeEvent::ProfileReady:
-            return "ProfileReady";
-    }
-    return std::to_string(static_cast<int32_t>(event));
+    static constexpr std::array kTexts = {"Create", "Delete", "Modify", "SubscriptionChange",
+                                          "ProfileReady"};
+    const auto number = static_cast<uint32_t>(event);
+    return number < kTexts.size() ? kTexts[number] : std::to_string(static_cast<int32_t>(event));
 }
 
 /// The service counts its events from 1; what has no name counts as ready. Both are meant.
@@ -53,21 +35,49 @@ ProfileChangeEvent convertChangeEvent(wds_profile_change_enum_v01 change) {
 }
 
 void releaseIfOpen(rav_client_type& handle) {
-    if (handle != nullptr && !isForkedChild()) {
+    if (handle != nullptr) {
         rav_client_release(handle);
         handle = nullptr;
     }
 }
 
-/// Signals an eventfd from a thread of the messaging library; failureFormat takes what write
-/// returned and the error text.
-#define KIV_SIGNAL_OR_LOG(fd, failureFormat)                                           \
-    do {                                                                               \
-        const ssize_t written = signalEventFd(fd);                                     \
-        if (written < static_cast<ssize_t>(sizeof(uint64_t))) {                        \
-            KIV_LOG(ERROR, failureFormat, static_cast<int>(written), strerror(errno)); \
-        }                                                                              \
-    } while (false)
+/// Wakes the worker thread from a thread of the messaging library. The texts, which differ, precede
+/// what write returned and the reason.
+void signalOrLog(const OwnedFd& fd, const char* result, const char* reason) {
+    const ssize_t written = signalEventFd(fd.get());
+    if (written < static_cast<ssize_t>(sizeof(uint64_t))) {
+        KIV_LOG(ERROR, "%s%d%s%s", result, static_cast<int>(written), reason, strerror(errno));
+    }
+}
+
+template <class Request, class Response>
+bool send(rav_client_type client, unsigned int msgId, const Request& request, Response& response) {
+    const int sent = rav_client_send_msg_sync(client, msgId, &request, sizeof(request), &response,
+                                              sizeof(response), kRequestTimeoutMs);
+    return sent == RAV_CLIENT_OK && response.resp.result == WDS_RESULT_SUCCESS_V01;
+}
+
+template <class Request>
+void sendRegistration(rav_client_type client, unsigned int msgId, const char* name,
+                      const Request& request) {
+    wds_common_resp_msg_v01 response{};
+    if (send(client, msgId, request, response)) {
+        KIV_LOG(DEBUG, "RavWdsProxy %s register request successful!", name);
+    } else {
+        KIV_LOG(ERROR, "Unable send %s req message", name);
+    }
+}
+
+template <class Request, class Response>
+bool sendProfileRequest(rav_client_type client, unsigned int msgId, const char* name,
+                        const Request& request, Response& response) {
+    if (!send(client, msgId, request, response)) {
+        KIV_LOG(ERROR, "Unable send %s message", name);
+        return false;
+    }
+    KIV_LOG_TEXT(EVENT, "RavWdsProxy ", name, " request successful!");
+    return true;
+}
 
 }  // namespace
 
@@ -143,8 +153,7 @@ void RavWdsProxy::ravNotifyCb(rav_client_type /*notifier*/, rav_service_object_t
         KIV_LOG(ERROR, "RavWdsProxy notify cb: unsupported service event");
         return;
     }
-    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->svcUpFd.get(),
-                      "error in writing rv:%d, error:%s");
+    signalOrLog(static_cast<RavWdsProxy*>(userData)->svcUpFd, "error in writing rv:", ", error:");
 }
 
 void RavWdsProxy::handleSvcUp(int fd, void* arg) {
@@ -158,6 +167,10 @@ void RavWdsProxy::handleSvcUp(int fd, void* arg) {
 }
 
 void RavWdsProxy::openClient() {
+    if (eventManager.isStopped()) {
+        // Nobody would use the client, for whose registrations the end would have to wait.
+        return;
+    }
     rav_service_info info{};
     if (rav_client_get_any_service(serviceObject, &info) != RAV_CLIENT_OK) {
         KIV_LOG(ERROR, "error get service.");
@@ -183,16 +196,12 @@ void RavWdsProxy::openClient() {
 void RavWdsProxy::registerRavIndications() {
     wds_bind_subscription_req_msg_v01 bind{};
     bind.subscription = static_cast<uint32_t>(bindValue);
-    sendRegistration(RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, bind,
-                     "RavWdsProxy bind register request successful!",
-                     "Unable send bind req message");
+    sendRegistration(client, RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, "bind", bind);
 
     wds_indication_register_req_msg_v01 indications{};
     indications.report_profile_changes_valid = 1;
     indications.report_profile_changes = 1;
-    sendRegistration(RAV_WDS_INDICATION_REGISTER_REQ_V01, indications,
-                     "RavWdsProxy indication register request successful!",
-                     "Unable send indication req message");
+    sendRegistration(client, RAV_WDS_INDICATION_REGISTER_REQ_V01, "indication", indications);
 
     wds_configure_profile_event_list_req_msg_v01 events{};
     events.profile_event_valid = 1;
@@ -201,36 +210,30 @@ void RavWdsProxy::registerRavIndications() {
     events.profile_event[0].profile_index = 255;  // every profile
     events.report_all_changes_valid = 1;
     events.report_all_changes = 1;
-    sendRegistration(RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, events,
-                     "RavWdsProxy config register request successful!",
-                     "Unable send config req message");
+    sendRegistration(client, RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, "config", events);
 }
 
 void RavWdsProxy::ravErrorCb(rav_client_type /*client*/, int /*error*/, void* userData) {
     const NoWaitScope noWait;
-    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", kErrorCbTraceLine, "ravErrorCb");
+    KIV_LOG_TEXT(DEBUG, "src/RavWdsProxy:160:ravErrorCb");
     if (userData == nullptr) {
         KIV_LOG(ERROR, "RavWdsProxy NULL in ravErrorCb");
         return;
     }
-    KIV_SIGNAL_OR_LOG(static_cast<RavWdsProxy*>(userData)->errorFd.get(),
-                      "error in writing rv: %d, error: %s");
+    signalOrLog(static_cast<RavWdsProxy*>(userData)->errorFd, "error in writing rv: ", ", error: ");
 }
 
 void RavWdsProxy::handleError(int fd, void* arg) {
-    KIV_LOG(DEBUG, "src/RavWdsProxy:%d:%s", kErrorTraceLine, "handleError");
+    KIV_LOG_TEXT(DEBUG, "src/RavWdsProxy:229:handleError");
     drainEventFd(fd);
     if (arg == nullptr) {
         KIV_LOG(ERROR, "arg is null");
         return;
     }
-    static_cast<RavWdsProxy*>(arg)->handleModemDown();
-}
-
-void RavWdsProxy::handleModemDown() {
-    releaseIfOpen(client);
+    auto* proxy = static_cast<RavWdsProxy*>(arg);
+    releaseIfOpen(proxy->client);
     KIV_LOG(INFO, "Handling modem down");
-    registerRavSvcUp();
+    proxy->registerRavSvcUp();
 }
 
 // Indications.
@@ -238,7 +241,8 @@ void RavWdsProxy::handleModemDown() {
 void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* indBuf,
                            unsigned int indBufLen, void* indCbData) {
     const NoWaitScope noWait;
-    KIV_LOG(VERBOSE, "%s:%d", __PRETTY_FUNCTION__, kIndCbTraceLine);
+    // Meant: the line numbers in the traces are fixed, wherever the code moves.
+    KIV_LOG_TEXT(VERBOSE, __PRETTY_FUNCTION__, ":115");
     if (indBufLen == 0 || indBuf == nullptr || indCbData == nullptr) {
         KIV_LOG(ERROR, "The ind_cb_data/ind_buf is null or ind_buf_len is %d",
                 static_cast<int>(indBufLen));
@@ -257,7 +261,7 @@ void RavWdsProxy::ravIndCb(rav_client_type client, unsigned int msgId, void* ind
         proxy->indicationLost.store(true);
         KIV_LOG(ERROR, "RavWdsProxy: out of memory, indication is lost");
     }
-    KIV_SIGNAL_OR_LOG(proxy->indFd.get(), "Error in writing rv: %d, error: %s");
+    signalOrLog(proxy->indFd, "Error in writing rv: ", ", error: ");
 }
 
 void RavWdsProxy::handleIndication(int fd, void* arg) {
@@ -280,40 +284,41 @@ void RavWdsProxy::handleIndications() {
         indicationLostCb();
         eventManager.finishItem();
     }
-    IndInfo_t* info = nullptr;
-    for (int handled = 0; handled < kIndicationsPerTurn; ++handled) {
-        if (!takeIndication(info)) {
+    // The one in hand when the loop is stopped is the last.
+    for (int handled = 0; handled < kIndicationsPerTurn && !eventManager.isStopped(); ++handled) {
+        const std::optional<IndInfo_t*> front = takeIndication();
+        if (!front) {
             return;
         }
-        if (info == nullptr) {
+        std::unique_ptr<IndInfo_t> info(*front);
+        if (!info) {
             KIV_LOG(ERROR, "handleIndication: arg is null");
             return;
         }
-        std::unique_ptr<IndInfo_t> owned(info);
-        if (!handleIndInfo(*owned)) {
+        if (!handleIndInfo(*info)) {
             // Meant: what can't be decoded is not freed, and the rest waits for the next signal.
-            static_cast<void>(owned.release());
+            static_cast<void>(info.release());
             return;
         }
-        owned.reset();
         eventManager.finishItem();
     }
-    KIV_SIGNAL_OR_LOG(indFd.get(), "Error in writing rv: %d, error: %s");
+    signalOrLog(indFd, "Error in writing rv: ", ", error: ");
 }
 
-/// Takes the front record off the queue. False if there is none.
-bool RavWdsProxy::takeIndication(IndInfo_t*& info) {
+/// Takes the front record off the queue; nothing if there is none.
+std::optional<RavWdsProxy::IndInfo_t*> RavWdsProxy::takeIndication() {
+    std::optional<IndInfo_t*> front;
     size_t size = 0;
     {
         std::lock_guard lock(indQueueMutex);
         size = indQueue.size();
         if (size > 0) {
-            info = indQueue.front();
+            front = indQueue.front();
             indQueue.pop_front();
         }
     }
     KIV_LOG(DEBUG, "RavWdsProxy: handleIndication indQueue.size[%d]", static_cast<int>(size));
-    return size > 0;
+    return front;
 }
 
 /// False if the record can't be decoded.
@@ -347,43 +352,11 @@ void RavWdsProxy::handleProfileChangedInd(wds_profile_changed_ind_type_v01 ind) 
 
 // Requests.
 
-template <class Request, class Response>
-bool RavWdsProxy::send(unsigned int msgId, const Request& request, Response& response) {
-    if (eventManager.isStopped()) {
-        return false;
-    }
-    const int sent = rav_client_send_msg_sync(client, msgId, &request, sizeof(request), &response,
-                                              sizeof(response), kRequestTimeoutMs);
-    return sent == RAV_CLIENT_OK && response.resp.result == WDS_RESULT_SUCCESS_V01;
-}
-
-template <class Request>
-void RavWdsProxy::sendRegistration(unsigned int msgId, const Request& request, const char* success,
-                                   const char* failure) {
-    wds_common_resp_msg_v01 response{};
-    if (send(msgId, request, response)) {
-        KIV_LOG(DEBUG, "%s", success);
-    } else {
-        KIV_LOG(ERROR, "%s", failure);
-    }
-}
-
-template <class Request, class Response>
-bool RavWdsProxy::sendProfileRequest(unsigned int msgId, const char* name, const Request& request,
-                                     Response& response) {
-    if (!send(msgId, request, response)) {
-        KIV_LOG(ERROR, "Unable send %s message", name);
-        return false;
-    }
-    KIV_LOG_TEXT(EVENT, "RavWdsProxy ", name, " request successful!");
-    return true;
-}
-
 bool RavWdsProxy::add(ModemProfile& profile) {
     const wds_create_profile_req_msg_v01 request = profile.constructAddRequest();
     wds_create_profile_resp_msg_v01 response{};
-    if (!sendProfileRequest(RAV_WDS_CREATE_PROFILE_REQ_V01, "RAV_WDS_CREATE_PROFILE_REQ_V01",
-                            request, response)) {
+    if (!sendProfileRequest(client, RAV_WDS_CREATE_PROFILE_REQ_V01,
+                            "RAV_WDS_CREATE_PROFILE_REQ_V01", request, response)) {
         return false;
     }
     profile.setProfileId(response.profile.profile_index);
@@ -394,22 +367,22 @@ bool RavWdsProxy::modify(ModemProfile& profile, TechType techType, int profileId
     wds_modify_profile_settings_req_msg_v01 request = profile.constructModifyRequest();
     request.profile = convertToProfileIdentifier(techType, profileId);
     wds_modify_profile_settings_resp_msg_v01 response{};
-    return sendProfileRequest(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01,
+    return sendProfileRequest(client, RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01,
                               "RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01", request, response);
 }
 
 bool RavWdsProxy::remove(TechType techType, int profileId) {
     const wds_delete_profile_req_msg_v01 request{convertToProfileIdentifier(techType, profileId)};
     wds_delete_profile_resp_msg_v01 response{};
-    return sendProfileRequest(RAV_WDS_DELETE_PROFILE_REQ_V01, "RAV_WDS_DELETE_PROFILE_REQ_V01",
-                              request, response);
+    return sendProfileRequest(client, RAV_WDS_DELETE_PROFILE_REQ_V01,
+                              "RAV_WDS_DELETE_PROFILE_REQ_V01", request, response);
 }
 
 std::shared_ptr<ModemProfile> RavWdsProxy::get(TechType techType, int profileId) {
     const wds_get_profile_settings_req_msg_v01 request{
         convertToProfileIdentifier(techType, profileId)};
     wds_get_profile_settings_resp_msg_v01 response{};
-    if (!sendProfileRequest(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01,
+    if (!sendProfileRequest(client, RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01,
                             "RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01", request, response)) {
         return nullptr;
     }
@@ -432,23 +405,20 @@ std::list<std::shared_ptr<ModemProfile>> RavWdsProxy::getAllProfiles() {
     wds_get_profile_list_resp_msg_v01 response{};
     for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
         request.profile_type = type;
-        if (!sendProfileRequest(RAV_WDS_GET_PROFILE_LIST_REQ_V01,
+        if (eventManager.isStopped() ||
+            !sendProfileRequest(client, RAV_WDS_GET_PROFILE_LIST_REQ_V01,
                                 "RAV_WDS_GET_PROFILE_LIST_REQ_V01", request, response)) {
             return profiles;
         }
-        appendProfiles(response, profiles);
+        // The modem's count is not to be trusted.
+        const uint32_t count =
+            std::min<uint32_t>(response.profile_list_len, WDS_PROFILE_LIST_MAX_V01);
+        for (uint32_t i = 0; i < count && !eventManager.isStopped(); ++i) {
+            const wds_profile_info_type_v01& info = response.profile_list[i];
+            profiles.push_back(get(convertProfileType(info.profile_type), info.profile_index));
+        }
     }
     return profiles;
-}
-
-void RavWdsProxy::appendProfiles(const wds_get_profile_list_resp_msg_v01& response,
-                                 std::list<std::shared_ptr<ModemProfile>>& profiles) {
-    // The modem's count is not to be trusted.
-    const uint32_t count = std::min<uint32_t>(response.profile_list_len, WDS_PROFILE_LIST_MAX_V01);
-    for (uint32_t i = 0; i < count; ++i) {
-        const wds_profile_info_type_v01& info = response.profile_list[i];
-        profiles.push_back(get(convertProfileType(info.profile_type), info.profile_index));
-    }
 }
 
 }  // namespace kiv

@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "EventFd.h"
 #include "EventManager.h"
@@ -26,8 +27,8 @@ namespace kiv {
 /// while that thread does not run yet or any more. The three rav callbacks run on threads of the
 /// messaging library and touch nothing but the eventfds and the indication queue.
 /// Ownership: owned by the ProfileCache; owns its client, its notifier and its eventfds.
-/// Blocking: each request waits up to 1000 ms for the modem, or fails at once when the event loop
-/// was stopped. Nobody waits for the service.
+/// Blocking: each request waits up to 1000 ms for the modem, also when the event loop was stopped:
+/// only getAllProfiles is cut short then. Nobody waits for the service.
 /// Re-entrancy: the receiver of indications may call every operation.
 class RavWdsProxy {
 public:
@@ -50,14 +51,14 @@ public:
     bool modify(ModemProfile& profile, TechType techType, int profileId);
     bool remove(TechType techType, int profileId);
     std::shared_ptr<ModemProfile> get(TechType techType, int profileId);
-    /// Every profile, 3GPP ones first; an empty pointer for one that could not be read.
+    /// Every profile, 3GPP ones first; an empty pointer for one that could not be read. Those that
+    /// were read so far when the event loop is stopped.
     std::list<std::shared_ptr<ModemProfile>> getAllProfiles();
     /// Has everything read again after a while, as if the modem had told of a change.
     void readAgain();
     /// Whether an indication was lost that nobody has made up for; whoever asks is to do so.
     bool takeIndicationLost() { return indicationLost.exchange(false); }
 
-private:
     /// One queued indication: allocated on the callback's thread, freed on the worker thread.
     struct IndInfo_t {
         rav_client_type client;
@@ -67,35 +68,26 @@ private:
         RavWdsProxy* proxy;
     };
 
+    /// What the messaging library calls, on its threads, with the proxy as the last argument.
     static void ravNotifyCb(rav_client_type notifier, rav_service_object_type service,
                             rav_client_notify_event_type event, void* userData);
     static void ravErrorCb(rav_client_type client, int error, void* userData);
     static void ravIndCb(rav_client_type client, unsigned int msgId, void* indBuf,
                          unsigned int indBufLen, void* indCbData);
 
+    /// What the event loop calls; arg is the proxy.
     static void handleSvcUp(int fd, void* arg);
     static void handleError(int fd, void* arg);
     static void handleIndication(int fd, void* arg);
-    void handleIndications();
 
+private:
+    void handleIndications();
     void registerRavSvcUp();
     void openClient();
     void registerRavIndications();
-    void handleModemDown();
-    bool takeIndication(IndInfo_t*& info);
+    std::optional<IndInfo_t*> takeIndication() KIV_EXCLUDES(indQueueMutex);
     bool handleIndInfo(const IndInfo_t& info);
     void handleProfileChangedInd(wds_profile_changed_ind_type_v01 ind);
-    void appendProfiles(const wds_get_profile_list_resp_msg_v01& response,
-                        std::list<std::shared_ptr<ModemProfile>>& profiles);
-
-    template <class Request, class Response>
-    bool send(unsigned int msgId, const Request& request, Response& response);
-    template <class Request>
-    void sendRegistration(unsigned int msgId, const Request& request, const char* success,
-                          const char* failure);
-    template <class Request, class Response>
-    bool sendProfileRequest(unsigned int msgId, const char* name, const Request& request,
-                            Response& response);
 
     // Constant.
     EventManager& eventManager;

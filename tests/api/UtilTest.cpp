@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <map>
+#include <thread>
 
 #include "Engine.h"
 
@@ -172,7 +173,7 @@ TEST_F(UtilTest, LteAttachGoesFromTheBestProfileToANewOne) {
     }
 }
 
-TEST_F(UtilTest, LteAttachLooksAtTheRoamingTypeAndKeepsWhatItCannotRead) {
+TEST_F(UtilTest, LteAttachLooksAtTheRoamingType) {
     auto stored = settings3gpp("net", kV4V6);
     stored.lte_roaming_pdp_type_valid = stored.umts_roaming_pdp_type_valid = 1;
     stored.lte_roaming_pdp_type = stored.umts_roaming_pdp_type = WDS_COMMON_PDP_TYPE_IPV4V6_V01;
@@ -189,6 +190,38 @@ TEST_F(UtilTest, LteAttachLooksAtTheRoamingTypeAndKeepsWhatItCannotRead) {
     EXPECT_EQ(id(util.findOrCreateProfileForLteAttach(wanted)), 1);
     EXPECT_EQ(settings(1).lte_roaming_pdp_type, WDS_COMMON_PDP_TYPE_IPV4_V01);
     EXPECT_EQ(settings(1).override_home_pdp_type, WDS_COMMON_PDP_TYPE_IPV4V6_V01);
+}
+
+/// Another client deletes the profile between the policy's search and its reading of the profile.
+TEST_F(UtilTest, LteAttachKeepsALooseMatchThatItCannotReadUnlessThereIsAnAttachProfile) {
+    for (const bool hasAttachProfile : {false, true}) {
+        SCOPED_TRACE(hasAttachProfile);
+        modem().factoryReset();
+        hasNamed("", "net", kV4V6);
+        if (hasAttachProfile) {
+            hasNamed("kiv_profile_ia", "old", kV6);
+        }
+        load();
+        __android_log_set_logger([](const __android_logger_data*, const char* line) {
+            if (line == std::string("kiv Found a loose match profile for attach")) {
+                std::thread([] {
+                    FilterProfileParams first;
+                    first.setFilterByProfileId(1);
+                    Manager& manager = Manager::getInstance();
+                    EXPECT_TRUE(manager.deleteProfile(manager.filter(first).front()));
+                }).join();
+            }
+        });
+        const auto key = util.findOrCreateProfileForLteAttach(params("net", IPType::V4));
+        __android_log_set_logger([](const __android_logger_data*, const char*) {});
+        EXPECT_EQ(id(key), hasAttachProfile ? 2 : 1);
+        EXPECT_EQ(manager.getProfile(key).has_value(), hasAttachProfile);
+        ASSERT_THAT(table(), SizeIs(hasAttachProfile ? 1 : 0));
+        if (hasAttachProfile) {
+            EXPECT_STREQ(settings(2).apn_name, "net");
+            EXPECT_EQ(settings(2).pdp_type, kV4);
+        }
+    }
 }
 
 TEST_F(UtilTest, LteAttachProfileIdMatchesByWhoseProfileItIs) {
@@ -279,6 +312,47 @@ TEST_F(UtilTest, ApnTypesMoveBetweenSingleAndDualStackProfiles) {
         }
         EXPECT_EQ(held, row.held);
         EXPECT_EQ(table(k3gpp2)[0].settings.apn_type_mask, row.cdma);
+    }
+}
+
+TEST_F(UtilTest, ApnTypesByIpTypeTellWhetherAProfileWasFoundEvenIfTheModemRefuses) {
+    has(settings3gpp("net", kV4));
+    load();
+    const auto update = [this](TechType techType, IPType ipType) {
+        return util.updateByIpType(techType, ipType, toMask(ApnTypes::MMS), "Net");
+    };
+    refuse(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01);
+    EXPECT_TRUE(update(TechType::Tech3gpp, IPType::V4));
+    EXPECT_EQ(settings(1).apn_type_mask, 0U);
+    EXPECT_TRUE(update(TechType::Tech3gpp, IPType::V4));
+    EXPECT_EQ(settings(1).apn_type_mask, WDS_APN_TYPE_MASK_MMS_V01);
+    EXPECT_FALSE(update(TechType::Tech3gpp, IPType::V4V6));
+    EXPECT_FALSE(update(TechType::Tech3gpp2, IPType::V4));
+    EXPECT_TRUE(log.contains("kiv no match found for apn name:Net, ip type:3, tech type:0"));
+}
+
+TEST_F(UtilTest, CredentialsReachTheModemByTheirFirst127BytesAndComeBackSo) {
+    auto wanted = params("net");
+    for (const size_t length : {127, 128, 300}) {
+        SCOPED_TRACE(length);
+        modem().factoryReset();
+        load();
+        const std::string name(length, 'n');
+        const std::string word(length, 'p');
+        wanted.setUserName(name);
+        wanted.setPassword(word);
+        for (const TechType techType : {TechType::Tech3gpp, TechType::Tech3gpp2}) {
+            ASSERT_TRUE(manager.addProfile({wanted, true, techType, false}));
+        }
+        EXPECT_EQ(settings(1).user_name, name.substr(0, 127));
+        EXPECT_EQ(settings(1).password, word.substr(0, 127));
+        load();
+        for (const auto& key : manager.filter(FilterProfileParams())) {
+            EXPECT_EQ(manager.getProfile(key)->getUserName(), name.substr(0, 127));
+            // A 3GPP2 password is never read.
+            EXPECT_EQ(manager.getProfile(key)->getPassword(),
+                      key->getTechType() == TechType::Tech3gpp ? word.substr(0, 127) : "");
+        }
     }
 }
 

@@ -14,6 +14,7 @@
 #include "EventManager.h"
 #include "Interposed.h"
 #include "LogWrapper.h"
+#include "Util.h"
 
 namespace kiv::test {
 namespace {
@@ -190,6 +191,56 @@ TEST_F(TortureTest, ModemRequests) {
         }
     }
     EXPECT_EQ(approvedDescriptors(), approved);
+}
+
+TEST_F(TortureTest, PoliciesThatLackMemorySayItOnceAndThrowNothing) {
+    static std::atomic<int> complaints{0};
+    __android_log_set_logger([](const __android_logger_data*, const char* line) {
+        complaints += std::string_view(line) == "Util: out of memory" ? 1 : 0;
+    });
+    static const ProfileParams wanted = filled<ProfileParams>([](ProfileParams& params) {
+        params.setApnName("a name that needs memory of its own");
+        params.setApnClass(ApnClass::APP);
+        params.setApnTypesMask(toMask(ApnTypes::DEFAULT));
+    });
+    static const std::list<ProfileParams> list = {wanted};
+    void (*const policies[])(Util&) = {
+        [](Util& util) { util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, wanted); },
+        [](Util& util) { util.findOrCreateProfileForEmergencyDataCall(wanted); },
+        [](Util& util) { util.findOrCreateProfileForLteAttach(wanted); },
+        [](Util& util) { util.matchLteAttachProfileId(1, wanted); },
+        [](Util& util) { util.updateModemProfileByApnClass(list, list); },
+        [](Util& util) {
+            util.updateModemProfileByApnClassAndTechType(wanted, TechType::Tech3gpp);
+        },
+        [](Util& util) { util.updateAPNTypeBitmaskOnModemProfile(list); },
+        [](Util& util) { util.handleCombinedProfileUpdate(1, wanted.getApnName()); },
+        [](Util& util) {
+            util.handleProfileUpdateByTechType(TechType::Tech3gpp, 1, 2, 0, wanted.getApnName());
+        },
+        [](Util& util) {
+            util.updateByIpType(TechType::Tech3gpp, IPType::V4, 1, wanted.getApnName());
+        },
+    };
+    for (const auto& policy : policies) {
+        int ofPolicy = 0;
+        bool struck = true;
+        // The first allocation of the last three is the test's own, for the name that it passes.
+        for (int nth = &policy < &policies[7] ? 1 : 2; struck; ++nth) {
+            Util util;
+            modem().factoryReset();
+            settle(manager);
+            refresh();
+            complaints = 0;
+            const Torture failure(Call::Memory, nth);
+            EXPECT_NO_THROW(policy(util)) << &policy - policies << ", " << nth;
+            struck = failure.struck();
+            EXPECT_LE(complaints, 1);
+            ofPolicy += complaints;
+        }
+        EXPECT_GT(ofPolicy, 0) << &policy - policies;
+    }
+    expectRecovery();
 }
 
 TEST_F(TortureTest, RequestThatGetsNoResponseHoldsUpNobodyElse) {
