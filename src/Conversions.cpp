@@ -181,43 +181,28 @@ AuthType convertToAuthType(wds_auth_pref_mask_v01 preference) {
     return static_cast<AuthType>(preference & (WDS_AUTH_PREF_PAP_V01 | WDS_AUTH_PREF_CHAP_V01));
 }
 
+// AuthType and both enumerations of protocols have the same numbers.
+
 wds_profile_auth_protocol_enum_v01 convertToRavAuthProtocol(AuthType type) {
-    switch (type) {
-        case AuthType::PAP:
-            return WDS_PROFILE_AUTH_PROTOCOL_PAP_V01;
-        case AuthType::CHAP:
-            return WDS_PROFILE_AUTH_PROTOCOL_CHAP_V01;
-        case AuthType::PAP_CHAP:
-            return WDS_PROFILE_AUTH_PROTOCOL_PAP_CHAP_V01;
-        default:
-            return WDS_PROFILE_AUTH_PROTOCOL_NONE_V01;
-    }
+    const bool isKnown = type >= AuthType::PAP && type <= AuthType::PAP_CHAP;
+    return isKnown ? static_cast<wds_profile_auth_protocol_enum_v01>(type)
+                   : WDS_PROFILE_AUTH_PROTOCOL_NONE_V01;
 }
 
 wds_pdn_level_auth_protocol_enum_v01 convertToRavPdnLevelAuthProtocol(AuthType type) {
-    // The two enumerations have the same numbers.
     return static_cast<wds_pdn_level_auth_protocol_enum_v01>(convertToRavAuthProtocol(type));
 }
 
 AuthType convertToAuthType(wds_profile_auth_protocol_enum_v01 protocol) {
-    switch (protocol) {
-        case WDS_PROFILE_AUTH_PROTOCOL_PAP_V01:
-            return AuthType::PAP;
-        case WDS_PROFILE_AUTH_PROTOCOL_CHAP_V01:
-            return AuthType::CHAP;
-        case WDS_PROFILE_AUTH_PROTOCOL_PAP_CHAP_V01:
-            return AuthType::PAP_CHAP;
-        default:
-            return AuthType::NONE;
-    }
+    const auto type = static_cast<AuthType>(protocol);
+    return convertToRavAuthProtocol(type) == protocol ? type : AuthType::NONE;
 }
 
-std::string convertToLower(const std::string& text) {
-    std::string lower = text;
-    for (char& byte : lower) {
+std::string convertToLower(std::string text) {
+    for (char& byte : text) {
         byte = convertToLower(byte);
     }
-    return lower;
+    return text;
 }
 
 }  // namespace kiv

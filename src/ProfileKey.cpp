@@ -12,10 +12,14 @@ namespace kiv {
 IProfileKey::IProfileKey() = default;
 IProfileKey::~IProfileKey() = default;
 
-ProfileKey::ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn)
+ProfileKey::ProfileKey(TechType techType, std::optional<int> profileId, uint64_t token,
+                       RequestFunction requestFn)
     : techType(techType), profileId(profileId), token(token), requestFn(std::move(requestFn)) {}
 
 ProfileKey::~ProfileKey() {
+    if (!profileId) {
+        return;
+    }
     try {
         auto request = std::make_shared<CallbackRequest>();
         request->setReleaseToken(token);
@@ -40,7 +44,7 @@ void ProfileKey::registerExpirationListener(std::function<void()> callback) {
 std::string ProfileKey::dump() {
     std::string text;
     appendText(text, techType);
-    text.append(":").append(std::to_string(profileId));
+    text.append(":").append(std::to_string(getProfileId()));
     text.append(" token=").append(std::to_string(token));
     return text;
 }

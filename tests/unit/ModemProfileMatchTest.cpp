@@ -17,17 +17,6 @@ constexpr uint32_t kHomeSuper = toMask(FilterMatchType::HomeIPSuperset);
 constexpr uint32_t kRoamSub = toMask(FilterMatchType::RoamIPSubset);
 constexpr uint32_t kRoamSuper = toMask(FilterMatchType::RoamIPSuperset);
 
-bool passesGlance(const ModemProfile& profile, const F& filter) {
-    return ModemProfile::glanceFor(filter).mayMatch(profile.summary());
-}
-
-/// What match says; a glance must not deny it.
-bool matches(const ModemProfile& profile, const F& filter) {
-    const bool answer = profile.match(filter);
-    EXPECT_TRUE(passesGlance(profile, filter) || !answer);
-    return answer;
-}
-
 /// One question to a profile: what it holds, what the filter asks for and how, and the answer.
 template <class Profile>
 struct Row {
@@ -45,7 +34,7 @@ void check(const Row<Profile> (&rows)[count]) {
         row.hold(profile);
         F filter = filled(row.ask);
         filter.addFilterMatchCriteria(row.criteria);
-        EXPECT_EQ(matches(profile, filter), row.matches) << "row of line " << row.line;
+        EXPECT_EQ(profile.match(filter), row.matches) << "row of line " << row.line;
     }
 }
 
@@ -108,7 +97,7 @@ TEST(Modem3gppMatch, AnswersByIPTypes) {
         Modem3gppProfile profile{ProfileParams()};
         F filter = withIPTypes<F>(row.home, row.roam);
         filter.addFilterMatchCriteria(row.criteria);
-        EXPECT_EQ(matches(setIPTypes(profile, row.held), filter), row.matches) << row.line;
+        EXPECT_EQ(setIPTypes(profile, row.held).match(filter), row.matches) << row.line;
     }
 }
 
@@ -149,10 +138,10 @@ TEST(ModemProfileMatch, TakesAFilterForASettingOnlyIfItIsPresent) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         const F filter = filled(row.ask);
-        EXPECT_TRUE(matches(Modem3gppProfile(filter), filter));
-        EXPECT_NE(matches(Modem3gpp2Profile(filter), filter), row.only3gpp);
-        EXPECT_FALSE(bare3gpp.match(filter) || passesGlance(bare3gpp, filter));
-        EXPECT_FALSE(bare3gpp2.match(filter) || passesGlance(bare3gpp2, filter));
+        EXPECT_TRUE(Modem3gppProfile(filter).match(filter));
+        EXPECT_NE(Modem3gpp2Profile(filter).match(filter), row.only3gpp);
+        EXPECT_FALSE(bare3gpp.match(filter));
+        EXPECT_FALSE(bare3gpp2.match(filter));
     }
 }
 
