@@ -7,7 +7,6 @@
 #include <new>
 #include <utility>
 
-#include "CastTo.h"
 #include "EventFd.h"
 #include "LogWrapper.h"
 #include "NoWaitScope.h"
@@ -23,7 +22,7 @@ Status statusOf(bool success) { return success ? Status::Success : Status::Failu
 
 /// For as long as the request is there, which keeps the key: the result owns nothing.
 std::shared_ptr<ProfileKey> toProfileKey(const std::shared_ptr<IProfileKey>& key) {
-    return {std::shared_ptr<void>(), castTo<ProfileKey>(key.get())};
+    return {std::shared_ptr<void>(), dynamic_cast<ProfileKey*>(key.get())};
 }
 
 }  // namespace
@@ -368,7 +367,7 @@ std::shared_ptr<ClientResponse> ClientRequestManager::callback(const ClientReque
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::refresh(const ClientRequest& served) {
-    const auto* refreshRequest = castTo<const RefreshRequest>(&served);
+    const auto* refreshRequest = dynamic_cast<const RefreshRequest*>(&served);
     if (refreshRequest == nullptr) {
         return nullptr;
     }

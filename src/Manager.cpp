@@ -3,7 +3,6 @@
 #include <new>
 #include <utility>
 
-#include "CastTo.h"
 #include "ClientRequest.h"
 #include "ClientRequestManager.h"
 #include "ClientResponse.h"
@@ -126,7 +125,7 @@ std::shared_ptr<Response> Manager::process(const char* operation, const char* fa
     KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->text());
     std::shared_ptr<ClientResponse> response = gate->process(request);
     KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
-    auto* const result = castTo<Response>(response.get());
+    auto* const result = dynamic_cast<Response*>(response.get());
     if (result == nullptr) {
         KIV_LOG(ERROR, "%s", failure);
         return nullptr;
