@@ -132,18 +132,10 @@ std::shared_ptr<ModemProfile> Modem3gppProfile::diff(
     std::optional<IPType> roam;
     std::optional<IPType> overrideHome;
     getNewIPTypes(modification, home, roam, overrideHome);
-    const auto diffIPType = [&changed](const std::optional<IPType>& mine,
-                                       const std::optional<IPType>& wanted,
-                                       std::optional<IPType>& field) {
-        if (wanted && mine != wanted) {
-            field = wanted;
-            changed = true;
-        }
-    };
-    diffIPType(commonIPType, home, difference->commonIPType);
-    diffIPType(lteRoamIPType, roam, difference->lteRoamIPType);
-    diffIPType(umtsRoamIPType, roam, difference->umtsRoamIPType);
-    diffIPType(overrideHomeIPType, overrideHome, difference->overrideHomeIPType);
+    diffField(commonIPType, home, difference->commonIPType, changed);
+    diffField(lteRoamIPType, roam, difference->lteRoamIPType, changed);
+    diffField(umtsRoamIPType, roam, difference->umtsRoamIPType, changed);
+    diffField(overrideHomeIPType, overrideHome, difference->overrideHomeIPType, changed);
     return changed ? difference : nullptr;
 }
 

@@ -54,14 +54,20 @@ bool matchSettings(const Profile& profile, const Settings& settings, const Profi
 }
 
 /// Puts what the params would change into out, and sets changed if that is anything.
+template <class Value>
+void diffField(const std::optional<Value>& field, const std::optional<Value>& param,
+               std::optional<Value>& out, bool& changed) {
+    if (differs(field, param)) {
+        out = param;
+        changed = true;
+    }
+}
+
 template <class Profile, class Settings>
 void diffSettings(const Profile& profile, const Settings& settings, const ProfileParams& params,
                   ProfileParams& out, bool& changed) {
     forEach(settings, [&](auto field, auto param) {
-        if (differs(profile.*field, params.*param)) {
-            out.*param = params.*param;
-            changed = true;
-        }
+        diffField(profile.*field, params.*param, out.*param, changed);
     });
 }
 

@@ -49,6 +49,7 @@ TEST(Modem3gppMatch, AnswersBySettings) {
         p.setApnTypesMask(0x103);
         p.setApnClass(ApnClass::IMS);
     };
+    static constexpr auto unnamed = [](P& p) { p.setApnName(""); };
     static constexpr auto ia = [](P& p) { p.setProfileName("kiv_profile_ia"); };
     static constexpr auto kiv = [](P& p) { p.setProfileName("kiv_profile"); };
     static constexpr auto other = [](P& p) { p.setProfileName("KIV_profile"); };
@@ -56,6 +57,8 @@ TEST(Modem3gppMatch, AnswersBySettings) {
         {__LINE__, full, [](F& f) { f.setApnName("IMS.mnc001.MCC001"); }, 0, true},
         {__LINE__, full, [](F& f) { f.setApnName("ims"); }, kTypes, false},
         {__LINE__, full, [](F& f) { f.setApnName("MNC"); }, kName, true},
+        {__LINE__, full, [](F& f) { f.setApnName(""); }, kName, true},
+        {__LINE__, unnamed, [](F& f) { f.setApnName(""); }, kName, true},
         {__LINE__, none, [](F& f) { f.setApnName(""); }, kName, false},
         {__LINE__, full, [](F& f) { f.setUserName("bob"); }, 0, false},
         {__LINE__, full, [](F& f) { f.setApnTypesMask(0x141); }, 0, true},
@@ -137,11 +140,12 @@ TEST(ModemProfileMatch, TakesAFilterForASettingOnlyIfItIsPresent) {
     const Modem3gpp2Profile bare3gpp2{ProfileParams()};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        const F filter = filled(row.ask);
+        F filter = filled(row.ask);
         EXPECT_TRUE(Modem3gppProfile(filter).match(filter));
         EXPECT_NE(Modem3gpp2Profile(filter).match(filter), row.only3gpp);
         EXPECT_FALSE(bare3gpp.match(filter));
         EXPECT_FALSE(bare3gpp2.match(filter));
+        EXPECT_EQ(bare3gpp2.ModemProfile::match(filter), row.only3gpp);
     }
 }
 
