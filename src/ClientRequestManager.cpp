@@ -4,7 +4,6 @@
 #include <new>
 #include <utility>
 
-#include "CastTo.h"
 #include "EventFd.h"
 #include "LogWrapper.h"
 #include "NoWaitScope.h"
@@ -20,7 +19,7 @@ Status statusOf(bool success) { return success ? Status::Success : Status::Failu
 
 /// For as long as the request is there, which keeps the key: the result owns nothing.
 std::shared_ptr<ProfileKey> toProfileKey(const std::shared_ptr<IProfileKey>& key) {
-    return {std::shared_ptr<void>(), castTo<ProfileKey>(key.get())};
+    return {std::shared_ptr<void>(), dynamic_cast<ProfileKey*>(key.get())};
 }
 
 }  // namespace
@@ -231,7 +230,7 @@ std::shared_ptr<ClientResponse> ClientRequestManager::callback(const ClientReque
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::refresh(const ClientRequest& served) {
-    const auto* refreshRequest = castTo<const RefreshRequest>(&served);
+    const auto* refreshRequest = dynamic_cast<const RefreshRequest*>(&served);
     if (refreshRequest == nullptr) {
         return nullptr;
     }

@@ -7,7 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include "CastTo.h"
 #include "ClientRequest.h"
 #include "ClientResponse.h"
 #include "EventManager.h"
@@ -71,7 +70,7 @@ private:
     /// The request, if it is of the class and may be carried out now; else null.
     template <class Request>
     const Request* admit(const ClientRequest& served) const {
-        return refreshBlocked ? nullptr : castTo<const Request>(&served);
+        return refreshBlocked ? nullptr : dynamic_cast<const Request*>(&served);
     }
 
     // Constant.

@@ -1,5 +1,7 @@
 #include "Conversions.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "LogWrapper.h"
@@ -29,9 +31,31 @@ constexpr ApnTypePair kApnTypes[] = {
     {ApnTypes::XCAP, WDS_APN_TYPE_MASK_XCAP_V01},
 };
 
-IPType unknownPdpType(int32_t type) {
-    KIV_LOG(DEBUG, "Unknown pdp_type_enum %d", type);
-    return IPType::UNKNOWN;
+/// The modem's numbers for V4, V6 and V4V6, in this order.
+template <class RavType>
+using IPTypes = std::array<RavType, 3>;
+constexpr IPTypes<wds_profile_pdn_type_enum_v01> kPdnTypes = {
+    WDS_PROFILE_PDN_TYPE_IPV4_V01, WDS_PROFILE_PDN_TYPE_IPV6_V01, WDS_PROFILE_PDN_TYPE_IPV4V6_V01};
+constexpr IPTypes<wds_pdp_type_enum_v01> kPdpTypes = {WDS_PDP_TYPE_IPV4_V01, WDS_PDP_TYPE_IPV6_V01,
+                                                      WDS_PDP_TYPE_IPV4V6_V01};
+constexpr IPTypes<wds_common_pdp_type_enum_v01> kCommonPdpTypes = {
+    WDS_COMMON_PDP_TYPE_IPV4_V01, WDS_COMMON_PDP_TYPE_IPV6_V01, WDS_COMMON_PDP_TYPE_IPV4V6_V01};
+
+template <class RavType>
+IPType toIPType(const IPTypes<RavType>& types, RavType type, const char* name) {
+    const auto found = std::find(types.begin(), types.end(), type);
+    if (found == types.end()) {
+        KIV_LOG(DEBUG, "Unknown %s %d", name, static_cast<int32_t>(type));
+        return IPType::UNKNOWN;
+    }
+    return static_cast<IPType>(found - types.begin() + 1);
+}
+
+/// Dual stack for a type that the modem has no number for.
+template <class RavType>
+RavType toRavType(const IPTypes<RavType>& types, IPType type) {
+    const bool isKnown = type >= IPType::V4 && type <= IPType::V4V6;
+    return isKnown ? types[static_cast<size_t>(type) - 1] : types.back();
 }
 
 }  // namespace
@@ -49,45 +73,18 @@ TechType convertProfileType(wds_profile_type_enum_v01 type) {
 }
 
 IPType convertPdnType(wds_profile_pdn_type_enum_v01 type) {
-    switch (type) {
-        case WDS_PROFILE_PDN_TYPE_IPV4_V01:
-            return IPType::V4;
-        case WDS_PROFILE_PDN_TYPE_IPV6_V01:
-            return IPType::V6;
-        case WDS_PROFILE_PDN_TYPE_IPV4V6_V01:
-            return IPType::V4V6;
-        case WDS_PROFILE_PDN_TYPE_UNSPECIFIED_V01:
-            return IPType::UNKNOWN;
-        default:
-            KIV_LOG(DEBUG, "Unknown profile_pdn_type_enum %d", static_cast<int32_t>(type));
-            return IPType::UNKNOWN;
+    if (type == WDS_PROFILE_PDN_TYPE_UNSPECIFIED_V01) {
+        return IPType::UNKNOWN;
     }
+    return toIPType(kPdnTypes, type, "profile_pdn_type_enum");
 }
 
 IPType convertPdpType(wds_pdp_type_enum_v01 type) {
-    switch (type) {
-        case WDS_PDP_TYPE_IPV4_V01:
-            return IPType::V4;
-        case WDS_PDP_TYPE_IPV6_V01:
-            return IPType::V6;
-        case WDS_PDP_TYPE_IPV4V6_V01:
-            return IPType::V4V6;
-        default:
-            return unknownPdpType(type);
-    }
+    return toIPType(kPdpTypes, type, "pdp_type_enum");
 }
 
 IPType convertPdpType(wds_common_pdp_type_enum_v01 type) {
-    switch (type) {
-        case WDS_COMMON_PDP_TYPE_IPV4_V01:
-            return IPType::V4;
-        case WDS_COMMON_PDP_TYPE_IPV6_V01:
-            return IPType::V6;
-        case WDS_COMMON_PDP_TYPE_IPV4V6_V01:
-            return IPType::V4V6;
-        default:
-            return unknownPdpType(type);
-    }
+    return toIPType(kCommonPdpTypes, type, "pdp_type_enum");
 }
 
 wds_profile_identifier_type_v01 convertToProfileIdentifier(TechType techType, int profileId) {
@@ -138,38 +135,14 @@ uint32_t convertToCommonApnTypeMask(uint64_t ravMask) {
 }
 
 wds_profile_pdn_type_enum_v01 convertToRavProfilePdnType(IPType type) {
-    switch (type) {
-        case IPType::V4:
-            return WDS_PROFILE_PDN_TYPE_IPV4_V01;
-        case IPType::V6:
-            return WDS_PROFILE_PDN_TYPE_IPV6_V01;
-        default:
-            return WDS_PROFILE_PDN_TYPE_IPV4V6_V01;
-    }
+    return toRavType(kPdnTypes, type);
 }
 
-wds_pdp_type_enum_v01 convertToRavPdpType(IPType type) {
-    switch (type) {
-        case IPType::V4:
-            return WDS_PDP_TYPE_IPV4_V01;
-        case IPType::V6:
-            return WDS_PDP_TYPE_IPV6_V01;
-        default:
-            return WDS_PDP_TYPE_IPV4V6_V01;
-    }
-}
+wds_pdp_type_enum_v01 convertToRavPdpType(IPType type) { return toRavType(kPdpTypes, type); }
 
 wds_common_pdp_type_enum_v01 convertToRavCommonPdpType(IPType type) {
-    switch (type) {
-        case IPType::UNKNOWN:
-            return WDS_COMMON_PDP_TYPE_NONE_V01;
-        case IPType::V4:
-            return WDS_COMMON_PDP_TYPE_IPV4_V01;
-        case IPType::V6:
-            return WDS_COMMON_PDP_TYPE_IPV6_V01;
-        default:
-            return WDS_COMMON_PDP_TYPE_IPV4V6_V01;
-    }
+    return type == IPType::UNKNOWN ? WDS_COMMON_PDP_TYPE_NONE_V01
+                                   : toRavType(kCommonPdpTypes, type);
 }
 
 wds_auth_pref_mask_v01 convertToRavAuthPref(AuthType type) {
@@ -181,43 +154,28 @@ AuthType convertToAuthType(wds_auth_pref_mask_v01 preference) {
     return static_cast<AuthType>(preference & (WDS_AUTH_PREF_PAP_V01 | WDS_AUTH_PREF_CHAP_V01));
 }
 
+// AuthType and both enumerations of protocols have the same numbers.
+
 wds_profile_auth_protocol_enum_v01 convertToRavAuthProtocol(AuthType type) {
-    switch (type) {
-        case AuthType::PAP:
-            return WDS_PROFILE_AUTH_PROTOCOL_PAP_V01;
-        case AuthType::CHAP:
-            return WDS_PROFILE_AUTH_PROTOCOL_CHAP_V01;
-        case AuthType::PAP_CHAP:
-            return WDS_PROFILE_AUTH_PROTOCOL_PAP_CHAP_V01;
-        default:
-            return WDS_PROFILE_AUTH_PROTOCOL_NONE_V01;
-    }
+    const bool isKnown = type >= AuthType::PAP && type <= AuthType::PAP_CHAP;
+    return isKnown ? static_cast<wds_profile_auth_protocol_enum_v01>(type)
+                   : WDS_PROFILE_AUTH_PROTOCOL_NONE_V01;
 }
 
 wds_pdn_level_auth_protocol_enum_v01 convertToRavPdnLevelAuthProtocol(AuthType type) {
-    // The two enumerations have the same numbers.
     return static_cast<wds_pdn_level_auth_protocol_enum_v01>(convertToRavAuthProtocol(type));
 }
 
 AuthType convertToAuthType(wds_profile_auth_protocol_enum_v01 protocol) {
-    switch (protocol) {
-        case WDS_PROFILE_AUTH_PROTOCOL_PAP_V01:
-            return AuthType::PAP;
-        case WDS_PROFILE_AUTH_PROTOCOL_CHAP_V01:
-            return AuthType::CHAP;
-        case WDS_PROFILE_AUTH_PROTOCOL_PAP_CHAP_V01:
-            return AuthType::PAP_CHAP;
-        default:
-            return AuthType::NONE;
-    }
+    const auto type = static_cast<AuthType>(protocol);
+    return convertToRavAuthProtocol(type) == protocol ? type : AuthType::NONE;
 }
 
-std::string convertToLower(const std::string& text) {
-    std::string lower = text;
-    for (char& byte : lower) {
+std::string convertToLower(std::string text) {
+    for (char& byte : text) {
         byte = convertToLower(byte);
     }
-    return lower;
+    return text;
 }
 
 }  // namespace kiv

@@ -47,7 +47,7 @@ wds_pdn_level_auth_protocol_enum_v01 convertToRavPdnLevelAuthProtocol(AuthType t
 AuthType convertToAuthType(wds_profile_auth_protocol_enum_v01 protocol);
 
 /// Lowers the ASCII letters, whatever the locale; all other bytes stay.
-std::string convertToLower(const std::string& text);
+std::string convertToLower(std::string text);
 constexpr char convertToLower(char byte) {
     return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
 }

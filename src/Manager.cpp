@@ -6,7 +6,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "CastTo.h"
 #include "ClientRequest.h"
 #include "ClientRequestManager.h"
 #include "ClientResponse.h"
@@ -38,7 +37,7 @@ auto process(const std::shared_ptr<RequestGate>& gate, const char* operation, co
         KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->dump());
         const std::shared_ptr<ClientResponse> response = gate->process(request);
         KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
-        if (const auto* const result = castTo<const Response>(response.get())) {
+        if (const auto* const result = dynamic_cast<const Response*>(response.get())) {
             return std::invoke(get, *result);
         }
         KIV_LOG(ERROR, "%s", failure);

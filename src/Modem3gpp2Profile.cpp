@@ -26,14 +26,13 @@ Modem3gpp2Profile::Modem3gpp2Profile(int profileIdValue,
     readText(userName, s.user_id_3gpp2_valid, s.user_id_3gpp2);
 }
 
-bool Modem3gpp2Profile::matchNamed(const FilterProfileParams& filter,
-                                   const NormalApnName& name) const {
-    if (!ModemProfile::matchNamed(filter, name)) {
+bool Modem3gpp2Profile::match(const FilterProfileParams& filter) const {
+    if (!ModemProfile::match(filter)) {
         return false;
     }
     // Meant: an absent type counts as UNKNOWN, the empty set, so that a superset filter takes it.
     if (filter.hasHomeIPType() &&
-        !matchIPType(filter.getHomeIPType(), valueOf(commonIPType), filter.getFilterMatchCriteria(),
+        !matchIPType(filter.getHomeIPType(), getCommonIPType(), filter.getFilterMatchCriteria(),
                      FilterMatchType::HomeIPSubset, FilterMatchType::HomeIPSuperset)) {
         return false;
     }
@@ -59,15 +58,11 @@ std::shared_ptr<ModemProfile> Modem3gpp2Profile::diff(
 
 ProfileParams Modem3gpp2Profile::get() const {
     ProfileParams params;
-    readInto(params);
-    return params;
-}
-
-void Modem3gpp2Profile::readInto(ProfileParams& out) const {
-    updateGetParameters(out);
+    updateGetParameters(params);
     if (commonIPType) {
-        out.setHomeIPType(*commonIPType);
+        params.setHomeIPType(*commonIPType);
     }
+    return params;
 }
 
 wds_create_profile_req_msg_v01 Modem3gpp2Profile::constructAddRequest() const {

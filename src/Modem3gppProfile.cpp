@@ -19,11 +19,11 @@ void readRoamingType(std::optional<IPType>& field, uint8_t valid,
 
 struct Modem3gppProfile::PlainSettings {
     static constexpr auto all = std::make_tuple(
-        setting(&Modem3gppProfile::maxPdnsConnPerBlock, &ProfileParams::maxPdnsConnPerBlock),
-        setting(&Modem3gppProfile::maxPdnConnTimer, &ProfileParams::maxPdnConnTimer),
-        setting(&Modem3gppProfile::pdnReqWaitInterval, &ProfileParams::pdnReqWaitInterval),
-        setting(&Modem3gppProfile::isApnDisabled, &ProfileParams::isApnDisabled),
-        setting(&Modem3gppProfile::isEmergencySupported, &ProfileParams::isEmergencySupported));
+        std::pair(&Modem3gppProfile::maxPdnsConnPerBlock, &ProfileParams::maxPdnsConnPerBlock),
+        std::pair(&Modem3gppProfile::maxPdnConnTimer, &ProfileParams::maxPdnConnTimer),
+        std::pair(&Modem3gppProfile::pdnReqWaitInterval, &ProfileParams::pdnReqWaitInterval),
+        std::pair(&Modem3gppProfile::isApnDisabled, &ProfileParams::isApnDisabled),
+        std::pair(&Modem3gppProfile::isEmergencySupported, &ProfileParams::isEmergencySupported));
 };
 
 Modem3gppProfile::Modem3gppProfile(const ProfileParams& params)
@@ -46,7 +46,7 @@ Modem3gppProfile::Modem3gppProfile(int profileIdValue,
 }
 
 std::optional<IPType> Modem3gppProfile::clientHomeIPType() const {
-    const bool overridden = valueOf(overrideHomeIPType) != IPType::UNKNOWN;
+    const bool overridden = getOverrideHomeIPType() != IPType::UNKNOWN;
     return overridden ? overrideHomeIPType : commonIPType;
 }
 
@@ -77,9 +77,8 @@ bool Modem3gppProfile::isKivProfile() const {
     return isIAProfile() || profileName == kKivProfileName;
 }
 
-bool Modem3gppProfile::matchNamed(const FilterProfileParams& filter,
-                                  const NormalApnName& name) const {
-    if (!ModemProfile::matchNamed(filter, name)) {
+bool Modem3gppProfile::match(const FilterProfileParams& filter) const {
+    if (!ModemProfile::match(filter)) {
         return false;
     }
     // Only one of the two filters counts, the initial-attach one first.
@@ -92,22 +91,6 @@ bool Modem3gppProfile::matchNamed(const FilterProfileParams& filter,
     }
     return matchHomeIPType(filter) && matchRoamIPType(filter) &&
            matchSettings(*this, PlainSettings::all, filter);
-}
-
-void Modem3gppProfile::demandOf(const FilterProfileParams& filter, ProfileGlance& glance) {
-    if (filter.hasFilterByIsIAProfile() || filter.hasFilterByIsKivProfile() ||
-        filter.hasRoamIPType()) {
-        glance.demandTraits(ProfileGlance::kIs3gpp);
-    }
-    const auto asked = [&](const auto& one) { return (filter.*one.param).has_value(); };
-    glance.demandTraits(settingBits(PlainSettings::all, asked)
-                        << ProfileGlance::kFirst3gppPlainBit);
-}
-
-uint64_t Modem3gppProfile::summary() const {
-    const auto present = [this](const auto& one) { return (this->*one.field).has_value(); };
-    return ModemProfile::summary() | settingBits(PlainSettings::all, present)
-                                         << ProfileGlance::kFirst3gppPlainBit;
 }
 
 bool Modem3gppProfile::matchHomeIPType(const FilterProfileParams& filter) const {
@@ -127,7 +110,7 @@ bool Modem3gppProfile::matchRoamIPType(const FilterProfileParams& filter) const 
     // an LTE type counts as UNKNOWN.
     std::optional<IPType> actual;
     if (lteRoamIPType) {
-        if (valueOf(umtsRoamIPType) == *lteRoamIPType) {
+        if (getUmtsRoamIPType() == *lteRoamIPType) {
             actual = lteRoamIPType;
         }
     } else if (!umtsRoamIPType) {
@@ -149,18 +132,10 @@ std::shared_ptr<ModemProfile> Modem3gppProfile::diff(
     std::optional<IPType> roam;
     std::optional<IPType> overrideHome;
     getNewIPTypes(modification, home, roam, overrideHome);
-    const auto diffIPType = [&changed](const std::optional<IPType>& mine,
-                                       const std::optional<IPType>& wanted,
-                                       std::optional<IPType>& field) {
-        if (wanted && mine != wanted) {
-            field = wanted;
-            changed = true;
-        }
-    };
-    diffIPType(commonIPType, home, difference->commonIPType);
-    diffIPType(lteRoamIPType, roam, difference->lteRoamIPType);
-    diffIPType(umtsRoamIPType, roam, difference->umtsRoamIPType);
-    diffIPType(overrideHomeIPType, overrideHome, difference->overrideHomeIPType);
+    diffField(commonIPType, home, difference->commonIPType, changed);
+    diffField(lteRoamIPType, roam, difference->lteRoamIPType, changed);
+    diffField(umtsRoamIPType, roam, difference->umtsRoamIPType, changed);
+    diffField(overrideHomeIPType, overrideHome, difference->overrideHomeIPType, changed);
     return changed ? difference : nullptr;
 }
 
@@ -179,19 +154,15 @@ void Modem3gppProfile::apply(std::shared_ptr<ModemProfile> other) {
 
 ProfileParams Modem3gppProfile::get() const {
     ProfileParams params;
-    readInto(params);
-    return params;
-}
-
-void Modem3gppProfile::readInto(ProfileParams& out) const {
-    updateGetParameters(out);
-    out.isIAProfile = isIAProfile();
-    out.isKivProfile = isKivProfile();
-    out.homeIPType = clientHomeIPType();
+    updateGetParameters(params);
+    params.isIAProfile = isIAProfile();
+    params.isKivProfile = isKivProfile();
+    params.homeIPType = clientHomeIPType();
     if (lteRoamIPType == umtsRoamIPType) {
-        out.roamIPType = lteRoamIPType;
+        params.roamIPType = lteRoamIPType;
     }
-    reportSettings(*this, PlainSettings::all, out);
+    reportSettings(*this, PlainSettings::all, params);
+    return params;
 }
 
 wds_create_profile_req_msg_v01 Modem3gppProfile::constructAddRequest() const {

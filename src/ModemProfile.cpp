@@ -1,15 +1,12 @@
 #include "ModemProfile.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <string_view>
 
 #include "Conversions.h"
-#include "ForkedChild.h"
 #include "LogWrapper.h"
 #include "ModemProfileSettings.h"
 #include "ValueText.h"
@@ -20,29 +17,25 @@ namespace {
 
 constexpr size_t kApnNameLimit = WDS_APN_NAME_SIZE_V01 - 1;
 
-/// The form in which a client's APN name is kept and compared.
-std::string normalApnName(const std::string& name) {
-    return convertToLower(name.substr(0, kApnNameLimit));
+/// The part of a client's APN name that counts.
+std::string_view cutApnName(const std::string& name) {
+    return std::string_view(name).substr(0, kApnNameLimit);
 }
 
-/// Of the normal form, where a summary has it: FNV-1a, which needs no memory for that form.
-uint64_t hashOfApnName(std::string_view name) {
-    uint32_t hash = 2166136261U;
-    for (const char byte : name.substr(0, kApnNameLimit)) {
-        hash = (hash ^ static_cast<unsigned char>(convertToLower(byte))) * 16777619U;
-    }
-    return uint64_t{hash} << 32;
+/// The normal form of a client's APN name, in which profiles keep theirs.
+std::string normalApnName(const std::string& name) {
+    return convertToLower(std::string(cutApnName(name)));
 }
 
 }  // namespace
 
 struct ModemProfile::PlainSettings {
     static constexpr auto all =
-        std::make_tuple(setting(&ModemProfile::userName, &ProfileParams::userName),
-                        setting(&ModemProfile::password, &ProfileParams::password),
-                        setting(&ModemProfile::authType, &ProfileParams::authType),
-                        setting(&ModemProfile::apnClass, &ProfileParams::apnClass),
-                        setting(&ModemProfile::isClatEnabled, &ProfileParams::isClatEnabled));
+        std::make_tuple(std::pair(&ModemProfile::userName, &ProfileParams::userName),
+                        std::pair(&ModemProfile::password, &ProfileParams::password),
+                        std::pair(&ModemProfile::authType, &ProfileParams::authType),
+                        std::pair(&ModemProfile::apnClass, &ProfileParams::apnClass),
+                        std::pair(&ModemProfile::isClatEnabled, &ProfileParams::isClatEnabled));
 };
 
 ModemProfile::ModemProfile(TechType techTypeValue, const ProfileParams& params)
@@ -68,7 +61,7 @@ ModemProfile::ModemProfile(TechType techTypeValue, int profileIdValue,
 ModemProfile::~ModemProfile() {
     KIV_LOG(DEBUG, "~ModemProfile()");
     for (const ExpirationListener& listener : expirationListeners) {
-        if (expired(listener) || isForkedChild()) {
+        if (expired(listener)) {
             continue;
         }
         // Calling an empty callback throws, which would end the process here.
@@ -92,92 +85,39 @@ void ModemProfile::registerExpirationListener(std::function<void()> callback,
 
 void ModemProfile::clearExpiredListeners() { expirationListeners.remove_if(expired); }
 
-void ModemProfile::incRefCount() {
-    if (refCount == std::numeric_limits<int32_t>::max()) {
+void ModemProfile::changeRefCount(int by) {
+    if (__builtin_add_overflow(refCount, by, &refCount)) {
         KIV_LOG(FATAL, "ModemProfile: reference count overflow");
         std::abort();
-    }
-    ++refCount;
-}
-
-void ModemProfile::decRefCount() {
-    if (refCount == std::numeric_limits<int32_t>::min()) {
-        KIV_LOG(FATAL, "ModemProfile: reference count overflow");
-        std::abort();
-    }
-    --refCount;
-}
-
-ModemProfile::NormalApnName::NormalApnName(const FilterProfileParams& filter) {
-    if (filter.apnName) {
-        const std::string_view name = std::string_view(*filter.apnName).substr(0, bytes.size());
-        std::transform(name.begin(), name.end(), bytes.begin(),
-                       [](char byte) { return convertToLower(byte); });
-        length = name.size();
     }
 }
 
 bool ModemProfile::match(const FilterProfileParams& filter) const {
-    return matchNamed(filter, NormalApnName(filter));
-}
-
-bool ModemProfile::matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const {
     if (filter.hasFilterByTechType() && filter.getFilterByTechType() != techType) {
         return false;
     }
     if (filter.hasFilterByProfileId() && filter.getFilterByProfileId() != profileId) {
         return false;
     }
-    return matchApnName(filter, name) && matchApnTypesMask(filter) &&
+    return matchApnName(filter) && matchApnTypesMask(filter) &&
            matchSettings(*this, PlainSettings::all, filter);
 }
 
-ProfileGlance ModemProfile::glanceFor(const FilterProfileParams& filter) {
-    ProfileGlance glance;
-    if (filter.hasFilterByTechType()) {
-        const bool is3gpp2 = filter.getFilterByTechType() == TechType::Tech3gpp2;
-        glance.demandTraits(is3gpp2 ? ProfileGlance::kIs3gpp2 : ProfileGlance::kIs3gpp);
-    }
-    if (filter.apnName) {
-        glance.demandTraits(ProfileGlance::kHasApnName);
-        if ((filter.getFilterMatchCriteria() & toMask(FilterMatchType::ApnNameSubset)) == 0) {
-            glance.demandApnName(hashOfApnName(*filter.apnName));
-        }
-    }
-    if (filter.apnTypesMask) {
-        glance.demandTraits(ProfileGlance::kHasApnTypesMask);
-    }
-    const auto asked = [&](const auto& one) { return (filter.*one.param).has_value(); };
-    glance.demandTraits(settingBits(PlainSettings::all, asked) << ProfileGlance::kFirstPlainBit);
-    Modem3gppProfile::demandOf(filter, glance);
-    return glance;
-}
-
-uint64_t ModemProfile::summary() const {
-    const bool is3gpp2 = techType == TechType::Tech3gpp2;
-    uint64_t bits = is3gpp2 ? ProfileGlance::kIs3gpp2 : ProfileGlance::kIs3gpp;
-    if (apnName) {
-        bits |= ProfileGlance::kHasApnName | hashOfApnName(*apnName);
-    }
-    if (apnTypesMask) {
-        bits |= ProfileGlance::kHasApnTypesMask;
-    }
-    const auto present = [this](const auto& one) { return (this->*one.field).has_value(); };
-    return bits | settingBits(PlainSettings::all, present) << ProfileGlance::kFirstPlainBit;
-}
-
-bool ModemProfile::matchApnName(const FilterProfileParams& filter,
-                                const NormalApnName& name) const {
-    if (!filter.hasApnName()) {
+bool ModemProfile::matchApnName(const FilterProfileParams& filter) const {
+    if (!filter.apnName) {
         return true;
     }
     if (!apnName) {
         return false;
     }
+    // Lowered byte by byte: this is done for every profile in the cache.
+    const std::string_view wanted = cutApnName(*filter.apnName);
+    const auto fits = [](char kept, char asked) { return kept == convertToLower(asked); };
     if ((filter.getFilterMatchCriteria() & toMask(FilterMatchType::ApnNameSubset)) == 0) {
-        return *apnName == name.text();
+        return std::equal(apnName->begin(), apnName->end(), wanted.begin(), wanted.end(), fits);
     }
-    return apnName->find(name.text()) != std::string::npos;
+    return wanted.empty() || std::search(apnName->begin(), apnName->end(), wanted.begin(),
+                                         wanted.end(), fits) != apnName->end();
 }
 
 bool ModemProfile::matchApnTypesMask(const FilterProfileParams& filter) const {
@@ -195,11 +135,11 @@ bool ModemProfile::matchApnTypesMask(const FilterProfileParams& filter) const {
 
 bool ModemProfile::matchSubsetApnTypesMask(uint32_t mask) const {
     const uint64_t wanted = convertToRavApnTypeMask(mask);
-    return (valueOf(apnTypesMask) & wanted) == wanted;
+    return (getApnTypesMask() & wanted) == wanted;
 }
 
 bool ModemProfile::matchExactApnTypesMask(uint32_t mask) const {
-    return valueOf(apnTypesMask) == convertToRavApnTypeMask(mask);
+    return getApnTypesMask() == convertToRavApnTypeMask(mask);
 }
 
 void ModemProfile::updateDiffParameters(const ModifyProfileParams& modification, ProfileParams& out,
@@ -229,6 +169,16 @@ void ModemProfile::apply(std::shared_ptr<ModemProfile> other) {
     mergeField(apnTypesMask, other->apnTypesMask);
     mergeField(commonIPType, other->commonIPType);
     mergeSettings(*this, PlainSettings::all, *other);
+}
+
+void ModemProfile::takeTexts(ModemProfile& other) noexcept {
+    for (const auto text :
+         {&ModemProfile::apnName, &ModemProfile::userName, &ModemProfile::password}) {
+        if (other.*text) {
+            this->*text = std::move(other.*text);
+            (other.*text).reset();
+        }
+    }
 }
 
 void ModemProfile::updateGetParameters(ProfileParams& out) const {

@@ -1,21 +1,17 @@
 #ifndef KIVR_SRC_MODEMPROFILE_H
 #define KIVR_SRC_MODEMPROFILE_H
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "FilterProfileParams.h"
 #include "IProfileKey.h"
 #include "ModifyProfileParams.h"
-#include "ProfileGlance.h"
 #include "ProfileKey.h"
 #include "ProfileParams.h"
 #include "ProfileTypes.h"
@@ -28,6 +24,13 @@ namespace kiv {
 inline constexpr const char* kKivIAProfileName = "kiv_profile_ia";
 inline constexpr const char* kKivProfileName = "kiv_profile";
 
+/// getX, setX and hasX of an optional setting. get returns the stored value (empty, 0 or false if
+/// absent), set stores a value as it is.
+#define KIV_SETTING(Value, X, field)                         \
+    Value get##X() const { return field.value_or(Value{}); } \
+    void set##X(Value value) { field = std::move(value); }   \
+    bool has##X() const { return field.has_value(); }
+
 /// The library's copy of one data-connection profile of the modem: its settings, how many client
 /// keys hold it, and who wants to know when it goes. An absent setting is one that the modem
 /// profile does not have.
@@ -39,9 +42,8 @@ inline constexpr const char* kKivProfileName = "kiv_profile";
 /// Blocking: nothing but the destructor's listeners may.
 /// Re-entrancy: a listener may drop keys; it must not throw, and can't reach the dying profile.
 ///
-/// For each setting X: getX returns the stored value (empty, 0 or false if absent), hasX tells
-/// whether it is present, setX stores a value as it is. In particular setApnName neither cuts nor
-/// lowers; all other ways in lower, and all but the modem's records cut.
+/// setApnName neither cuts nor lowers; all other ways in lower, and all but the modem's records
+/// cut.
 class ModemProfile {
 public:
     virtual ~ModemProfile();
@@ -67,29 +69,8 @@ public:
     /// One line of text, for the log.
     virtual std::string dump() const;
 
-    /// What get returns, into params that are still empty.
-    virtual void readInto(ProfileParams& out) const = 0;
-
-    /// The APN name of a filter in the form in which profiles keep theirs, cut and lowered: made
-    /// once for a search through many.
-    class NormalApnName {
-    public:
-        explicit NormalApnName(const FilterProfileParams& filter);
-        /// Empty if the filter has none.
-        std::string_view text() const { return {bytes.data(), length}; }
-
-    private:
-        std::array<char, WDS_APN_NAME_SIZE_V01 - 1> bytes;
-        size_t length = 0;
-    };
-
-    /// match, with the filter's name.
-    virtual bool matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const;
-
-    /// Lets through the summary of every profile that matches the filter, and of few others.
-    static ProfileGlance glanceFor(const FilterProfileParams& filter);
-    /// Of the settings as they are now: whoever keeps it asks again after every change.
-    virtual uint64_t summary() const;
+    /// Moves the texts that other has, which needs no memory; apply then copies the rest.
+    void takeTexts(ModemProfile& other) noexcept;
 
     TechType getTechType() const { return techType; }
 
@@ -106,42 +87,19 @@ public:
 
     /// How many client keys hold the profile. The count may go below 0; overflow aborts.
     int getRefCount() const { return refCount; }
-    void incRefCount();
-    void decRefCount();
+    void incRefCount() { changeRefCount(1); }
+    void decRefCount() { changeRefCount(-1); }
 
-    std::string getApnName() const { return valueOf(apnName); }
-    void setApnName(std::string value) { apnName = std::move(value); }
-    bool hasApnName() const { return apnName.has_value(); }
-
-    std::string getUserName() const { return valueOf(userName); }
-    void setUserName(std::string value) { userName = std::move(value); }
-    bool hasUserName() const { return userName.has_value(); }
-
-    std::string getPassword() const { return valueOf(password); }
-    void setPassword(std::string value) { password = std::move(value); }
-    bool hasPassword() const { return password.has_value(); }
-
-    AuthType getAuthType() const { return valueOf(authType); }
-    void setAuthType(AuthType value) { authType = value; }
-    bool hasAuthType() const { return authType.has_value(); }
-
-    ApnClass getApnClass() const { return valueOf(apnClass); }
-    void setApnClass(ApnClass value) { apnClass = value; }
-    bool hasApnClass() const { return apnClass.has_value(); }
-
+    KIV_SETTING(std::string, ApnName, apnName)
+    KIV_SETTING(std::string, UserName, userName)
+    KIV_SETTING(std::string, Password, password)
+    KIV_SETTING(AuthType, AuthType, authType)
+    KIV_SETTING(ApnClass, ApnClass, apnClass)
     /// In the modem's 64-bit layout, not as a set of ApnTypes.
-    uint64_t getApnTypesMask() const { return valueOf(apnTypesMask); }
-    void setApnTypesMask(uint64_t value) { apnTypesMask = value; }
-    bool hasApnTypesMask() const { return apnTypesMask.has_value(); }
-
-    bool getIsClatEnabled() const { return valueOf(isClatEnabled); }
-    void setIsClatEnabled(bool value) { isClatEnabled = value; }
-    bool hasIsClatEnabled() const { return isClatEnabled.has_value(); }
-
+    KIV_SETTING(uint64_t, ApnTypesMask, apnTypesMask)
+    KIV_SETTING(bool, IsClatEnabled, isClatEnabled)
     /// PDP type (3GPP: in the home network) or PDN type of the modem profile.
-    IPType getCommonIPType() const { return valueOf(commonIPType); }
-    void setCommonIPType(IPType value) { commonIPType = value; }
-    bool hasCommonIPType() const { return commonIPType.has_value(); }
+    KIV_SETTING(IPType, CommonIPType, commonIPType)
 
     /// Has callback called in the destructor if key is alive then. Kept in order, each time anew.
     void registerExpirationListener(std::function<void()> callback, std::weak_ptr<IProfileKey> key);
@@ -173,11 +131,6 @@ protected:
     void updateDiffParameters(const ModifyProfileParams& modification, ProfileParams& out,
                               bool& changed) const;
 
-    template <class Value>
-    static Value valueOf(const std::optional<Value>& field) {
-        return field.value_or(Value{});
-    }
-
     std::optional<std::string> apnName;
     std::optional<uint64_t> apnTypesMask;
     std::optional<IPType> commonIPType;
@@ -191,7 +144,8 @@ private:
     /// The settings that are a ProfileParams' own, unconverted.
     struct PlainSettings;
 
-    bool matchApnName(const FilterProfileParams& filter, const NormalApnName& name) const;
+    void changeRefCount(int by);
+    bool matchApnName(const FilterProfileParams& filter) const;
     bool matchApnTypesMask(const FilterProfileParams& filter) const;
     void writeCommonSettings(wds_profile_settings_type_v01& settings) const;
 
@@ -209,17 +163,13 @@ public:
     explicit Modem3gppProfile(const ProfileParams& params);
     Modem3gppProfile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
 
+    bool match(const FilterProfileParams& filter) const override;
     void apply(std::shared_ptr<ModemProfile> other) override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
     ProfileParams get() const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;
     wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const override;
     std::string dump() const override;
-    void readInto(ProfileParams& out) const override;
-    bool matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const override;
-    uint64_t summary() const override;
-    /// The part of glanceFor that only this technology can fulfil.
-    static void demandOf(const FilterProfileParams& filter, ProfileGlance& glance);
 
     /// Folds the client's home and roaming types into what the modem profile gets. When they
     /// differ the modem's home type admits both address families, and overrideHome keeps the
@@ -228,43 +178,16 @@ public:
     void getNewIPTypes(const ProfileParams& params, std::optional<IPType>& home,
                        std::optional<IPType>& roam, std::optional<IPType>& overrideHome) const;
 
-    std::string getProfileName() const { return valueOf(profileName); }
-    void setProfileName(std::string value) { profileName = std::move(value); }
-    bool hasProfileName() const { return profileName.has_value(); }
-
+    KIV_SETTING(std::string, ProfileName, profileName)
     /// The home type that the client asked for, where it differs from the roaming type.
-    IPType getOverrideHomeIPType() const { return valueOf(overrideHomeIPType); }
-    void setOverrideHomeIPType(IPType value) { overrideHomeIPType = value; }
-    bool hasOverrideHomeIPType() const { return overrideHomeIPType.has_value(); }
-
-    IPType getLteRoamIPType() const { return valueOf(lteRoamIPType); }
-    void setLteRoamIPType(IPType value) { lteRoamIPType = value; }
-    bool hasLteRoamIPType() const { return lteRoamIPType.has_value(); }
-
-    IPType getUmtsRoamIPType() const { return valueOf(umtsRoamIPType); }
-    void setUmtsRoamIPType(IPType value) { umtsRoamIPType = value; }
-    bool hasUmtsRoamIPType() const { return umtsRoamIPType.has_value(); }
-
-    int getMaxPdnsConnPerBlock() const { return valueOf(maxPdnsConnPerBlock); }
-    void setMaxPdnsConnPerBlock(int value) { maxPdnsConnPerBlock = value; }
-    bool hasMaxPdnsConnPerBlock() const { return maxPdnsConnPerBlock.has_value(); }
-
-    int getMaxPdnConnTimer() const { return valueOf(maxPdnConnTimer); }
-    void setMaxPdnConnTimer(int value) { maxPdnConnTimer = value; }
-    bool hasMaxPdnConnTimer() const { return maxPdnConnTimer.has_value(); }
-
-    int getPdnReqWaitInterval() const { return valueOf(pdnReqWaitInterval); }
-    void setPdnReqWaitInterval(int value) { pdnReqWaitInterval = value; }
-    bool hasPdnReqWaitInterval() const { return pdnReqWaitInterval.has_value(); }
-
-    bool getIsApnDisabled() const { return valueOf(isApnDisabled); }
-    void setIsApnDisabled(bool value) { isApnDisabled = value; }
-    bool hasIsApnDisabled() const { return isApnDisabled.has_value(); }
-
-    bool getIsEmergencySupported() const { return valueOf(isEmergencySupported); }
-    void setIsEmergencySupported(bool value) { isEmergencySupported = value; }
-    bool hasIsEmergencySupported() const { return isEmergencySupported.has_value(); }
-
+    KIV_SETTING(IPType, OverrideHomeIPType, overrideHomeIPType)
+    KIV_SETTING(IPType, LteRoamIPType, lteRoamIPType)
+    KIV_SETTING(IPType, UmtsRoamIPType, umtsRoamIPType)
+    KIV_SETTING(int, MaxPdnsConnPerBlock, maxPdnsConnPerBlock)
+    KIV_SETTING(int, MaxPdnConnTimer, maxPdnConnTimer)
+    KIV_SETTING(int, PdnReqWaitInterval, pdnReqWaitInterval)
+    KIV_SETTING(bool, IsApnDisabled, isApnDisabled)
+    KIV_SETTING(bool, IsEmergencySupported, isEmergencySupported)
 private:
     /// The 3GPP settings that are a ProfileParams' own, unconverted.
     struct PlainSettings;
@@ -295,12 +218,11 @@ public:
     explicit Modem3gpp2Profile(const ProfileParams& params);
     Modem3gpp2Profile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
 
+    bool match(const FilterProfileParams& filter) const override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& modification) const override;
     ProfileParams get() const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;
     wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const override;
-    void readInto(ProfileParams& out) const override;
-    bool matchNamed(const FilterProfileParams& filter, const NormalApnName& name) const override;
 
 private:
     void writeSettings(wds_profile_settings_type_v01& settings) const;

@@ -1,6 +1,7 @@
 #ifndef KIVR_SRC_MODEMPROFILESETTINGS_H
 #define KIVR_SRC_MODEMPROFILESETTINGS_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -15,31 +16,11 @@
 // What the modem profiles do with their settings, told once for all settings of a kind.
 namespace kiv {
 
-/// A setting that a modem profile and a ProfileParams hold in the same form.
-template <class Profile, class Value>
-struct Setting {
-    std::optional<Value> Profile::*field;
-    std::optional<Value> ProfileParams::*param;
-};
-
-template <class Profile, class Value>
-constexpr Setting<Profile, Value> setting(std::optional<Value> Profile::*field,
-                                          std::optional<Value> ProfileParams::*param) {
-    return {field, param};
-}
-
-/// Calls action with each setting of a tuple of settings, in order.
+/// Calls action with the two places of each setting in order: the profile's field and the params'.
+/// Settings is a tuple of such pairs.
 template <class Settings, class Action>
 void forEach(const Settings& settings, Action action) {
-    std::apply([&](const auto&... one) { (action(one), ...); }, settings);
-}
-
-/// A bit for each setting, in order: whether it is there.
-template <class Settings, class IsThere>
-uint64_t settingBits(const Settings& settings, IsThere isThere) {
-    uint64_t bits = 0;
-    forEach(settings, [&](const auto& one) { bits = bits << 1 | (isThere(one) ? 1 : 0); });
-    return bits;
+    std::apply([&](const auto&... one) { (action(one.first, one.second), ...); }, settings);
 }
 
 /// Takes over the value of other, if it has one.
@@ -51,48 +32,55 @@ void mergeField(std::optional<Value>& field, const std::optional<Value>& other) 
 }
 
 /// The params have the setting, and the profile lacks it or has another value.
-template <class Profile, class OneSetting>
-bool differs(const Profile& profile, const OneSetting& one, const ProfileParams& params) {
-    return params.*one.param && profile.*one.field != params.*one.param;
+template <class Value>
+bool differs(const std::optional<Value>& field, const std::optional<Value>& param) {
+    return param && field != param;
 }
 
 /// Stores what the params have.
 template <class Profile, class Settings>
 void copySettings(Profile& profile, const Settings& settings, const ProfileParams& params) {
-    forEach(settings, [&](const auto& one) { mergeField(profile.*one.field, params.*one.param); });
+    forEach(settings, [&](auto field, auto param) { mergeField(profile.*field, params.*param); });
 }
 
 /// Whether the profile has all that the params have.
 template <class Profile, class Settings>
 bool matchSettings(const Profile& profile, const Settings& settings, const ProfileParams& params) {
     bool matches = true;
-    forEach(settings,
-            [&](const auto& one) { matches = matches && !differs(profile, one, params); });
+    forEach(settings, [&](auto field, auto param) {
+        matches = matches && !differs(profile.*field, params.*param);
+    });
     return matches;
 }
 
 /// Puts what the params would change into out, and sets changed if that is anything.
+template <class Value>
+void diffField(const std::optional<Value>& field, const std::optional<Value>& param,
+               std::optional<Value>& out, bool& changed) {
+    if (differs(field, param)) {
+        out = param;
+        changed = true;
+    }
+}
+
 template <class Profile, class Settings>
 void diffSettings(const Profile& profile, const Settings& settings, const ProfileParams& params,
                   ProfileParams& out, bool& changed) {
-    forEach(settings, [&](const auto& one) {
-        if (differs(profile, one, params)) {
-            out.*one.param = params.*one.param;
-            changed = true;
-        }
+    forEach(settings, [&](auto field, auto param) {
+        diffField(profile.*field, params.*param, out.*param, changed);
     });
 }
 
 /// Puts what the profile has into out.
 template <class Profile, class Settings>
 void reportSettings(const Profile& profile, const Settings& settings, ProfileParams& out) {
-    forEach(settings, [&](const auto& one) { mergeField(out.*one.param, profile.*one.field); });
+    forEach(settings, [&](auto field, auto param) { mergeField(out.*param, profile.*field); });
 }
 
 /// Takes over what other has.
 template <class Profile, class Settings>
 void mergeSettings(Profile& profile, const Settings& settings, const Profile& other) {
-    forEach(settings, [&](const auto& one) { mergeField(profile.*one.field, other.*one.field); });
+    forEach(settings, [&](auto field, auto) { mergeField(profile.*field, other.*field); });
 }
 
 /// Whether an IP type fits the filter's: equal, or by the looser rules that the filter allows.
@@ -130,12 +118,13 @@ void readMember(std::optional<Value>& field, uint8_t valid, Member member,
     }
 }
 
-/// Cut to what the member holds before its terminating zero. The member is all zero before.
+/// Cut at a zero byte, and to what the member holds before its terminating zero. The member is all
+/// zero before.
 template <size_t size>
 void writeText(uint8_t& valid, char (&member)[size], const std::optional<std::string>& field) {
     if (field) {
         valid = 1;
-        field->copy(member, size - 1);
+        field->copy(member, std::min(field->find('\0'), size - 1));
     }
 }
 

@@ -1,13 +1,10 @@
 #include "ProfileCache.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <limits>
 #include <new>
 #include <utility>
-
-#include "LogWrapper.h"
 
 namespace kiv {
 
@@ -29,8 +26,19 @@ std::shared_ptr<ModemProfile> makeProfile(const AddProfileParams& params) {
     return nullptr;
 }
 
-std::string dumpProfile(const std::shared_ptr<ModemProfile>& profile) {
-    return profile ? profile->dump() : "null";
+/// The report that the modem will make of a change to the profile by this library.
+ProfileChangedInd echoOf(const ModemProfile& profile, ProfileChangeEvent event) {
+    return {profile.getTechType(), profile.getProfileId(), event};
+}
+
+/// Without memory for the text the line is lost, and nothing else.
+template <class Dumped>
+void logDump(const char* label, const Dumped& dumped) {
+    try {
+        KIV_LOG_TEXT(EVENT, label, dumped.dump());
+    } catch (const std::bad_alloc&) {
+        return;
+    }
 }
 
 }  // namespace
@@ -43,15 +51,7 @@ ProfileCache::ProfileCache(EventManager& eventManager, int bindValue, RequestFun
     proxy.registerIndicationLost([this] { refresh(); });
 }
 
-ProfileCache::~ProfileCache() {
-    Entries dropped;
-    {
-        std::lock_guard lock(mutex);
-        pending.clear();
-        dropped.swap(entries);
-    }
-    drop(dropped);
-}
+ProfileCache::~ProfileCache() { dropAll(); }
 
 uint64_t ProfileCache::generateToken() {
     static std::atomic<uint64_t> counter{0};
@@ -60,6 +60,26 @@ uint64_t ProfileCache::generateToken() {
         abort();
     }
     return token;
+}
+
+/// One by one, so that listeners are called in the same order with every C++ library.
+void ProfileCache::dropAll() {
+    for (auto& [token, profile] : contents.takeAll()) {
+        profile.reset();
+    }
+}
+
+/// The profile of a key; logs at missing if its token is not known.
+std::optional<ProfileCache::Profile> ProfileCache::find(const std::shared_ptr<ProfileKey>& key,
+                                                        LogLevel missing) {
+    if (!key) {
+        return std::nullopt;
+    }
+    std::optional<Profile> found = contents.find(key->getToken());
+    if (!found) {
+        LogWrapper::getInstance().log(missing, kLogTag, "%s", kTokenMissing);
+    }
+    return found;
 }
 
 // Requests.
@@ -76,21 +96,22 @@ bool ProfileCache::refresh() {
 
 void ProfileCache::readAll() {
     if (proxy.takeIndicationLost()) {
-        forgetExpectedChanges();
+        // The lost indication may have reported an expected change, which would then hide a change
+        // by another party. A creation, taken for another party's, would be cached twice.
+        contents.forgetExpectedButCreations();
     }
     // Meant: what the modem has yet to confirm stays expected.
-    {
-        Entries dropped;
-        {
-            std::lock_guard lock(mutex);
-            dropped.swap(entries);
-        }
-        drop(dropped);
-    }
+    dropAll();
+    CacheContents::Profiles read;
+    std::vector<std::string> lines = {"Refreshed Profiles:"};
     for (Profile& profile : proxy.getAllProfiles()) {
-        insert(generateToken(), std::move(profile));
+        lines.push_back(CacheContents::dumpProfile(profile));
+        read.emplace(generateToken(), std::move(profile));
     }
-    logRefreshed();
+    contents.insert(read);
+    for (const std::string& line : lines) {
+        KIV_LOG_TEXT(EVENT, line);
+    }
 }
 
 std::shared_ptr<ProfileKey> ProfileCache::add(const AddProfileParams& params) {
@@ -103,111 +124,92 @@ std::shared_ptr<ProfileKey> ProfileCache::add(const AddProfileParams& params) {
     }
     profile->setIsPersistent(params.getIsPersistent());
     profile->setIsKivCreated(true);
+    CacheContents::Profiles added = {{token, profile}};
+    // The modem reports a creation as a creation followed by a modification.
+    CacheContents::Changes echoes = {echoOf(*profile, ProfileChangeEvent::Create),
+                                     echoOf(*profile, ProfileChangeEvent::Modify)};
+    auto key = std::make_shared<ProfileKey>(profile->getTechType(), std::nullopt, token, requestFn);
     if (!proxy.add(*profile)) {
         return nullptr;
     }
-    try {
-        profile->incRefCount();
-        insert(token, profile);
-        // The modem reports a creation as a creation followed by a modification.
-        expect(*profile, ProfileChangeEvent::Create);
-        expect(*profile, ProfileChangeEvent::Modify);
-        KIV_LOG(EVENT, "Added: %s", profile->dump().c_str());
-        return std::make_shared<ProfileKey>(profile->getTechType(), profile->getProfileId(), token,
-                                            requestFn);
-    } catch (const std::bad_alloc&) {
-        // Nobody would ever release it.
-        erase(token);
-        proxy.remove(profile->getTechType(), profile->getProfileId());
-        throw;
+    key->setProfileId(profile->getProfileId());
+    for (ProfileChangedInd& echo : echoes) {
+        echo.profileId = profile->getProfileId();
     }
+    profile->incRefCount();
+    contents.insert(added);
+    contents.expect(echoes);
+    logDump("Added: ", *profile);
+    return key;
 }
 
 bool ProfileCache::modify(const ModifyProfileParams& params,
                           const std::shared_ptr<ProfileKey>& key) {
     // Meant: an event here, an error in the other operations.
-    Entry* const found = find(key, LogLevel::EVENT);
+    const std::optional<Profile> found = find(key, LogLevel::EVENT);
     if (!found) {
         return false;
     }
-    const Profile profile = found->profile;
+    const Profile& profile = *found;
     if (!profile) {
         return true;
     }
-    const std::shared_ptr<ModemProfile> diff = profile->diff(params);
-    if (!diff) {
+    const Profile difference = profile->diff(params);
+    if (!difference) {
         KIV_LOG(EVENT, "ProfileCache: profile is unchanged");
         return true;
     }
-    // What the modem reports of it must not be taken for somebody else's change, for lack of
-    // memory.
-    std::list<ProfileChangedInd> expected = {
-        {profile->getTechType(), profile->getProfileId(), ProfileChangeEvent::Modify}};
-    if (!proxy.modify(*diff, profile->getTechType(), profile->getProfileId())) {
+    const std::string line = "Diff: " + difference->dump();
+    CacheContents::Changes echo = {echoOf(*profile, ProfileChangeEvent::Modify)};
+    if (!proxy.modify(*difference, profile->getTechType(), profile->getProfileId())) {
         // Meant: what the modem refuses is told by the log only.
         KIV_LOG(ERROR, "ProfileCache: failed to modify modem profile");
         return true;
     }
-    {
-        std::lock_guard lock(mutex);
-        found->apply(diff);
-        pending.splice(pending.end(), expected);
-    }
-    KIV_LOG(EVENT, "Diff: %s", diff->dump().c_str());
+    contents.apply(*profile, difference);
+    contents.expect(echo);
+    KIV_LOG_TEXT(EVENT, line);
     return true;
 }
 
 bool ProfileCache::remove(const std::shared_ptr<ProfileKey>& key) {
-    const Entry* const found = find(key, LogLevel::ERROR);
+    const std::optional<Profile> found = find(key, LogLevel::ERROR);
     if (!found) {
         return false;
     }
-    const Profile profile = found->profile;
+    CacheContents::Changes echo;
+    if (*found) {
+        echo.push_back(echoOf(**found, ProfileChangeEvent::Delete));
+    }
     if (!proxy.remove(key->getTechType(), key->getProfileId())) {
         // The capital is meant.
         KIV_LOG(ERROR, "ProfileCache: Failed to remove profile");
         return false;
     }
-    erase(key->getToken());
-    if (profile) {
-        expect(*profile, ProfileChangeEvent::Delete);
-    }
+    contents.take(key->getToken());
+    contents.expect(echo);
     return true;
 }
 
 bool ProfileCache::match(const FilterProfileParams& params,
                          const std::shared_ptr<ProfileKey>& key) {
-    const Entry* const found = find(key, LogLevel::ERROR);
-    return found && found->profile && found->profile->match(params);
+    const std::optional<Profile> found = find(key, LogLevel::ERROR);
+    return found && *found && (*found)->match(params);
 }
 
 std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>& key) {
-    std::optional<ProfileParams> params;
-    const Entry* const found = find(key, LogLevel::ERROR);
-    if (found && found->profile) {
-        found->profile->readInto(params.emplace());
+    const std::optional<Profile> found = find(key, LogLevel::ERROR);
+    if (!found || !*found) {
+        return std::nullopt;
     }
-    return params;
+    return (*found)->get();
 }
 
 std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileParams& params) {
-    const ProfileGlance glance = ModemProfile::glanceFor(params);
-    const ModemProfile::NormalApnName name(params);
-    std::vector<std::pair<uint64_t, Profile>> found;
-    size_t unreadable = 0;
-    {
-        std::lock_guard lock(mutex);
-        for (const Entry& entry : entries) {
-            if (!entry.profile) {
-                ++unreadable;
-            } else if (glance.mayMatch(entry.summary) && entry.profile->matchNamed(params, name)) {
-                found.emplace_back(entry.token, entry.profile);
-            }
-        }
-    }
-    // Outside the lock, and counted one by one: those made go again where memory runs out.
+    int unreadable = 0;
     std::list<std::shared_ptr<ProfileKey>> keys;
-    for (const auto& [token, profile] : found) {
+    // Counted one by one: where memory runs out, the keys that were made are released.
+    for (const auto& [token, profile] : contents.matching(params, unreadable)) {
         auto key = std::make_shared<ProfileKey>(profile->getTechType(), profile->getProfileId(),
                                                 token, requestFn);
         profile->incRefCount();
@@ -222,11 +224,11 @@ std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileP
 bool ProfileCache::registerExpirationListener(std::function<void()> callback,
                                               std::weak_ptr<IProfileKey> key, uint64_t token) {
     KIV_LOG(VERBOSE, "ProfileCache: registerExpirationListener %d", static_cast<int>(token));
-    const Entry* const found = find(token);
+    const std::optional<Profile> found = contents.find(token);
     if (!found) {
         KIV_LOG(ERROR, "%s", kTokenMissing);
-    } else if (found->profile) {
-        found->profile->registerExpirationListener(std::move(callback), std::move(key));
+    } else if (*found) {
+        (*found)->registerExpirationListener(std::move(callback), std::move(key));
     }
     // Meant: false in every case; nobody depends on it.
     return false;
@@ -234,12 +236,12 @@ bool ProfileCache::registerExpirationListener(std::function<void()> callback,
 
 bool ProfileCache::releaseProfile(uint64_t token) {
     KIV_LOG(EVENT, "ProfileCache: releaseProfile token=%d", static_cast<int>(token));
-    const Entry* const found = find(token);
+    const std::optional<Profile> found = contents.find(token);
     if (!found) {
         KIV_LOG(ERROR, "%s", kTokenMissing);
         return false;
     }
-    const Profile profile = found->profile;
+    const Profile& profile = *found;
     if (!profile) {
         return false;
     }
@@ -253,22 +255,23 @@ bool ProfileCache::releaseProfile(uint64_t token) {
         KIV_LOG(EVENT, "ProfileCache: ignoring non-persistent or non-kiv created");
         return true;
     }
+    CacheContents::Changes echo = {echoOf(*profile, ProfileChangeEvent::Delete)};
     if (!proxy.remove(profile->getTechType(), profile->getProfileId())) {
         KIV_LOG(ERROR, "ProfileCache: failed to release profile");
         return false;
     }
     profile->decRefCount();
     KIV_LOG(EVENT, "Released profile %d", profile->getProfileId());
-    expect(*profile, ProfileChangeEvent::Delete);
-    erase(token);
+    contents.expect(echo);
+    contents.take(token);
     return true;
 }
 
 // Indications.
 
 void ProfileCache::onIndication(ProfileChangedInd ind) {
-    KIV_LOG(EVENT, "ProfileCache: onIndication < %s", ind.dump().c_str());
-    if (confirm(ind)) {
+    logDump("ProfileCache: onIndication < ", ind);
+    if (contents.confirm(ind)) {
         KIV_LOG(EVENT, "ProfileCache: pending transaction confirmed");
         return;
     }
@@ -276,30 +279,23 @@ void ProfileCache::onIndication(ProfileChangedInd ind) {
     update(ind);
 }
 
-/// What was lost may have been the echo of a change of ours, which would hide one of another party.
-/// Not a creation's: taken for another party's it would be cached twice.
-void ProfileCache::forgetExpectedChanges() {
-    std::lock_guard lock(mutex);
-    pending.remove_if([](const ProfileChangedInd& expected) {
-        return expected.event != ProfileChangeEvent::Create;
-    });
-}
-
 void ProfileCache::update(const ProfileChangedInd& ind) {
     switch (ind.event) {
         case ProfileChangeEvent::Create: {
             const uint64_t token = generateToken();
-            insert(token, proxy.get(ind.techType, ind.profileId));
+            CacheContents::Profiles created = {{token, proxy.get(ind.techType, ind.profileId)}};
+            contents.insert(created);
             return;
         }
         case ProfileChangeEvent::Delete:
-            for (const uint64_t token : tokensOf(ind.techType, ind.profileId)) {
-                erase(token);
+            for (const uint64_t token : contents.tokensOf(ind.techType, ind.profileId)) {
+                contents.take(token);
             }
             return;
         case ProfileChangeEvent::Modify:
-            for (const uint64_t token : tokensOf(ind.techType, ind.profileId)) {
-                replace(token, proxy.get(ind.techType, ind.profileId));
+            for (const uint64_t token : contents.tokensOf(ind.techType, ind.profileId)) {
+                Profile profile = proxy.get(ind.techType, ind.profileId);
+                contents.exchange(token, profile);
             }
             return;
         case ProfileChangeEvent::SubscriptionChange:
@@ -308,145 +304,6 @@ void ProfileCache::update(const ProfileChangedInd& ind) {
             return;
     }
     KIV_LOG(ERROR, "Invalid ProfileChangedEvent");
-}
-
-/// Notes that the modem will report a change of ours.
-void ProfileCache::expect(const ModemProfile& profile, ProfileChangeEvent event) {
-    std::lock_guard lock(mutex);
-    pending.push_back({profile.getTechType(), profile.getProfileId(), event});
-}
-
-/// Whether the change is one of ours; then it is not expected any more.
-bool ProfileCache::confirm(const ProfileChangedInd& ind) {
-    std::lock_guard lock(mutex);
-    const auto found = std::find(pending.begin(), pending.end(), ind);
-    if (found == pending.end()) {
-        return false;
-    }
-    pending.erase(found);
-    return true;
-}
-
-// Contents.
-
-ProfileCache::Entry::Entry(uint64_t tokenValue, Profile profileValue)
-    : token(tokenValue), profile(std::move(profileValue)) {
-    summarise();
-}
-
-void ProfileCache::Entry::apply(const Profile& diff) {
-    try {
-        profile->apply(diff);
-    } catch (const std::bad_alloc&) {
-        // A part of it has changed.
-        summarise();
-        throw;
-    }
-    summarise();
-}
-
-/// With no lock held, for the profiles call their listeners: in this order with every C++ library.
-void ProfileCache::drop(Entries& dropped) {
-    for (Entry& entry : dropped) {
-        entry.profile.reset();
-    }
-}
-
-void ProfileCache::Entry::summarise() { summary = profile ? profile->summary() : 0; }
-
-ProfileCache::Entries::iterator ProfileCache::locate(uint64_t token) {
-    const auto found =
-        std::lower_bound(entries.begin(), entries.end(), token,
-                         [](const Entry& entry, uint64_t wanted) { return entry.token < wanted; });
-    return found != entries.end() && found->token == token ? found : entries.end();
-}
-
-/// Without the lock: nobody but this thread changes the entries.
-ProfileCache::Entry* ProfileCache::find(uint64_t token) {
-    const auto found = locate(token);
-    return found == entries.end() ? nullptr : &*found;
-}
-
-ProfileCache::Entry* ProfileCache::find(const std::shared_ptr<ProfileKey>& key, LogLevel missing) {
-    if (!key) {
-        return nullptr;
-    }
-    Entry* const found = find(key->getToken());
-    if (!found) {
-        LogWrapper::getInstance().log(missing, kLogTag, "%s", kTokenMissing);
-    }
-    return found;
-}
-
-void ProfileCache::insert(uint64_t token, Profile profile) {
-    Entry entry(token, std::move(profile));
-    std::lock_guard lock(mutex);
-    // Tokens only grow, so that the order holds.
-    entries.push_back(std::move(entry));
-}
-
-void ProfileCache::replace(uint64_t token, Profile profile) {
-    Entry entry(token, std::move(profile));
-    {
-        std::lock_guard lock(mutex);
-        const auto found = locate(token);
-        if (found != entries.end()) {
-            std::swap(*found, entry);
-        }
-    }
-    // The profile of before goes here, outside the lock: it calls its listeners.
-}
-
-void ProfileCache::erase(uint64_t token) {
-    Profile dropped;
-    {
-        std::lock_guard lock(mutex);
-        const auto found = locate(token);
-        if (found != entries.end()) {
-            dropped.swap(found->profile);
-            entries.erase(found);
-        }
-    }
-    // The profile goes here, outside the lock: it calls its listeners.
-}
-
-std::vector<uint64_t> ProfileCache::tokensOf(TechType techType, int profileId) {
-    std::vector<uint64_t> tokens;
-    std::lock_guard lock(mutex);
-    for (const Entry& entry : entries) {
-        const Profile& profile = entry.profile;
-        if (profile && profile->getTechType() == techType && profile->getProfileId() == profileId) {
-            tokens.push_back(entry.token);
-        }
-    }
-    return tokens;
-}
-
-void ProfileCache::logRefreshed() {
-    std::vector<std::string> lines;
-    {
-        std::lock_guard lock(mutex);
-        for (const Entry& entry : entries) {
-            lines.push_back(dumpProfile(entry.profile));
-        }
-    }
-    KIV_LOG(EVENT, "Refreshed Profiles:");
-    for (const std::string& line : lines) {
-        KIV_LOG_TEXT(EVENT, line);
-    }
-}
-
-std::vector<std::string> ProfileCache::dump() {
-    std::lock_guard lock(mutex);
-    std::vector<std::string> lines = {"Cache:"};
-    for (const Entry& entry : entries) {
-        lines.push_back("  " + std::to_string(entry.token) + ": " + dumpProfile(entry.profile));
-    }
-    lines.push_back("Pending:");
-    for (const ProfileChangedInd& ind : pending) {
-        lines.push_back("  " + ind.dump());
-    }
-    return lines;
 }
 
 }  // namespace kiv

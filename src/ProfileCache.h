@@ -5,12 +5,12 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "AddProfileParams.h"
+#include "CacheContents.h"
 #include "EventManager.h"
 #include "FilterProfileParams.h"
 #include "LogWrapper.h"
@@ -20,20 +20,19 @@
 #include "ProfileKey.h"
 #include "RavWdsProxy.h"
 #include "RequestFunction.h"
-#include "ThreadSafety.h"
 
 namespace kiv {
 
 /// The library's copy of every profile in the modem, and the keys that clients hold on them.
 ///
 /// Threads: everything on the worker thread, but for dump, which any thread may call at any
-/// moment. Only the worker thread changes the cache; its mutex is there for dump, and is never
-/// held while the modem is asked, a line is logged or a profile is dropped, since a dropped
-/// profile calls its listeners.
+/// moment.
 /// Ownership: owned by the ClientRequestManager; owns the profiles and the proxy. A key does not
 /// own its profile: it names it by a token.
 /// Blocking: as the modem's answers do, up to 1000 ms for each request.
 /// Re-entrancy: listeners that run inside an operation must not call another.
+/// Without memory an operation throws std::bad_alloc. What changes the modem takes all its memory
+/// first: it throws before the modem is asked, or not at all.
 class ProfileCache {
 public:
     /// Does not read the modem: the cache is empty until the first refresh.
@@ -64,45 +63,17 @@ public:
     void onIndication(ProfileChangedInd ind);
 
     /// The profiles and the indications that are still expected. Any thread.
-    std::vector<std::string> dump() KIV_EXCLUDES(mutex);
+    std::vector<std::string> dump() { return contents.dump(); }
 
     /// A number that no profile had yet in this process. Aborts when there are no more.
     static uint64_t generateToken();
 
 private:
-    using Profile = std::shared_ptr<ModemProfile>;
-
-    struct Entry {
-        Entry(uint64_t token, Profile profile);
-        /// Changes the profile, which must be there.
-        void apply(const Profile& diff);
-
-        uint64_t token;
-        uint64_t summary = 0;  ///< the profile's, kept here so that a search need not read it
-        Profile profile;       ///< empty if the modem would not tell
-
-    private:
-        void summarise();
-    };
-    using Entries = std::vector<Entry>;
+    using Profile = CacheContents::Profile;
 
     void readAll();
-    static void drop(Entries& dropped);
-    void forgetExpectedChanges();
-    /// The entry of the token, until the cache next changes; null if the token is not known.
-    Entry* find(uint64_t token) KIV_UNCHECKED;
-    /// The same for a key; logs at missing if its token is not known.
-    Entry* find(const std::shared_ptr<ProfileKey>& key, LogLevel missing);
-    /// Where the token is, or the end.
-    Entries::iterator locate(uint64_t token) KIV_REQUIRES(mutex);
-    void insert(uint64_t token, Profile profile) KIV_EXCLUDES(mutex);
-    void replace(uint64_t token, Profile profile) KIV_EXCLUDES(mutex);
-    void erase(uint64_t token) KIV_EXCLUDES(mutex);
-    std::vector<uint64_t> tokensOf(TechType techType, int profileId) KIV_EXCLUDES(mutex);
-    void logRefreshed() KIV_EXCLUDES(mutex);
-
-    void expect(const ModemProfile& profile, ProfileChangeEvent event) KIV_EXCLUDES(mutex);
-    bool confirm(const ProfileChangedInd& ind) KIV_EXCLUDES(mutex);
+    void dropAll();
+    std::optional<Profile> find(const std::shared_ptr<ProfileKey>& key, LogLevel missing);
     void update(const ProfileChangedInd& ind);
 
     // Constant.
@@ -112,10 +83,8 @@ private:
     // Worker thread only.
     RavWdsProxy proxy;
 
-    // Guarded; so are the settings of the profiles within.
-    std::mutex mutex;
-    Entries entries KIV_GUARDED_BY(mutex);  ///< by token, the smallest first
-    std::list<ProfileChangedInd> pending KIV_GUARDED_BY(mutex);
+    // Self-synchronised.
+    CacheContents contents;
 };
 
 }  // namespace kiv

@@ -13,6 +13,9 @@ IProfileKey::IProfileKey() = default;
 IProfileKey::~IProfileKey() = default;
 
 ProfileKey::~ProfileKey() {
+    if (!profileId) {
+        return;
+    }
     try {
         auto request = std::make_shared<CallbackRequest>();
         request->setReleaseToken(token);
@@ -39,7 +42,7 @@ void ProfileKey::registerExpirationListener(std::function<void()> callback) {
 std::string ProfileKey::dump() {
     std::string text;
     appendText(text, techType);
-    text.append(":").append(std::to_string(profileId));
+    text.append(":").append(std::to_string(getProfileId()));
     text.append(" token=").append(std::to_string(token));
     return text;
 }

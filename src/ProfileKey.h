@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -16,24 +17,29 @@ namespace kiv {
 /// ownership and blocking.
 class ProfileKey final : public IProfileKey {
 public:
-    /// The cache always gives a requestFn. With an empty one registerExpirationListener throws
-    /// std::bad_function_call, and the destructor posts nothing.
-    ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn)
+    /// Without a profile id for a profile that the modem is yet to create. The cache always gives a
+    /// requestFn. With an empty one registerExpirationListener throws std::bad_function_call, and
+    /// the destructor posts nothing.
+    ProfileKey(TechType techType, std::optional<int> profileId, uint64_t token,
+               RequestFunction requestFn)
         : techType(techType), profileId(profileId), token(token), requestFn(std::move(requestFn)) {}
-    /// Posts the release of the token, once.
+    /// Posts the release of the token, once; nothing if there never was a profile.
     ~ProfileKey() override;
 
-    int getProfileId() override { return profileId; }
+    int getProfileId() override { return profileId.value_or(-1); }
     TechType getTechType() override { return techType; }
     void registerExpirationListener(std::function<void()> callback) override;
     std::string dump() override;
+
+    /// The modem has created the profile. Before any client has the key.
+    void setProfileId(int value) { profileId = value; }
 
     /// The cache's name for the profile.
     uint64_t getToken() const { return token; }
 
 private:
     const TechType techType;
-    const int profileId;
+    std::optional<int> profileId;
     const uint64_t token;
     const RequestFunction requestFn;
 };

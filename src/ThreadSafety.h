@@ -18,8 +18,6 @@
 #define KIV_EXCLUDES(mutex) KIV_THREAD_ATTRIBUTE(locks_excluded(mutex))
 #define KIV_ACQUIRE(mutex) KIV_THREAD_ATTRIBUTE(acquire_capability(mutex))
 #define KIV_RELEASE(...) KIV_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-/// For a function that may do without the lock, and says why.
-#define KIV_UNCHECKED KIV_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 #define KIV_SCOPED_LOCK KIV_THREAD_ATTRIBUTE(scoped_lockable)
 
 namespace kiv {

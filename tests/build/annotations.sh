@@ -29,14 +29,13 @@ ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.move({}, m.spares);|yes
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.passMailbox();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.deferred.clear();|yes/no
 EventManager.h|EventManager& m|m.mutex|m.handlers.clear();|yes/no
-ProfileCache.h|ProfileCache& c|c.mutex|c.pending.clear();|yes/no
-ProfileCache.h|ProfileCache& c|c.mutex|c.entries.clear();|yes/no
-ProfileCache.h|ProfileCache& c|c.mutex|c.locate(0);|yes/no
+CacheContents.h|CacheContents& c|c.mutex|c.profiles.clear();|yes/no
+CacheContents.h|CacheContents& c|c.mutex|c.expected.clear();|yes/no
 RavWdsProxy.h|RavWdsProxy& p|p.indQueueMutex|p.indQueue.clear();|yes/no
 LogWrapper.h|LogWrapper& w|w.replacedMutex|w.replaced.reset();|yes/no
 LocalLogBuffer.h|LocalLogBuffer& b|b.mutex|b.logs.clear();|yes/no
 ClientRequestManager.h|ClientRequestManager& m|m.mutex|m.serveRequest();|no/yes
-ProfileCache.h|ProfileCache& c|c.mutex|c.erase(0);|no/yes
+CacheContents.h|CacheContents& c|c.mutex|c.take(0);|no/yes
 RequestGate.h|RequestGate& g|g.mutex|g.leave();|no/yes
 TABLE
 exit $failed

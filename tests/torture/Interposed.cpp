@@ -19,6 +19,7 @@ std::atomic<Call> tortured{Call::Memory};
 std::atomic<int> callsLeft{0};  // until one fails; none does at 0 and below
 std::atomic<bool> failed{false};
 thread_local bool ofLibrary = false;
+thread_local bool tortures = false;
 
 bool fails(Call call) {
     const bool now = ofLibrary && tortured == call && callsLeft > 0 && --callsLeft == 0;
@@ -48,9 +49,13 @@ Torture::Torture(Call call, int nth) {
     tortured = call;
     failed = false;
     callsLeft = nth;
+    tortures = true;
 }
 
-Torture::~Torture() { callsLeft = 0; }
+Torture::~Torture() {
+    callsLeft = 0;
+    tortures = false;
+}
 
 bool Torture::struck() const { return failed; }
 
@@ -60,6 +65,7 @@ using kiv::test::Call;
 using kiv::test::fails;
 using kiv::test::failure;
 using kiv::test::OnBehalfOf;
+using kiv::test::tortures;
 
 #define INTERPOSED(type, name, parameters, arguments, ...) \
     type __real_##name parameters;                         \
@@ -125,7 +131,8 @@ int __wrap_rav_client_init(const rav_service_info* info, rav_service_object_type
 }
 
 void* operator new(size_t size) {
-    void* const memory = fails(Call::Memory) ? nullptr : malloc(size);
+    const bool fail = fails(Call::Memory) || (tortures && fails(Call::MemoryOfThisThread));
+    void* const memory = fail ? nullptr : malloc(size);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }

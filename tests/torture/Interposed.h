@@ -5,7 +5,17 @@ namespace kiv::test {
 
 /// What the library asks of the system, and may not get. CMakeLists.txt puts the functions here in
 /// place of those that the library calls.
-enum class Call { EventFd, EpollCreate, EpollControl, EpollWait, Read, Write, Thread, Memory };
+enum class Call {
+    EventFd,
+    EpollCreate,
+    EpollControl,
+    EpollWait,
+    Read,
+    Write,
+    Thread,
+    Memory,
+    MemoryOfThisThread  ///< of the one that tortures; the modem's callbacks get all theirs
+};
 
 /// While it lives, what its thread runs counts as the library's, or as not. The worker thread and
 /// the modem's callbacks count as the library's, the modem itself does not.

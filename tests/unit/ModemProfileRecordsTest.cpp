@@ -89,9 +89,13 @@ TEST_F(ModemProfileRecords, AreReadAndWrittenToTheByte) {
 TEST_F(ModemProfileRecords, TextsAndNumbersAreCutWhenWritten) {
     Modem3gppProfile profile{ProfileParams()};
     profile.setApnName(std::string(151, 'a'));
+    profile.setUserName(std::string("me\0junk", 7));
+    profile.setPassword(std::string("\0junk", 5));
     profile.setMaxPdnConnTimer(0x10002);
     auto s = recordOf<Settings>(0);
     setText(s.apn_name_valid, s.apn_name, std::string(150, 'a'));
+    setText(s.user_name_valid, s.user_name, "me");
+    setText(s.password_valid, s.password, "");
     setMember(s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer, 2);
     EXPECT_EQ(firstDifference(profile.constructAddRequest().settings, s), sizeof(s));
 }

@@ -31,7 +31,7 @@ protected:
             events, 0, [this](const std::shared_ptr<ClientRequest>& request) {
                 const auto callback = std::dynamic_pointer_cast<CallbackRequest>(request);
                 if (callback->hasReleaseToken()) {
-                    released = cache->releaseProfile(callback->getReleaseToken());
+                    cache->releaseProfile(callback->getReleaseToken());
                 }
                 return nullptr;
             });
@@ -57,7 +57,6 @@ protected:
 
     EventManager events;
     std::unique_ptr<ProfileCache> cache;
-    std::optional<bool> released;
 };
 
 TEST_F(ProfileCacheTest, RegistersWithTheModemOnceTheServiceIsUp) {
