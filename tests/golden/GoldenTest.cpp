@@ -215,7 +215,8 @@ TEST_F(GoldenTest, Keys) {
     STEP(refuse(Delete); k[0].reset());
     STEP(k[0] = add({"fourth"}); k[1] = add({"fifth"}); k[2] = find(3); k[3] = find(3));
     STEP(k[0]->registerExpirationListener([&] {
-        modify(k[1], {"in a listener"});
+        everyOperation(manager, k[1]);
+        refresh();
         k[1]->registerExpirationListener([] {});
         k[1].reset();
         manager.init(1, true);
@@ -255,8 +256,10 @@ TEST_F(GoldenTest, Indications) {
         for (unsigned i = 10; i < 16; ++i)
             tell(i, WDS_PROFILE_CHANGE_MODIFIED_V01);
     }));
-    STEP(log.together([&] {
-        tell(1, WDS_PROFILE_CHANGE_READY_V01);
+    STEP(log.together([] {
+        for (unsigned i = 10; i < 15; ++i)
+            tell(i, WDS_PROFILE_CHANGE_READY_V01);
+        Transcript::waitUntilHeld();
         modem().stop();
     }));
 }
@@ -352,24 +355,30 @@ TEST_F(GoldenTest, LteAttach) {
     const auto attach = [&](const Settings& settings) {
         return util.findOrCreateProfileForLteAttach(with(settings));
     };
-    STEP(refuse(Create); attach({"ia", V4V6, V4}));
+    const auto deleteFirst = [] { modem().deleteProfile(WDS_PROFILE_TYPE_3GPP_V01, 1); };
+    STEP(create("modem", WDS_PDP_TYPE_IPV4V6_V01));
+    STEP(log.atLine("kiv Found a loose match", deleteFirst); attach({"modem", V4}));
+    STEP(create("modem", WDS_PDP_TYPE_IPV4V6_V01));
+    STEP(refuse(Create); log.atLine("Manager::filter <", deleteFirst); attach({"modem"}));
     STEP(attach({}));
     STEP(attach({"ia", V4V6, V4, 0x100, {}, "user"}));
     STEP(attach({"ia", V4V6, V4}));
-    STEP(attach({"other", V6}));
+    STEP(attach({"ia", V6}));
+    STEP(k[0] = add({"call", V4}));
+    STEP(attach({"call", V4}));
     STEP(create("modem", WDS_PDP_TYPE_IPV4V6_V01));
     STEP(attach({"modem", V4V6}));
     STEP(attach({"modem", V4, V4}));
-    STEP(attach({"modem"}));
-    STEP(k[0] = add({"call", V4}); attach({"call", V4}));
-    STEP(util.setProfileUpdateAllowed(true); attach({"call", V6}));
-    STEP(attach({"modem", V4}));
-    STEP(util.matchLteAttachProfileId(99, with({"modem"})));
-    STEP(util.matchLteAttachProfileId(k[0]->getProfileId(), with({"call"})));
-    STEP(util.matchLteAttachProfileId(1, with({"other", V6})));
-    STEP(util.matchLteAttachProfileId(2, everything()));
-    STEP(util.matchLteAttachProfileId(2, with({"modem", V4V6})));
-    STEP(util.setProfileUpdateAllowed(false); util.matchLteAttachProfileId(2, with({"modem", V6})));
+    STEP(util.setProfileUpdateAllowed(true); attach({"modem", V4}));
+    STEP(modify(find(1), {"ia"}); attach({"call", V6}));
+    const auto match = [&](int profileId, const Settings& settings) {
+        return util.matchLteAttachProfileId(profileId, with(settings));
+    };
+    STEP(match(99, {"modem"}));
+    STEP(match(k[0]->getProfileId(), {"call"}));
+    STEP(match(1, {"call", V6}); match(3, {"modem", V6}));
+    STEP(util.setProfileUpdateAllowed(false); match(3, {"modem", V4V6}));
+    STEP(log.atLine("Manager::filter <", deleteFirst); match(1, {}));
 }
 
 TEST_F(GoldenTest, ApnClasses) {
@@ -382,7 +391,13 @@ TEST_F(GoldenTest, ApnClasses) {
     STEP(util.updateModemProfileByApnClass({all.front()}, {all.front()}));
     STEP(refuse(Modify);
          util.updateModemProfileByApnClass({with({"new", V4, {}, {}, ApnClass::IMS})}, {}));
-    STEP(util.updateModemProfileByApnClass({}, {}));
+    emulator::Fault fault;
+    fault.messageId = Modify;
+    fault.consequences.push_back({emulator::Moment::AfterReply,
+                                  {.kind = emulator::Action::Kind::DeleteProfile, .index = 2}});
+    STEP(modem().addFault(fault);
+         util.updateModemProfileByApnClass({with({"newer", V4, {}, {}, ApnClass::IMS})}, {}));
+    STEP(util.updateModemProfileByApnClassAndTechType(ProfileParams(), GPP2));
 }
 
 TEST_F(GoldenTest, ApnTypes) {

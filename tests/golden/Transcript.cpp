@@ -17,6 +17,7 @@
 #include <set>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 namespace kiv::test {
 namespace {
@@ -30,6 +31,9 @@ struct State {
     std::vector<Line> lines;
     std::atomic<size_t> count{0};
     std::atomic<bool> held{false};
+    std::atomic<bool> isWaiting{false};  ///< the worker, for held to end
+    std::string awaited;
+    std::function<void()> atAwaited;
 };
 /// Never destroyed: the library logs until the process ends.
 State& shared() {
@@ -95,9 +99,13 @@ void take(const __android_logger_data* data, const char* text) {
     State& state = shared();
     const std::string thread = threadName();
     if (thread == "client") {
+        if (state.atAwaited && std::string(text).find(state.awaited) == 0) {
+            std::exchange(state.atAwaited, nullptr)();
+        }
         Transcript::waitForRest();
     } else if (thread == "worker") {
         while (state.held) {
+            state.isWaiting = true;
             std::this_thread::yield();
         }
         modem().waitForDeliveries(kPatience);
@@ -189,11 +197,23 @@ void Transcript::append(const std::string& label, const std::string& line) {
     text += label + " " + masked(line) + "\n";
 }
 
+void Transcript::atLine(const std::string& beginning, const std::function<void()>& action) {
+    shared().awaited = beginning;
+    shared().atAwaited = action;
+}
+
 void Transcript::together(const std::function<void()>& action) {
+    shared().isWaiting = false;
     shared().held = true;
     action();
     modem().waitForDeliveries(kPatience);
     shared().held = false;
+}
+
+void Transcript::waitUntilHeld() {
+    while (!shared().isWaiting) {
+        std::this_thread::yield();
+    }
 }
 
 void Transcript::waitForRest() {
@@ -227,7 +247,7 @@ std::string Transcript::masked(std::string line) {
     replaceEach(line, "(Register .*token=)(\\d+)\\2$", [&](const auto& found) {
         return found.str(1) + "(" + relative(found.str(2)) + ")" + relative(found.str(2));
     });
-    replaceEach(line, "(token=|Release |registerExpirationListener |^  )(\\d+)",
+    replaceEach(line, "(token=|Release |registerExpirationListener |^  (?=\\d+: ))(\\d+)",
                 [&](const auto& found) { return found.str(1) + relative(found.str(2)); });
     replaceEach(line, "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}",
                 [](const auto&) { return "TIME"; });
@@ -242,8 +262,20 @@ void Transcript::finish(const std::string& name) const {
     if (std::getenv("KIVR_RENEW_GOLDEN")) {
         std::ofstream(path) << text;
     }
-    // Where this is meant: script/golden, and read the difference.
-    EXPECT_EQ(text, read(path)) << "as logged, and as kept in " << path;
+    const std::string kept = read(path);
+    const auto [at, keptAt] = std::mismatch(text.begin(), text.end(), kept.begin(), kept.end());
+    if (at != text.end() || keptAt != kept.end()) {
+        const auto number = std::count(text.begin(), at, '\n') + 1;
+        const auto lineAt = [](const std::string& all, size_t place) {
+            const size_t begin = place == 0 ? 0 : all.rfind('\n', place - 1) + 1;
+            return all.substr(begin, all.find('\n', place) - begin);
+        };
+        const auto place = static_cast<size_t>(at - text.begin());
+        ADD_FAILURE() << path << ":" << number
+                      << ": the log differs from what is kept\n  kept:   " << lineAt(kept, place)
+                      << "\n  logged: " << lineAt(text, place)
+                      << "\nscript/golden renews it; read what has changed.";
+    }
 }
 
 }  // namespace kiv::test

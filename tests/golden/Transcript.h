@@ -35,8 +35,13 @@ public:
     /// Writes down a line, as it is but for what is masked.
     void append(const std::string& label, const std::string& line);
 
-    /// Carries out the action while the worker can't log, and so sees all of it at once.
+    /// Carries out the action once, right before the client writes a line that begins so.
+    static void atLine(const std::string& beginning, const std::function<void()>& action);
+
+    /// Carries out the action while the worker can't log, and so sees all of it at once. What makes
+    /// two descriptors readable has to wait in between until the worker is awake.
     static void together(const std::function<void()>& action);
+    static void waitUntilHeld();
 
     /// Blocks until the library and the modem have nothing to do.
     static void waitForRest();
