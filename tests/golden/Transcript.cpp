@@ -80,9 +80,9 @@ bool isAsleep(const std::string& thread) {
     return look() && !isReadable(epoll) && look() && !isReadable(epoll);
 }
 
-/// Those that a sanitizer keeps for itself.
+/// Those that a sanitizer keeps for itself, from the first thread of the process on.
 const std::set<std::string>& foreignThreads() {
-    static const std::set<std::string> threads = otherThreads();
+    static const std::set<std::string> threads = (std::thread([] {}).join(), otherThreads());
     return threads;
 }
 
@@ -177,14 +177,14 @@ Transcript::~Transcript() {
 
 void Transcript::step(const std::string& heading, const std::function<void()>& action) {
     State& state = shared();
-    state.lines.clear();
-    action();
-    waitForRest();
-    std::vector<Line> lines;
-    {
+    const auto takeLines = [&] {
+        waitForRest();
         std::lock_guard lock(state.mutex);
-        lines.swap(state.lines);
-    }
+        return std::exchange(state.lines, {});
+    };
+    takeLines();
+    action();
+    std::vector<Line> lines = takeLines();
     tellEvents(lines);
     text += "# " + heading + "\n";
     for (Line& line : lines) {
