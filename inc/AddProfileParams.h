@@ -17,11 +17,6 @@ public:
     /// The settings of params; isIAProfile overrides the flag that params holds.
     AddProfileParams(const ProfileParams& params, bool isPersistent, TechType techType,
                      bool isIAProfile);
-    AddProfileParams(const AddProfileParams&) = default;
-    AddProfileParams(AddProfileParams&&) = default;
-    AddProfileParams& operator=(const AddProfileParams&) = default;
-    AddProfileParams& operator=(AddProfileParams&&) = default;
-    ~AddProfileParams() override;
 
     std::string dump() const override;
 

@@ -21,14 +21,9 @@ namespace kiv {
 class KIV_API FilterProfileParams : public ProfileParams {
 public:
     /// Selects every profile.
-    FilterProfileParams();
+    FilterProfileParams() = default;
     /// Compares with the settings of params, its two library-profile flags included.
-    explicit FilterProfileParams(const ProfileParams& params);
-    FilterProfileParams(const FilterProfileParams&) = default;
-    FilterProfileParams(FilterProfileParams&&) = default;
-    FilterProfileParams& operator=(const FilterProfileParams&) = default;
-    FilterProfileParams& operator=(FilterProfileParams&&) = default;
-    ~FilterProfileParams() override;
+    explicit FilterProfileParams(const ProfileParams& params) : ProfileParams(params) {}
 
     std::string dump() const override;
 
@@ -56,6 +51,8 @@ public:
     uint32_t getFilterMatchCriteria() const { return matchCriteria; }
     void addFilterMatchCriteria(uint32_t mask) { matchCriteria |= mask; }
     void removeFilterMatchCriteria(uint32_t mask) { matchCriteria &= ~mask; }
+    void addFilterMatchCriteria(FilterMatchType set) { addFilterMatchCriteria(toMask(set)); }
+    void removeFilterMatchCriteria(FilterMatchType set) { removeFilterMatchCriteria(toMask(set)); }
 
 private:
     uint32_t matchCriteria = 0;

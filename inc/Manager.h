@@ -18,7 +18,6 @@
 
 namespace kiv {
 
-class ClientRequest;
 class ClientRequestManager;
 class RequestGate;
 
@@ -79,12 +78,8 @@ public:
     std::vector<std::string> dump();
 
 private:
-    KIV_INTERNAL void stop();
     KIV_INTERNAL void replaceEngine(std::unique_ptr<ClientRequestManager> engine);
     KIV_INTERNAL std::shared_ptr<RequestGate> findGate();
-    template <class Response>
-    KIV_INTERNAL std::shared_ptr<Response> process(const char* operation, const char* failure,
-                                                   const std::shared_ptr<ClientRequest>& request);
 
     /// Guards the pointer only; never held while a request is processed.
     std::mutex engineMutex;

@@ -9,14 +9,9 @@ namespace kiv {
 /// are, so a modification can't remove a setting. A plain value, like its base.
 class KIV_API ModifyProfileParams : public ProfileParams {
 public:
-    ModifyProfileParams();
+    ModifyProfileParams() = default;
     /// Changes to every setting that params holds.
-    explicit ModifyProfileParams(const ProfileParams& params);
-    ModifyProfileParams(const ModifyProfileParams&) = default;
-    ModifyProfileParams(ModifyProfileParams&&) = default;
-    ModifyProfileParams& operator=(const ModifyProfileParams&) = default;
-    ModifyProfileParams& operator=(ModifyProfileParams&&) = default;
-    ~ModifyProfileParams() override;
+    explicit ModifyProfileParams(const ProfileParams& params) : ProfileParams(params) {}
 };
 
 }  // namespace kiv

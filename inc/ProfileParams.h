@@ -73,6 +73,7 @@ public:
     /// Set of ApnTypes; see toMask.
     uint32_t getApnTypesMask() const { return get(apnTypesMask); }
     void setApnTypesMask(uint32_t value) { apnTypesMask = value; }
+    void setApnTypesMask(ApnTypes value) { apnTypesMask = toMask(value); }
     bool hasApnTypesMask() const { return apnTypesMask.has_value(); }
 
     ApnClass getApnClass() const { return get(apnClass); }
@@ -122,8 +123,6 @@ private:
     // The library's image of a profile, which compares the settings without copying them.
     friend class ModemProfile;
     friend class Modem3gppProfile;
-    // dump, behind what a text holds already.
-    friend void appendText(std::string& text, const ProfileParams& params);
 
     std::optional<std::string> apnName;
     std::optional<std::string> userName;

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <ostream>
-#include <utility>
 
 namespace kiv {
 
@@ -26,43 +25,23 @@ std::ostream& operator<<(std::ostream& out, ReqRespType type) { return out << to
 
 std::string ClientRequest::dump() const { return toText(type) + " "; }
 
-AddRequest::AddRequest(AddProfileParams params)
-    : ClientRequest(ReqRespType::Add), params(std::move(params)) {}
-
 std::string AddRequest::dump() const { return ClientRequest::dump() + params.dump(); }
-
-ModifyRequest::ModifyRequest(ModifyProfileParams params, std::shared_ptr<IProfileKey> key)
-    : ClientRequest(ReqRespType::Modify), params(std::move(params)), key(std::move(key)) {}
 
 std::string ModifyRequest::dump() const {
     return ClientRequest::dump() + dumpKey(key) + " " + params.dump();
 }
 
-DeleteRequest::DeleteRequest(std::shared_ptr<IProfileKey> key)
-    : ClientRequest(ReqRespType::Delete), key(std::move(key)) {}
-
 std::string DeleteRequest::dump() const { return ClientRequest::dump() + dumpKey(key); }
-
-FilterRequest::FilterRequest(FilterProfileParams params)
-    : ClientRequest(ReqRespType::Filter), params(std::move(params)) {}
 
 std::string FilterRequest::dump() const {
     return ClientRequest::dump() + "params: " + params.dump();
 }
 
-MatchRequest::MatchRequest(FilterProfileParams params, std::shared_ptr<IProfileKey> key)
-    : ClientRequest(ReqRespType::Match), params(std::move(params)), key(std::move(key)) {}
-
 std::string MatchRequest::dump() const {
     return ClientRequest::dump() + dumpKey(key) + " " + params.dump();
 }
 
-GetRequest::GetRequest(std::shared_ptr<IProfileKey> key)
-    : ClientRequest(ReqRespType::Get), key(std::move(key)) {}
-
 std::string GetRequest::dump() const { return ClientRequest::dump() + dumpKey(key); }
-
-CallbackRequest::CallbackRequest() : ClientRequest(ReqRespType::Callback) {}
 
 void CallbackRequest::setExpirationInfo(std::function<void()> cb, std::weak_ptr<IProfileKey> key,
                                         uint64_t token) {
@@ -86,8 +65,5 @@ std::string CallbackRequest::dump() const {
     }
     return text;
 }
-
-RefreshRequest::RefreshRequest(PDCRefreshStatus status)
-    : ClientRequest(ReqRespType::Refresh), status(status) {}
 
 }  // namespace kiv

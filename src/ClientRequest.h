@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "AddProfileParams.h"
 #include "FilterProfileParams.h"
@@ -46,24 +47,17 @@ public:
 
     /// One line of text, for the log.
     virtual std::string dump() const;
-    /// The same, made once for all lines that tell it. No two threads may make the first call.
-    const std::string& text() const {
-        if (line.empty()) {
-            line = dump();
-        }
-        return line;
-    }
 
     ReqRespType getRequestType() const { return type; }
 
 private:
     const ReqRespType type;
-    mutable std::string line;
 };
 
 class AddRequest final : public ClientRequest {
 public:
-    explicit AddRequest(AddProfileParams params);
+    explicit AddRequest(AddProfileParams params)
+        : ClientRequest(ReqRespType::Add), params(std::move(params)) {}
     std::string dump() const override;
     const AddProfileParams& getAddProfileParams() const { return params; }
 
@@ -73,7 +67,8 @@ private:
 
 class ModifyRequest final : public ClientRequest {
 public:
-    ModifyRequest(ModifyProfileParams params, std::shared_ptr<IProfileKey> key);
+    ModifyRequest(ModifyProfileParams params, std::shared_ptr<IProfileKey> key)
+        : ClientRequest(ReqRespType::Modify), params(std::move(params)), key(std::move(key)) {}
     std::string dump() const override;
     const ModifyProfileParams& getModifyProfileParams() const { return params; }
     const std::shared_ptr<IProfileKey>& getModifyProfileKey() const { return key; }
@@ -85,7 +80,8 @@ private:
 
 class DeleteRequest final : public ClientRequest {
 public:
-    explicit DeleteRequest(std::shared_ptr<IProfileKey> key);
+    explicit DeleteRequest(std::shared_ptr<IProfileKey> key)
+        : ClientRequest(ReqRespType::Delete), key(std::move(key)) {}
     std::string dump() const override;
     const std::shared_ptr<IProfileKey>& getDeleteProfileKey() const { return key; }
 
@@ -95,7 +91,8 @@ private:
 
 class FilterRequest final : public ClientRequest {
 public:
-    explicit FilterRequest(FilterProfileParams params);
+    explicit FilterRequest(FilterProfileParams params)
+        : ClientRequest(ReqRespType::Filter), params(std::move(params)) {}
     std::string dump() const override;
     const FilterProfileParams& getFilterParams() const { return params; }
 
@@ -105,7 +102,8 @@ private:
 
 class MatchRequest final : public ClientRequest {
 public:
-    MatchRequest(FilterProfileParams params, std::shared_ptr<IProfileKey> key);
+    MatchRequest(FilterProfileParams params, std::shared_ptr<IProfileKey> key)
+        : ClientRequest(ReqRespType::Match), params(std::move(params)), key(std::move(key)) {}
     std::string dump() const override;
     const FilterProfileParams& getMatchParams() const { return params; }
     const std::shared_ptr<IProfileKey>& getMatchKey() const { return key; }
@@ -117,7 +115,8 @@ private:
 
 class GetRequest final : public ClientRequest {
 public:
-    explicit GetRequest(std::shared_ptr<IProfileKey> key);
+    explicit GetRequest(std::shared_ptr<IProfileKey> key)
+        : ClientRequest(ReqRespType::Get), key(std::move(key)) {}
     std::string dump() const override;
     const std::shared_ptr<IProfileKey>& getProfileKey() const { return key; }
 
@@ -128,7 +127,7 @@ private:
 /// What a key asks of the cache: to release its token, or to register an expiration listener.
 class CallbackRequest final : public ClientRequest {
 public:
-    CallbackRequest();
+    CallbackRequest() : ClientRequest(ReqRespType::Callback) {}
     std::string dump() const override;
 
     void setReleaseToken(uint64_t token) { releaseToken = token; }
@@ -153,7 +152,8 @@ private:
 
 class RefreshRequest final : public ClientRequest {
 public:
-    explicit RefreshRequest(PDCRefreshStatus status);
+    explicit RefreshRequest(PDCRefreshStatus status)
+        : ClientRequest(ReqRespType::Refresh), status(status) {}
     PDCRefreshStatus getRefreshStatus() const { return status; }
 
 private:

@@ -262,7 +262,7 @@ void ClientRequestManager::serveRequest() {
 
 std::shared_ptr<ClientResponse> ClientRequestManager::respond(const ClientRequest& served) {
     try {
-        KIV_LOG_TEXT(INFO, "Handling ", served.text());
+        KIV_LOG_TEXT(INFO, "Handling ", served.dump());
         return dispatch(served);
     } catch (const std::bad_alloc&) {
         KIV_LOG(ERROR, "ClientRequestManager: out of memory");

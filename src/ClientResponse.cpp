@@ -1,7 +1,6 @@
 #include "ClientResponse.h"
 
 #include <ostream>
-#include <utility>
 
 namespace kiv {
 
@@ -19,15 +18,9 @@ std::ostream& operator<<(std::ostream& out, Status status) { return out << toTex
 
 std::string ClientResponse::dump() const { return toText(type) + " " + toText(status); }
 
-AddResponse::AddResponse(Status status, std::shared_ptr<IProfileKey> key)
-    : ClientResponse(ReqRespType::Add, status), key(std::move(key)) {}
-
 std::string AddResponse::dump() const {
     return ClientResponse::dump() + " " + (key ? key->dump() : "");
 }
-
-FilterResponse::FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> result)
-    : ClientResponse(ReqRespType::Filter, status), result(std::move(result)) {}
 
 std::string FilterResponse::dump() const {
     std::string text = ClientResponse::dump() + " ";
@@ -37,20 +30,12 @@ std::string FilterResponse::dump() const {
     return text;
 }
 
-MatchResponse::MatchResponse(Status status, bool result)
-    : ClientResponse(ReqRespType::Match, status), result(result) {}
-
 std::string MatchResponse::dump() const {
     return ClientResponse::dump() + " " + (result ? "true" : "false");
 }
 
-GetResponse::GetResponse(Status status, std::optional<ProfileParams>&& params)
-    : ClientResponse(ReqRespType::Get, status), params(std::move(params)) {}
-
 std::string GetResponse::dump() const {
-    std::string text = params ? params->dump() : "";
-    text.insert(0, ClientResponse::dump() + " ");
-    return text;
+    return ClientResponse::dump() + " " + (params ? params->dump() : "");
 }
 
 }  // namespace kiv

@@ -25,7 +25,7 @@ std::ostream& operator<<(std::ostream& out, Status status);
 /// The worker thread's answer to a request: the base of one record for each ReqRespType.
 ///
 /// Threads: built by the worker thread, read by the client thread that waits for it.
-/// Ownership: std::shared_ptr; the client takes the keys and parameters out and drops it.
+/// Ownership: std::shared_ptr; the client copies the keys and parameters and drops the response.
 class ClientResponse {
 public:
     ClientResponse(ReqRespType type, Status status) : type(type), status(status) {}
@@ -48,12 +48,13 @@ private:
 
 class AddResponse final : public ClientResponse {
 public:
-    AddResponse(Status status, std::shared_ptr<IProfileKey> key);
+    AddResponse(Status status, std::shared_ptr<IProfileKey> key)
+        : ClientResponse(ReqRespType::Add, status), key(std::move(key)) {}
     std::string dump() const override;
-    std::shared_ptr<IProfileKey> takeAddProfileKey() { return std::move(key); }
+    std::shared_ptr<IProfileKey> getAddProfileKey() const { return key; }
 
 private:
-    std::shared_ptr<IProfileKey> key;
+    const std::shared_ptr<IProfileKey> key;
 };
 
 class ModifyResponse final : public ClientResponse {
@@ -68,17 +69,19 @@ public:
 
 class FilterResponse final : public ClientResponse {
 public:
-    FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> result);
+    FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> result)
+        : ClientResponse(ReqRespType::Filter, status), result(std::move(result)) {}
     std::string dump() const override;
-    std::list<std::shared_ptr<IProfileKey>> takeFilterResult() { return std::move(result); }
+    std::list<std::shared_ptr<IProfileKey>> getFilterResult() const { return result; }
 
 private:
-    std::list<std::shared_ptr<IProfileKey>> result;
+    const std::list<std::shared_ptr<IProfileKey>> result;
 };
 
 class MatchResponse final : public ClientResponse {
 public:
-    MatchResponse(Status status, bool result);
+    MatchResponse(Status status, bool result)
+        : ClientResponse(ReqRespType::Match, status), result(result) {}
     std::string dump() const override;
     bool getMatchResult() const { return result; }
 
@@ -88,12 +91,13 @@ private:
 
 class GetResponse final : public ClientResponse {
 public:
-    GetResponse(Status status, std::optional<ProfileParams>&& params);
+    GetResponse(Status status, std::optional<ProfileParams> params)
+        : ClientResponse(ReqRespType::Get, status), params(std::move(params)) {}
     std::string dump() const override;
-    std::optional<ProfileParams> takeParams() { return std::move(params); }
+    std::optional<ProfileParams> getParams() const { return params; }
 
 private:
-    std::optional<ProfileParams> params;
+    const std::optional<ProfileParams> params;
 };
 
 class CallbackResponse final : public ClientResponse {

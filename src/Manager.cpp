@@ -1,6 +1,9 @@
 #include "Manager.h"
 
+#include <array>
+#include <functional>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include "CastTo.h"
@@ -18,31 +21,43 @@ namespace kiv {
 
 namespace {
 
-/// What the operation returns, or the empty result if memory runs out on the way.
-template <class Operation>
-auto orNothing(Operation&& operation) -> decltype(operation()) {
-    try {
-        return operation();
-    } catch (const std::bad_alloc&) {
-        KIV_LOG(ERROR, "Manager: out of memory");
-        return decltype(operation())();
+void logOutOfMemory() { KIV_LOG(ERROR, "Manager: out of memory"); }
+
+/// One operation: posts the request that make gives, and logs it and its response. What get reads
+/// from a Response; the empty result if there is no response of that class.
+template <class Response, class Make, class Get>
+auto process(const std::shared_ptr<RequestGate>& gate, const char* operation, const char* failure,
+             const Make& make, const Get& get) {
+    using Result = std::invoke_result_t<Get, const Response&>;
+    if (!gate) {
+        KIV_LOG(ERROR, "Manager not initialized!");
+        return Result();
     }
+    try {
+        const std::shared_ptr<ClientRequest> request = make();
+        KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->dump());
+        const std::shared_ptr<ClientResponse> response = gate->process(request);
+        KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
+        if (const auto* const result = castTo<const Response>(response.get())) {
+            return std::invoke(get, *result);
+        }
+        KIV_LOG(ERROR, "%s", failure);
+    } catch (const std::bad_alloc&) {
+        logOutOfMemory();
+    }
+    return Result();
 }
 
-std::shared_ptr<ClientRequest> makeRefreshRequest(PDCRefreshStatus status) {
-    const auto request = std::make_shared<RefreshRequest>(status);
-    request->text();  // now, for later it is in several threads' hands
-    return request;
-}
+bool isSuccess(const ClientResponse& response) { return response.getStatus() == Status::Success; }
 
 /// The two requests of a refresh, which are there before memory may run out: without Complete the
 /// library would refuse everything for ever.
 const std::shared_ptr<ClientRequest>& refreshRequest(PDCRefreshStatus status) {
-    static NeverDestroyed<std::shared_ptr<ClientRequest>> start(
-        makeRefreshRequest(PDCRefreshStatus::Start));
-    static NeverDestroyed<std::shared_ptr<ClientRequest>> complete(
-        makeRefreshRequest(PDCRefreshStatus::Complete));
-    return status == PDCRefreshStatus::Start ? start.get() : complete.get();
+    static NeverDestroyed<std::array<std::shared_ptr<ClientRequest>, 2>> requests(
+        std::array<std::shared_ptr<ClientRequest>, 2>{
+            std::make_shared<RefreshRequest>(PDCRefreshStatus::Start),
+            std::make_shared<RefreshRequest>(PDCRefreshStatus::Complete)});
+    return requests.get()[status == PDCRefreshStatus::Start ? 0 : 1];
 }
 
 }  // namespace
@@ -51,7 +66,7 @@ Manager& Manager::getInstance() {
     // The object stays for those who call it while the process ends; only its engine goes at exit.
     static NeverDestroyed<Manager> mgr;
     struct EngineStopper {
-        ~EngineStopper() { mgr.get().stop(); }
+        ~EngineStopper() { mgr.get().replaceEngine(nullptr); }
     };
     static EngineStopper stopper;
     return mgr.get();
@@ -60,7 +75,7 @@ Manager& Manager::getInstance() {
 Manager::Manager() { KIV_LOG(DEBUG, "kiv::Manager: constructor"); }
 
 Manager::~Manager() {
-    stop();
+    replaceEngine(nullptr);
     if (isForkedChild()) {
         static_cast<void>(clientRequestManager.release());
     }
@@ -75,26 +90,23 @@ void Manager::init(int bindValue, bool useAdbLog) {
         return;
     }
     endLibraryInForkedChildren();
-    // Without memory the engine of before goes on.
-    orNothing([&] {
+    try {
         std::unique_ptr<LogWriter> writer(useAdbLog ? static_cast<LogWriter*>(new AdbWriter)
                                                     : static_cast<LogWriter*>(new DiagWriter));
         LogWrapper::getInstance().setLogWriter(std::move(writer));
         refreshRequest(PDCRefreshStatus::Complete);
         KIV_LOG(EVENT, "Manager::init(%d)", bindValue);
         replaceEngine(std::make_unique<ClientRequestManager>(bindValue));
-    });
-}
-
-void Manager::stop() {
-    // In a forked child the engine's descriptors are its parent's.
-    if (!isForkedChild()) {
-        replaceEngine(nullptr);
+    } catch (const std::bad_alloc&) {
+        logOutOfMemory();  // the engine of before goes on
     }
 }
 
 /// Destroys the engine of before, with no lock held.
 void Manager::replaceEngine(std::unique_ptr<ClientRequestManager> engine) {
+    if (isForkedChild()) {
+        return;  // the engine's descriptors are its parent's
+    }
     {
         std::lock_guard lock(engineMutex);
         clientRequestManager.swap(engine);
@@ -105,98 +117,62 @@ void Manager::replaceEngine(std::unique_ptr<ClientRequestManager> engine) {
     }
 }
 
-/// The way to the engine, which may be replaced meanwhile; empty before init.
+/// The way to the engine, which may be replaced meanwhile; empty before init and in a forked child.
 std::shared_ptr<RequestGate> Manager::findGate() {
+    if (isForkedChild()) {
+        return nullptr;
+    }
     std::lock_guard lock(engineMutex);
     return clientRequestManager ? clientRequestManager->getGate() : nullptr;
 }
 
-/// Posts the request and logs it and its response. Empty if there is no response of that class.
-template <class Response>
-std::shared_ptr<Response> Manager::process(const char* operation, const char* failure,
-                                           const std::shared_ptr<ClientRequest>& request) {
-    if (isForkedChild()) {
-        return nullptr;
-    }
-    const std::shared_ptr<RequestGate> gate = findGate();
-    if (!gate) {
-        KIV_LOG(ERROR, "Manager not initialized!");
-        return nullptr;
-    }
-    KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->text());
-    std::shared_ptr<ClientResponse> response = gate->process(request);
-    KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
-    auto* const result = castTo<Response>(response.get());
-    if (result == nullptr) {
-        KIV_LOG(ERROR, "%s", failure);
-        return nullptr;
-    }
-    return {std::move(response), result};
-}
-
 std::shared_ptr<IProfileKey> Manager::addProfile(const AddProfileParams& params) {
-    return orNothing([&] {
-        const auto response = process<AddResponse>("addProfile", "Unable to cast to AddResponse",
-                                                   std::make_shared<AddRequest>(params));
-        return response ? response->takeAddProfileKey() : nullptr;
-    });
+    return process<AddResponse>(
+        findGate(), "addProfile", "Unable to cast to AddResponse",
+        [&] { return std::make_shared<AddRequest>(params); }, &AddResponse::getAddProfileKey);
 }
 
 bool Manager::modifyProfile(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key) {
-    return orNothing([&] {
-        const auto response =
-            process<ModifyResponse>("modifyProfile", "Unable to cast to ModifyResponse",
-                                    std::make_shared<ModifyRequest>(params, std::move(key)));
-        return response && response->getStatus() == Status::Success;
-    });
+    return process<ModifyResponse>(
+        findGate(), "modifyProfile", "Unable to cast to ModifyResponse",
+        [&] { return std::make_shared<ModifyRequest>(params, std::move(key)); }, isSuccess);
 }
 
 bool Manager::deleteProfile(std::shared_ptr<IProfileKey> key) {
-    return orNothing([&] {
-        const auto response =
-            process<DeleteResponse>("deleteProfile", "Unable to cast to DeleteResponse",
-                                    std::make_shared<DeleteRequest>(std::move(key)));
-        return response && response->getStatus() == Status::Success;
-    });
+    return process<DeleteResponse>(
+        findGate(), "deleteProfile", "Unable to cast to DeleteResponse",
+        [&] { return std::make_shared<DeleteRequest>(std::move(key)); }, isSuccess);
 }
 
 std::list<std::shared_ptr<IProfileKey>> Manager::filter(const FilterProfileParams& params) {
-    return orNothing([&] {
-        const auto response = process<FilterResponse>("filter", "Unable to cast to FilterResponse",
-                                                      std::make_shared<FilterRequest>(params));
-        return response ? response->takeFilterResult() : std::list<std::shared_ptr<IProfileKey>>();
-    });
+    return process<FilterResponse>(
+        findGate(), "filter", "Unable to cast to FilterResponse",
+        [&] { return std::make_shared<FilterRequest>(params); }, &FilterResponse::getFilterResult);
 }
 
 std::optional<ProfileParams> Manager::getProfile(std::shared_ptr<IProfileKey> key) {
-    return orNothing([&]() -> std::optional<ProfileParams> {
-        const auto response = process<GetResponse>("getProfile", "Error in getProfile",
-                                                   std::make_shared<GetRequest>(std::move(key)));
-        if (!response || response->getStatus() != Status::Success) {
-            return std::nullopt;
-        }
-        return response->takeParams();
-    });
+    return process<GetResponse>(
+        findGate(), "getProfile", "Error in getProfile",
+        [&] { return std::make_shared<GetRequest>(std::move(key)); },
+        [](const GetResponse& response) {
+            return isSuccess(response) ? response.getParams() : std::nullopt;
+        });
 }
 
 bool Manager::match(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key) {
-    return orNothing([&] {
-        const auto response =
-            process<MatchResponse>("match", "Unable to cast to MatchResponse",
-                                   std::make_shared<MatchRequest>(params, std::move(key)));
-        return response && response->getMatchResult();
-    });
+    return process<MatchResponse>(
+        findGate(), "match", "Unable to cast to MatchResponse",
+        [&] { return std::make_shared<MatchRequest>(params, std::move(key)); },
+        &MatchResponse::getMatchResult);
 }
 
 void Manager::refresh(PDCRefreshStatus status) {
-    const bool refreshed = orNothing([&] {
-        return process<RefreshResponse>("refresh", "Unable to cast to RefreshResponse",
-                                        refreshRequest(status)) != nullptr;
-    });
-    if (refreshed) {
-        KIV_LOG(
-            INFO, "%s",
-            status == PDCRefreshStatus::Start ? "KIV refresh started" : "KIV refresh completed");
+    const bool isAnswered = process<RefreshResponse>(
+        findGate(), "refresh", "Unable to cast to RefreshResponse",
+        [status] { return refreshRequest(status); }, [](const RefreshResponse&) { return true; });
+    if (isAnswered) {
+        const bool isStart = status == PDCRefreshStatus::Start;
+        KIV_LOG(INFO, "%s", isStart ? "KIV refresh started" : "KIV refresh completed");
     }
 }
 
@@ -204,7 +180,7 @@ std::vector<std::string> Manager::dump() {
     if (isForkedChild()) {
         return {};
     }
-    return orNothing([this] {
+    try {
         std::vector<std::string> lines;
         {
             std::lock_guard lock(engineMutex);
@@ -217,7 +193,10 @@ std::vector<std::string> Manager::dump() {
             lines.push_back(std::move(line));
         }
         return lines;
-    });
+    } catch (const std::bad_alloc&) {
+        logOutOfMemory();
+        return {};
+    }
 }
 
 }  // namespace kiv

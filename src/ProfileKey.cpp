@@ -12,9 +12,6 @@ namespace kiv {
 IProfileKey::IProfileKey() = default;
 IProfileKey::~IProfileKey() = default;
 
-ProfileKey::ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn)
-    : techType(techType), profileId(profileId), token(token), requestFn(std::move(requestFn)) {}
-
 ProfileKey::~ProfileKey() {
     try {
         auto request = std::make_shared<CallbackRequest>();
@@ -23,6 +20,8 @@ ProfileKey::~ProfileKey() {
     } catch (const std::bad_alloc&) {
         KIV_LOG(ERROR, "ProfileKey: out of memory, token=%d is not released",
                 static_cast<int>(token));
+    } catch (const std::bad_function_call&) {
+        // A key that no cache made has nobody to whom it could be released.
     }
     KIV_LOG(DEBUG, "~ProfileKey");
 }
@@ -44,7 +43,5 @@ std::string ProfileKey::dump() {
     text.append(" token=").append(std::to_string(token));
     return text;
 }
-
-bool expired(const ExpirationListener& listener) { return listener.second.expired(); }
 
 }  // namespace kiv

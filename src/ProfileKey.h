@@ -16,7 +16,13 @@ namespace kiv {
 /// ownership and blocking.
 class ProfileKey final : public IProfileKey {
 public:
-    ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn);
+    /// The cache always gives a requestFn. With an empty one registerExpirationListener throws
+    /// std::bad_function_call, and the destructor posts nothing.
+    ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn)
+        : techType(techType),
+          profileId(profileId),
+          token(token),
+          requestFn(std::move(requestFn)) {}
     /// Posts the release of the token, once.
     ~ProfileKey() override;
 
@@ -38,8 +44,8 @@ private:
 /// What a modem profile keeps of a listener: what to call, and whose key it was registered with.
 using ExpirationListener = std::pair<std::function<void()>, std::weak_ptr<IProfileKey>>;
 
-/// The listener's key is gone, so that nobody wants to be told any more.
-bool expired(const ExpirationListener& listener);
+/// The listener's key is gone, so that nobody waits for the call any more.
+inline bool expired(const ExpirationListener& listener) { return listener.second.expired(); }
 
 }  // namespace kiv
 

@@ -4,7 +4,6 @@
 
 #include "AddProfileParams.h"
 #include "FilterProfileParams.h"
-#include "ModifyProfileParams.h"
 #include "ValueText.h"
 
 namespace kiv {
@@ -16,33 +15,29 @@ std::ostream& operator<<(std::ostream& out, FilterMatchType mask) { return out <
 ProfileParams::~ProfileParams() = default;
 
 std::string ProfileParams::dump() const {
-    std::string text = emptyLine();
-    appendText(text, *this);
-    return text;
-}
-
-void appendText(std::string& text, const ProfileParams& params) {
     std::optional<ApnTypes> apnTypes;
-    if (params.apnTypesMask) {
-        apnTypes = static_cast<ApnTypes>(*params.apnTypesMask);
+    if (apnTypesMask) {
+        apnTypes = static_cast<ApnTypes>(*apnTypesMask);
     }
+    std::string text = emptyLine();
     // This order, which is not that of the fields, is meant.
-    appendSetting(text, "ApnName=", params.apnName);
-    appendSetting(text, "UserName=", params.userName);
-    appendSetting(text, "Password=", params.password);
-    appendSetting(text, "AuthType=", params.authType);
-    appendSetting(text, "HomeIPType=", params.homeIPType);
-    appendSetting(text, "RoamIPType=", params.roamIPType);
+    appendSetting(text, "ApnName=", apnName);
+    appendSetting(text, "UserName=", userName);
+    appendSetting(text, "Password=", password);
+    appendSetting(text, "AuthType=", authType);
+    appendSetting(text, "HomeIPType=", homeIPType);
+    appendSetting(text, "RoamIPType=", roamIPType);
     appendSetting(text, "ApnTypesMask=", apnTypes);
-    appendSetting(text, "ApnClass=", params.apnClass);
-    appendSetting(text, "IsClatEnabled=", params.isClatEnabled);
-    appendSetting(text, "MaxPdnsConnPerBlock=", params.maxPdnsConnPerBlock);
-    appendSetting(text, "MaxPdnConnTimer=", params.maxPdnConnTimer);
-    appendSetting(text, "PdnReqWaitInterval=", params.pdnReqWaitInterval);
-    appendSetting(text, "IsApnDisabled=", params.isApnDisabled);
-    appendSetting(text, "IsEmergencySupported=", params.isEmergencySupported);
-    appendSetting(text, "IsKivProfile=", params.isKivProfile);
-    appendSetting(text, "IsIAProfile=", params.isIAProfile);
+    appendSetting(text, "ApnClass=", apnClass);
+    appendSetting(text, "IsClatEnabled=", isClatEnabled);
+    appendSetting(text, "MaxPdnsConnPerBlock=", maxPdnsConnPerBlock);
+    appendSetting(text, "MaxPdnConnTimer=", maxPdnConnTimer);
+    appendSetting(text, "PdnReqWaitInterval=", pdnReqWaitInterval);
+    appendSetting(text, "IsApnDisabled=", isApnDisabled);
+    appendSetting(text, "IsEmergencySupported=", isEmergencySupported);
+    appendSetting(text, "IsKivProfile=", isKivProfile);
+    appendSetting(text, "IsIAProfile=", isIAProfile);
+    return text;
 }
 
 AddProfileParams::AddProfileParams(bool isPersistentValue, TechType techTypeValue,
@@ -55,36 +50,16 @@ AddProfileParams::AddProfileParams(const ProfileParams& params, bool isPersisten
     isIAProfile = isIAProfileValue;
 }
 
-AddProfileParams::~AddProfileParams() = default;
-
 std::string AddProfileParams::dump() const {
-    std::string text = emptyLine();
-    appendText(text, techType);
-    text += isPersistent ? " persist=true: " : " persist=false: ";
-    appendText(text, *this);
-    return text;
+    return valueText(techType) + " persist=" + (isPersistent ? "true" : "false") + ": " +
+           ProfileParams::dump();
 }
-
-FilterProfileParams::FilterProfileParams() = default;
-
-FilterProfileParams::FilterProfileParams(const ProfileParams& params) : ProfileParams(params) {}
-
-FilterProfileParams::~FilterProfileParams() = default;
 
 std::string FilterProfileParams::dump() const {
-    std::string text = emptyLine();
-    appendText(text, static_cast<FilterMatchType>(matchCriteria));
-    text += ": ";
+    std::string text = valueText(static_cast<FilterMatchType>(matchCriteria)) + ": ";
     appendSetting(text, "tech=", filterByTechType);
     appendSetting(text, "id=", filterByProfileId);
-    appendText(text, *this);
-    return text;
+    return text + ProfileParams::dump();
 }
-
-ModifyProfileParams::ModifyProfileParams() = default;
-
-ModifyProfileParams::ModifyProfileParams(const ProfileParams& params) : ProfileParams(params) {}
-
-ModifyProfileParams::~ModifyProfileParams() = default;
 
 }  // namespace kiv

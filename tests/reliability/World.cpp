@@ -98,7 +98,7 @@ Params paramsOf(const Op& op, int fields) {
     put(0, &P::setApnName, kApns[value(0)]);
     put(1, &P::setHomeIPType, static_cast<IPType>(std::max(value(1), 1)));
     put(2, &P::setRoamIPType, static_cast<IPType>(std::max(value(2), 1)));
-    put(3, &P::setApnTypesMask, kMasks[value(3)]);
+    put(3, static_cast<void (P::*)(uint32_t)>(&P::setApnTypesMask), kMasks[value(3)]);
     put(4, &P::setUserName, kNames[value(4)]);
     put(5, &P::setApnClass, static_cast<ApnClass>(value(5) + 1));
     put(6, &P::setIsEmergencySupported, value(6) > 1);
