@@ -12,7 +12,8 @@ namespace kiv {
 class KIV_API AddProfileParams : public ProfileParams {
 public:
     /// No setting but the initial-attach flag, which is present even when false. A persistent
-    /// profile survives a restart of the modem.
+    /// profile survives a restart of the modem, and the release of its last key; see IProfileKey
+    /// for the others. On 3GPP2 there is no initial-attach profile: the flag does nothing.
     AddProfileParams(bool isPersistent, TechType techType, bool isIAProfile);
     /// The settings of params; isIAProfile overrides the flag that params holds.
     AddProfileParams(const ProfileParams& params, bool isPersistent, TechType techType,

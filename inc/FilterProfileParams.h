@@ -10,9 +10,14 @@
 namespace kiv {
 
 /// Selects profiles: every setting that is present must be present on the profile and match; one
-/// that is absent is not looked at. Where a 3GPP profile has no roaming IP type, its home IP type
-/// serves; where a 3GPP2 profile has no IP type, it counts as UNKNOWN. A plain value, like its
-/// base.
+/// that is absent is not looked at. A plain value, like its base.
+///
+/// Roaming IP type: where a 3GPP profile's types for LTE and UMTS differ, no type matches. Only
+/// where it has neither, the home type that the modem holds serves.
+/// Home IP type: where a 3GPP2 profile has none, it counts as UNKNOWN.
+///
+/// A filter made of what getProfile returned need not match that profile: without
+/// ApnTypeBitmaskSubset, APN types that the modem holds and that have no bit in ApnTypes count too.
 ///
 /// A setting marked as 3GPP only, and both filters by library profile, match no 3GPP2 profile,
 /// whatever their value.
@@ -20,7 +25,7 @@ namespace kiv {
 /// Setters and getters follow the rule of ProfileParams.
 class KIV_API FilterProfileParams : public ProfileParams {
 public:
-    /// Selects every profile.
+    /// Selects every profile that could be read.
     FilterProfileParams() = default;
     /// Compares with the settings of params, its two library-profile flags included.
     explicit FilterProfileParams(const ProfileParams& params) : ProfileParams(params) {}
@@ -47,7 +52,7 @@ public:
     void setFilterByIsIAProfile(bool value) { isIAProfile = value; }
     bool hasFilterByIsIAProfile() const { return isIAProfile.has_value(); }
 
-    /// The set of FilterMatchType; see toMask. add puts bits into it, remove takes them out.
+    /// The set of FilterMatchType. add puts bits into it, remove takes them out.
     uint32_t getFilterMatchCriteria() const { return matchCriteria; }
     void addFilterMatchCriteria(uint32_t mask) { matchCriteria |= mask; }
     void removeFilterMatchCriteria(uint32_t mask) { matchCriteria &= ~mask; }

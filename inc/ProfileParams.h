@@ -15,14 +15,22 @@ class ModemProfile;
 class Modem3gppProfile;
 
 /// The settings of a data-connection profile, in the words of the library's clients. Every
-/// setting is optional: one that is absent is not given (don't care), never zero.
+/// setting is optional: one that is absent is not given (don't care), never zero. A setting marked
+/// as 3GPP only does nothing to a 3GPP2 profile.
 ///
 /// Threads: a plain value; one object must not be changed on one thread while another uses it.
 /// Ownership: copied freely. Nothing blocks.
+/// Layout: a later version that adds a setting makes this class and its subclasses larger. Clients
+/// must then be compiled anew with its headers.
 ///
 /// For each setting X: setX stores a value and marks it present, hasX tells whether it is
 /// present, getX returns the stored value (empty, 0 or false if absent). A setting becomes absent
 /// again only by assignment of a whole ProfileParams.
+///
+/// Values out of range are not refused. The modem keeps a text up to its limit or to its first zero
+/// byte, a counter or timer modulo 65536, and dual stack (V4V6) for a home IP type UNKNOWN.
+/// getProfile and filters go by what the client asked for until the profile is read again: at the
+/// next refresh, or when another party changes the profile. Only the APN name is cut at once.
 class KIV_API ProfileParams {
 public:
     ProfileParams() = default;
@@ -35,23 +43,24 @@ public:
     /// One line of text: "Name=value," for each setting that is present, passwords included.
     virtual std::string dump() const;
 
-    /// The profile bears one of the library's own profile names. False if absent.
+    /// The profile bears one of the library's own profile names (3GPP only). False if absent.
     bool getIsKivProfile() const { return isKivProfile.value_or(false); }
-    /// The profile is, or is to become, the library's initial-attach profile. False if absent.
+    /// The profile is, or is to become, the library's initial-attach profile (3GPP only). False if
+    /// absent.
     bool getIsIAProfile() const { return isIAProfile.value_or(false); }
 
-    /// Access point name (3GPP TS 23.003). The library compares it without regard to the case of
-    /// ASCII letters, and keeps at most its first 150 bytes.
+    /// Access point name (3GPP TS 23.003). The library cuts it to its first 150 bytes, and keeps
+    /// and reports its ASCII letters in lower case.
     std::string getApnName() const { return get(apnName); }
     void setApnName(std::string value) { apnName = std::move(value); }
     bool hasApnName() const { return apnName.has_value(); }
 
-    /// User name for authentication; the modem takes at most 127 bytes.
+    /// User name for authentication: at most 127 bytes.
     std::string getUserName() const { return get(userName); }
     void setUserName(std::string value) { userName = std::move(value); }
     bool hasUserName() const { return userName.has_value(); }
 
-    /// Password for authentication; the modem takes at most 127 bytes.
+    /// Password for authentication: at most 127 bytes. Never read from a 3GPP2 profile.
     std::string getPassword() const { return get(password); }
     void setPassword(std::string value) { password = std::move(value); }
     bool hasPassword() const { return password.has_value(); }
@@ -65,12 +74,14 @@ public:
     void setHomeIPType(IPType value) { homeIPType = value; }
     bool hasHomeIPType() const { return homeIPType.has_value(); }
 
-    /// PDP type when roaming (3GPP only).
+    /// PDP type when roaming, on LTE and on UMTS alike (3GPP only). getProfile reports none where
+    /// the modem holds two that differ. UNKNOWN stands for none.
     IPType getRoamIPType() const { return get(roamIPType); }
     void setRoamIPType(IPType value) { roamIPType = value; }
     bool hasRoamIPType() const { return roamIPType.has_value(); }
 
-    /// Set of ApnTypes; see toMask.
+    /// Set of ApnTypes. Types that the modem holds and that have no bit there are not reported, and
+    /// are lost when the set is changed.
     uint32_t getApnTypesMask() const { return get(apnTypesMask); }
     void setApnTypesMask(uint32_t value) { apnTypesMask = value; }
     void setApnTypesMask(ApnTypes value) { apnTypesMask = toMask(value); }

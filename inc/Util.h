@@ -24,6 +24,9 @@ namespace kiv {
 /// Ownership: made and destroyed by the client at will; it holds nothing but a setting.
 /// Blocking and re-entrancy: as the Manager operations of which each policy makes several.
 ///
+/// Before the first refresh the cache is empty, so that a policy finds nothing and makes a double
+/// of a profile that the modem has. Refresh first.
+///
 /// A profile that is neither found nor made shows as an empty key. A change that the modem refuses
 /// does not show; Manager::getProfile tells. The reasons are in the log.
 class KIV_API Util {

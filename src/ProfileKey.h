@@ -19,10 +19,7 @@ public:
     /// The cache always gives a requestFn. With an empty one registerExpirationListener throws
     /// std::bad_function_call, and the destructor posts nothing.
     ProfileKey(TechType techType, int profileId, uint64_t token, RequestFunction requestFn)
-        : techType(techType),
-          profileId(profileId),
-          token(token),
-          requestFn(std::move(requestFn)) {}
+        : techType(techType), profileId(profileId), token(token), requestFn(std::move(requestFn)) {}
     /// Posts the release of the token, once.
     ~ProfileKey() override;
 

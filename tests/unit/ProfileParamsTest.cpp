@@ -44,7 +44,8 @@ TEST(ProfileParams, DumpsWhatIsPresentAndAssignmentMakesAbsent) {
         p.setIsEmergencySupported(false);
         p.setIsClatEnabled(true);
         p.setApnClass(ApnClass::INET);
-        p.setApnTypesMask(toMask(ApnTypes::IMS | ApnTypes::IA));
+        p.setApnTypesMask(0x1);
+        p.setApnTypesMask(ApnTypes::IMS | ApnTypes::IA);
         p.setRoamIPType(IPType::V6);
         p.setHomeIPType(IPType::V4V6);
         p.setAuthType(AuthType::PAP_CHAP);
@@ -63,8 +64,10 @@ TEST(ProfileParams, DumpsWhatIsPresentAndAssignmentMakesAbsent) {
 
 TEST(ProfileParams, OfEachUseDumpWhatIsTheirsFirst) {
     const auto filter = filled<FilterProfileParams>([](auto& p) {
-        p.addFilterMatchCriteria(toMask(FilterMatchType::ApnNameSubset) | 0x40);
+        p.addFilterMatchCriteria(FilterMatchType::ApnNameSubset | FilterMatchType::RoamIPSubset);
+        p.addFilterMatchCriteria(0x40);
         p.removeFilterMatchCriteria(0x40 | toMask(FilterMatchType::HomeIPSubset));
+        p.removeFilterMatchCriteria(FilterMatchType::RoamIPSubset);
         p.setFilterByProfileId(3);
         p.setFilterByTechType(TechType::Tech3gpp);
         p.setFilterByIsIAProfile(true);

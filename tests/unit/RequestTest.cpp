@@ -28,7 +28,8 @@ TEST(Request, DumpsItsTypeAndWhatItCarries) {
     EXPECT_FALSE(release.hasExpirationInfo() || listening.hasReleaseToken());
     const ModifyProfileParams changes = test::userName("u");
     const std::pair<std::string, std::string> rows[] = {
-        {AddRequest(test::addParams("a")).dump(), "Add 3GPP persist=false: ApnName=a,IsIAProfile=false,"},
+        {AddRequest(test::addParams("a")).dump(),
+         "Add 3GPP persist=false: ApnName=a,IsIAProfile=false,"},
         {ModifyRequest(changes, key).dump(), "Modify 3GPP2:5 token=12 UserName=u,"},
         {ModifyRequest(changes, nullptr).dump(), "Modify  UserName=u,"},
         {DeleteRequest(key).dump(), "Delete 3GPP2:5 token=12"},
