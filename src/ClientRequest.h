@@ -47,11 +47,19 @@ public:
 
     /// One line of text, for the log.
     virtual std::string dump() const;
+    /// The same, made once for its two lines. No two threads may make the first call.
+    const std::string& text() const {
+        if (line.empty()) {
+            line = dump();
+        }
+        return line;
+    }
 
     ReqRespType getRequestType() const { return type; }
 
 private:
     const ReqRespType type;
+    mutable std::string line;
 };
 
 class AddRequest final : public ClientRequest {

@@ -262,7 +262,7 @@ void ClientRequestManager::serveRequest() {
 
 std::shared_ptr<ClientResponse> ClientRequestManager::respond(const ClientRequest& served) {
     try {
-        KIV_LOG_TEXT(INFO, "Handling ", served.dump());
+        KIV_LOG_TEXT(INFO, "Handling ", served.text());
         return dispatch(served);
     } catch (const std::bad_alloc&) {
         KIV_LOG(ERROR, "ClientRequestManager: out of memory");

@@ -35,7 +35,7 @@ auto process(const std::shared_ptr<RequestGate>& gate, const char* operation, co
     }
     try {
         const std::shared_ptr<ClientRequest> request = make();
-        KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->dump());
+        KIV_LOG_TEXT(EVENT, "Manager::", operation, " > ", request->text());
         const std::shared_ptr<ClientResponse> response = gate->process(request);
         KIV_LOG_TEXT(EVENT, "Manager::", operation, " < ", response ? response->dump() : "");
         if (const auto* const result = castTo<const Response>(response.get())) {
@@ -53,10 +53,14 @@ bool isSuccess(const ClientResponse& response) { return response.getStatus() == 
 /// The two requests of a refresh, which are there before memory may run out: without Complete the
 /// library would refuse everything for ever.
 const std::shared_ptr<ClientRequest>& refreshRequest(PDCRefreshStatus status) {
-    static NeverDestroyed<std::array<std::shared_ptr<ClientRequest>, 2>> requests(
-        std::array<std::shared_ptr<ClientRequest>, 2>{
-            std::make_shared<RefreshRequest>(PDCRefreshStatus::Start),
-            std::make_shared<RefreshRequest>(PDCRefreshStatus::Complete)});
+    const auto make = [](PDCRefreshStatus each) {
+        auto request = std::make_shared<RefreshRequest>(each);
+        request->text();  // now, for later several threads have the request
+        return request;
+    };
+    using Pair = std::array<std::shared_ptr<ClientRequest>, 2>;
+    static NeverDestroyed<Pair> requests(
+        Pair{make(PDCRefreshStatus::Start), make(PDCRefreshStatus::Complete)});
     return requests.get()[status == PDCRefreshStatus::Start ? 0 : 1];
 }
 

@@ -198,7 +198,7 @@ TEST_F(TortureTest, RequestThatGetsNoResponseHoldsUpNobodyElse) {
         auto engine = std::make_unique<ClientRequestManager>(0);
         const auto gate = engine->getGate();
         const auto odd = std::make_shared<ClientRequest>(type);
-        EXPECT_EQ(odd->dump(), type == ReqRespType::Refresh ? "Refresh " : "8 ");
+        EXPECT_EQ(odd->text(), type == ReqRespType::Refresh ? "Refresh " : "8 ");
         const auto client = startUntilAsleep([&] { EXPECT_FALSE(gate->process(odd)); });
         EXPECT_TRUE(gate->process(std::make_shared<FilterRequest>(kAny)));
         engine.reset();
