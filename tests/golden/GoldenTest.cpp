@@ -31,30 +31,28 @@ constexpr unsigned Changed = RAV_WDS_PROFILE_CHANGED_IND_V01;
 
 /// The settings of any ProfileParams, in as little space as the steps have.
 struct Settings {
-    std::string apn{};
+    std::optional<std::string> apn{};
     std::optional<IPType> home{}, roam{};
     std::optional<uint32_t> types{};
     std::optional<ApnClass> use{};
-    std::string user{};
-    bool emergency = false;
+    std::optional<std::string> user{};
+    std::optional<bool> emergency{};
 };
 
 template <class Params>
 Params fill(Params params, const Settings& settings) {
-    if (!settings.apn.empty())
-        params.setApnName(settings.apn);
-    if (settings.home)
-        params.setHomeIPType(*settings.home);
-    if (settings.roam)
-        params.setRoamIPType(*settings.roam);
-    if (settings.types)
-        params.setApnTypesMask(*settings.types);
-    if (settings.use)
-        params.setApnClass(*settings.use);
-    if (!settings.user.empty())
-        params.setUserName(settings.user);
-    if (settings.emergency)
-        params.setIsEmergencySupported(true);
+    const auto set = [&params](auto setter, const auto& value) {
+        if (value) {
+            (params.*setter)(*value);
+        }
+    };
+    set(&Params::setApnName, settings.apn);
+    set(&Params::setHomeIPType, settings.home);
+    set(&Params::setRoamIPType, settings.roam);
+    set(static_cast<void (Params::*)(uint32_t)>(&Params::setApnTypesMask), settings.types);
+    set(&Params::setApnClass, settings.use);
+    set(&Params::setUserName, settings.user);
+    set(&Params::setIsEmergencySupported, settings.emergency);
     return params;
 }
 ProfileParams with(const Settings& settings) { return fill(ProfileParams(), settings); }
@@ -333,7 +331,7 @@ TEST_F(GoldenTest, DataCalls) {
     STEP(k[0] = call(GPP, {"apn", V4}));
     STEP(call(GPP, {"apn", V4}));
     STEP(call(GPP, {"apn", V4V6}));
-    STEP(call(GPP, {"", V4}));
+    STEP(call(GPP, {{}, V4}));
     STEP(refuse(Create); call(GPP, {"apn", V6}));
     STEP(k[1] = call(GPP2, {"apn", V4, {}, {}, {}, "user"}));
     STEP(call(GPP2, {"apn", {}, {}, {}, {}, "user"}));
@@ -414,7 +412,7 @@ TEST_F(GoldenTest, ApnTypes) {
     STEP(update({{"v6", V4, {}, 1}, {"v6", V6, {}, 2}}));
     STEP(update({{"v6", V6, {}, 0x40}}));
     STEP(update({{"v4v6", V4, {}, 1}, {"v4v6", V6, {}, 2}}));
-    STEP(update({{"v4v6"}, {"", V4}}));
+    STEP(update({{"v4v6"}, {{}, V4}}));
     STEP(util.setProfileUpdateAllowed(true); update({{"v4v6", V4, {}, 8}, {"v4v6", V6, {}, 16}}));
     STEP(update({}));
 }

@@ -139,7 +139,8 @@ void tellEvents(std::vector<Line>& lines) {
 
 template <class Function>
 void replaceEach(std::string& text, const std::string& pattern, Function replacement) {
-    const std::regex regex(pattern);
+    static std::map<std::string, std::regex> compiled;
+    const std::regex& regex = compiled.try_emplace(pattern, pattern).first->second;
     std::smatch found;
     std::string result;
     while (std::regex_search(text, found, regex)) {

@@ -19,7 +19,8 @@ namespace kiv::test {
 /// client. Addresses are masked. Descriptors are numbered by their first appearance, tokens from
 /// the first of the session on, as are times.
 ///
-/// The Android log prints EVENT as INFO; EVENT is told by the line being kept for dumps.
+/// The Android log prints EVENT as INFO; EVENT is told by the line being kept for dumps. Any other
+/// level is followed by + if its line is kept though it should not be, and by - the other way.
 ///
 /// Threads: the thread that runs the test. One at a time.
 class Transcript {
