@@ -1,5 +1,6 @@
 #include "ClientRequestManager.h"
 
+#include <array>
 #include <list>
 #include <new>
 #include <utility>
@@ -133,25 +134,12 @@ std::shared_ptr<ClientResponse> ClientRequestManager::respond(const ClientReques
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::dispatch(const ClientRequest& served) {
-    switch (served.getRequestType()) {
-        case ReqRespType::Add:
-            return add(served);
-        case ReqRespType::Modify:
-            return modify(served);
-        case ReqRespType::Delete:
-            return remove(served);
-        case ReqRespType::Filter:
-            return filter(served);
-        case ReqRespType::Match:
-            return match(served);
-        case ReqRespType::Get:
-            return get(served);
-        case ReqRespType::Callback:
-            return callback(served);
-        case ReqRespType::Refresh:
-            return refresh(served);
-    }
-    return nullptr;
+    using Self = ClientRequestManager;
+    // By the number of the type.
+    constexpr std::array kHandlers = {&Self::add,   &Self::modify, &Self::remove,   &Self::filter,
+                                      &Self::match, &Self::get,    &Self::callback, &Self::refresh};
+    const auto type = static_cast<size_t>(served.getRequestType());
+    return type < kHandlers.size() ? (this->*kHandlers[type])(served) : nullptr;
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::add(const ClientRequest& served) {
@@ -183,15 +171,13 @@ std::shared_ptr<ClientResponse> ClientRequestManager::remove(const ClientRequest
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::filter(const ClientRequest& served) {
-    std::list<std::shared_ptr<IProfileKey>> keys;
+    using Keys = std::list<std::shared_ptr<IProfileKey>>;
     const auto* filterRequest = admit<FilterRequest>(served);
     if (filterRequest == nullptr) {
-        return std::make_shared<FilterResponse>(Status::Failure, std::move(keys));
+        return std::make_shared<FilterResponse>(Status::Failure, Keys());
     }
-    for (auto& key : profileCache.filter(filterRequest->getFilterParams())) {
-        keys.push_back(std::move(key));
-    }
-    return std::make_shared<FilterResponse>(Status::Success, std::move(keys));
+    const auto found = profileCache.filter(filterRequest->getFilterParams());
+    return std::make_shared<FilterResponse>(Status::Success, Keys(found.begin(), found.end()));
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::match(const ClientRequest& served) {

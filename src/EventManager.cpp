@@ -197,7 +197,8 @@ void EventManager::processEvents() {
         finishItem();
         return;
     }
-    for (int i = 0; i < count; ++i) {
+    // The item in hand when the loop is stopped is the last.
+    for (int i = 0; i < count && !isStopped(); ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
         const int fd = event.data.fd;
         KIV_LOG(VERBOSE, "there are %d file descriptor(s) with events pending", count - i);

@@ -167,10 +167,6 @@ void RavWdsProxy::handleSvcUp(int fd, void* arg) {
 }
 
 void RavWdsProxy::openClient() {
-    if (eventManager.isStopped()) {
-        // Nobody would use the client, for whose registrations the end would have to wait.
-        return;
-    }
     rav_service_info info{};
     if (rav_client_get_any_service(serviceObject, &info) != RAV_CLIENT_OK) {
         KIV_LOG(ERROR, "error get service.");
