@@ -83,9 +83,8 @@ public:
     std::shared_ptr<ProfileKey> key, other;
 };
 
-/// Each operation with each of its allocations failing, one after the other. It is carried out in
-/// the modem and in the cache, or in neither.
-TEST(CacheMemoryTest, AChangeIsWholeOrNothing) {
+/// Without memory, which would be tortured.
+void watchLog() {
     LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger([](const __android_logger_data*, const char* line) {
@@ -93,6 +92,12 @@ TEST(CacheMemoryTest, AChangeIsWholeOrNothing) {
         registered = registered || text == "RavWdsProxy config register request successful!";
         strangersChanges += text == "ProfileCache: updating cache due to indication!" ? 1 : 0;
     });
+}
+
+/// Each operation with each of its allocations failing, one after the other. It is carried out in
+/// the modem and in the cache, or in neither.
+TEST(CacheMemoryTest, AChangeIsWholeOrNothing) {
+    watchLog();
     const struct {
         const char* name;
         bool (*change)(HeldProfile& held);
