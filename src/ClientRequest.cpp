@@ -1,7 +1,8 @@
 #include "ClientRequest.h"
 
-#include <array>
 #include <ostream>
+
+#include "ValueText.h"
 
 namespace kiv {
 
@@ -12,13 +13,8 @@ std::string dumpKey(const std::shared_ptr<IProfileKey>& key) { return key ? key-
 }  // namespace
 
 std::string toText(ReqRespType type) {
-    static constexpr std::array kNames = {"Add",   "Modify", "Delete",   "Filter",
-                                          "Match", "Get",    "Callback", "Refresh"};
-    const auto number = static_cast<int32_t>(type);
-    if (number >= 0 && number < static_cast<int32_t>(kNames.size())) {
-        return kNames[static_cast<size_t>(number)];
-    }
-    return std::to_string(number);
+    return nameOrNumber(static_cast<int32_t>(type), {"Add", "Modify", "Delete", "Filter", "Match",
+                                                     "Get", "Callback", "Refresh"});
 }
 
 std::ostream& operator<<(std::ostream& out, ReqRespType type) { return out << toText(type); }

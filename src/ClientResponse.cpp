@@ -2,16 +2,12 @@
 
 #include <ostream>
 
+#include "ValueText.h"
+
 namespace kiv {
 
 std::string toText(Status status) {
-    switch (status) {
-        case Status::Success:
-            return "Success";
-        case Status::Failure:
-            return "Failure";
-    }
-    return std::to_string(static_cast<int32_t>(status));
+    return nameOrNumber(static_cast<int32_t>(status), {"Success", "Failure"});
 }
 
 std::ostream& operator<<(std::ostream& out, Status status) { return out << toText(status); }

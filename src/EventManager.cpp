@@ -197,8 +197,7 @@ void EventManager::processEvents() {
         finishItem();
         return;
     }
-    // The item in hand when the loop is stopped is the last.
-    for (int i = 0; i < count && !isStopped(); ++i) {
+    for (int i = 0; i < count; ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
         const int fd = event.data.fd;
         KIV_LOG(VERBOSE, "there are %d file descriptor(s) with events pending", count - i);

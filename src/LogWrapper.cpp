@@ -21,10 +21,13 @@ namespace {
 
 constexpr size_t kMessageLimit = 512;  // with the terminating zero
 
-constexpr uint32_t kDiagMaskLow = 1;
-constexpr uint32_t kDiagMaskHigh = 4;
-constexpr uint32_t kDiagMaskFatal = 16;
 constexpr uint32_t kDiagMaskAll = 31;
+
+/// What the output calls the level, of values in the order of the levels.
+int byLevel(LogLevel level, const std::array<int, 6>& values, int otherwise) {
+    const auto number = static_cast<size_t>(level);
+    return number < values.size() ? values[number] : otherwise;
+}
 
 /// Takes the writer down at exit, so that the diagnostic log is closed; the log itself stays.
 struct WriterRemover {
@@ -104,20 +107,10 @@ void AdbWriter::writeText(LogLevel level, const char* tag, const char* msg) {
 }
 
 int AdbWriter::convertPrio(LogLevel level) {
-    switch (level) {
-        case LogLevel::VERBOSE:
-            return ANDROID_LOG_VERBOSE;
-        case LogLevel::DEBUG:
-            return ANDROID_LOG_DEBUG;
-        case LogLevel::ERROR:
-            return ANDROID_LOG_ERROR;
-        case LogLevel::FATAL:
-            return ANDROID_LOG_FATAL;
-        case LogLevel::INFO:
-        case LogLevel::EVENT:
-            break;
-    }
-    return ANDROID_LOG_INFO;
+    return byLevel(level,
+                   {ANDROID_LOG_VERBOSE, ANDROID_LOG_DEBUG, ANDROID_LOG_INFO, ANDROID_LOG_ERROR,
+                    ANDROID_LOG_FATAL, ANDROID_LOG_INFO},
+                   ANDROID_LOG_INFO);
 }
 
 DiagWriter::DiagWriter() { Diag_LSM_Init(nullptr); }
@@ -138,19 +131,6 @@ void DiagWriter::writeText(LogLevel level, const char* tag, const char* msg) {
     msg_sprintf(&descriptor, tag, msg);
 }
 
-int DiagWriter::convertPrio(LogLevel level) {
-    switch (level) {
-        case LogLevel::ERROR:
-        case LogLevel::EVENT:
-            return kDiagMaskHigh;
-        case LogLevel::FATAL:
-            return kDiagMaskFatal;
-        case LogLevel::VERBOSE:
-        case LogLevel::DEBUG:
-        case LogLevel::INFO:
-            break;
-    }
-    return kDiagMaskLow;
-}
+int DiagWriter::convertPrio(LogLevel level) { return byLevel(level, {1, 1, 1, 4, 16, 4}, 1); }
 
 }  // namespace kiv

@@ -42,7 +42,26 @@ Modem3gppProfile::Modem3gppProfile(const ProfileParams& params)
 Modem3gppProfile::Modem3gppProfile(int profileIdValue,
                                    const wds_get_profile_settings_resp_msg_v01& response)
     : ModemProfile(TechType::Tech3gpp, profileIdValue, response) {
-    readSettings(response.settings);
+    const wds_profile_settings_type_v01& s = response.settings;
+    readText(profileName, s.profile_name_valid, s.profile_name);
+    readMember(commonIPType, s.pdp_type_valid, s.pdp_type, convertPdpType);
+    readMember(overrideHomeIPType, s.override_home_pdp_type_valid, s.override_home_pdp_type,
+               convertPdpType);
+    readRoamingType(lteRoamIPType, s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type);
+    readRoamingType(umtsRoamIPType, s.umts_roaming_pdp_type_valid, s.umts_roaming_pdp_type);
+    readText(apnName, s.apn_name_valid, s.apn_name);
+    if (apnName) {
+        apnName = convertToLower(*apnName);
+    }
+    readMember(apnClass, s.apn_class_valid, s.apn_class);
+    readMember(isEmergencySupported, s.support_emergency_calls_valid, s.support_emergency_calls);
+    readMember(authType, s.auth_preference_valid, s.auth_preference, convertToAuthType);
+    readMember(maxPdnsConnPerBlock, s.max_pdn_conn_per_block_valid, s.max_pdn_conn_per_block);
+    readMember(maxPdnConnTimer, s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer);
+    readMember(pdnReqWaitInterval, s.pdn_req_wait_interval_valid, s.pdn_req_wait_interval);
+    readMember(isApnDisabled, s.apn_disabled_valid, s.apn_disabled);
+    readText(userName, s.user_name_valid, s.user_name);
+    readText(password, s.password_valid, s.password);
 }
 
 std::optional<IPType> Modem3gppProfile::clientHomeIPType() const {
@@ -78,19 +97,13 @@ bool Modem3gppProfile::isKivProfile() const {
 }
 
 bool Modem3gppProfile::match(const FilterProfileParams& filter) const {
-    if (!ModemProfile::match(filter)) {
-        return false;
-    }
     // Only one of the two filters counts, the initial-attach one first.
-    if (filter.hasFilterByIsIAProfile()) {
-        if (filter.getIsIAProfile() != isIAProfile()) {
-            return false;
-        }
-    } else if (filter.hasFilterByIsKivProfile() && filter.getIsKivProfile() != isKivProfile()) {
-        return false;
-    }
-    return matchHomeIPType(filter) && matchRoamIPType(filter) &&
-           matchSettings(*this, PlainSettings::all, filter);
+    const bool nameFits =
+        filter.hasFilterByIsIAProfile()
+            ? filter.getIsIAProfile() == isIAProfile()
+            : !filter.hasFilterByIsKivProfile() || filter.getIsKivProfile() == isKivProfile();
+    return ModemProfile::match(filter) && nameFits && matchHomeIPType(filter) &&
+           matchRoamIPType(filter) && matchSettings(*this, PlainSettings::all, filter);
 }
 
 bool Modem3gppProfile::matchHomeIPType(const FilterProfileParams& filter) const {
@@ -178,28 +191,6 @@ wds_modify_profile_settings_req_msg_v01 Modem3gppProfile::constructModifyRequest
     updateModifyParameters(request);
     writeSettings(request.settings);
     return request;
-}
-
-void Modem3gppProfile::readSettings(const wds_profile_settings_type_v01& s) {
-    readText(profileName, s.profile_name_valid, s.profile_name);
-    readMember(commonIPType, s.pdp_type_valid, s.pdp_type, convertPdpType);
-    readMember(overrideHomeIPType, s.override_home_pdp_type_valid, s.override_home_pdp_type,
-               convertPdpType);
-    readRoamingType(lteRoamIPType, s.lte_roaming_pdp_type_valid, s.lte_roaming_pdp_type);
-    readRoamingType(umtsRoamIPType, s.umts_roaming_pdp_type_valid, s.umts_roaming_pdp_type);
-    readText(apnName, s.apn_name_valid, s.apn_name);
-    if (apnName) {
-        apnName = convertToLower(*apnName);
-    }
-    readMember(apnClass, s.apn_class_valid, s.apn_class);
-    readMember(isEmergencySupported, s.support_emergency_calls_valid, s.support_emergency_calls);
-    readMember(authType, s.auth_preference_valid, s.auth_preference, convertToAuthType);
-    readMember(maxPdnsConnPerBlock, s.max_pdn_conn_per_block_valid, s.max_pdn_conn_per_block);
-    readMember(maxPdnConnTimer, s.max_pdn_conn_timer_valid, s.max_pdn_conn_timer);
-    readMember(pdnReqWaitInterval, s.pdn_req_wait_interval_valid, s.pdn_req_wait_interval);
-    readMember(isApnDisabled, s.apn_disabled_valid, s.apn_disabled);
-    readText(userName, s.user_name_valid, s.user_name);
-    readText(password, s.password_valid, s.password);
 }
 
 void Modem3gppProfile::writeSettings(wds_profile_settings_type_v01& s) const {

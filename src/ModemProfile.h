@@ -198,7 +198,6 @@ private:
     std::optional<IPType> clientHomeIPType() const;
     bool matchHomeIPType(const FilterProfileParams& filter) const;
     bool matchRoamIPType(const FilterProfileParams& filter) const;
-    void readSettings(const wds_profile_settings_type_v01& settings);
     void writeSettings(wds_profile_settings_type_v01& settings) const;
 
     std::optional<IPType> overrideHomeIPType;

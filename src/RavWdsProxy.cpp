@@ -1,7 +1,6 @@
 #include "RavWdsProxy.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -20,13 +19,6 @@ constexpr unsigned int kRequestTimeoutMs = 1000;
 
 /// So many indications are handled before others get their turn: each may take a refresh.
 constexpr int kIndicationsPerTurn = 4;
-
-std::string toText(ProfileChangeEvent event) {
-    static constexpr std::array kTexts = {"Create", "Delete", "Modify", "SubscriptionChange",
-                                          "ProfileReady"};
-    const auto number = static_cast<uint32_t>(event);
-    return number < kTexts.size() ? kTexts[number] : std::to_string(static_cast<int32_t>(event));
-}
 
 /// The service counts its events from 1; what has no name counts as ready. Both are meant.
 ProfileChangeEvent convertChangeEvent(wds_profile_change_enum_v01 change) {
@@ -82,7 +74,9 @@ bool sendProfileRequest(rav_client_type client, unsigned int msgId, const char* 
 }  // namespace
 
 std::string ProfileChangedInd::dump() const {
-    return valueText(techType) + ":" + std::to_string(profileId) + " " + toText(event);
+    return valueText(techType) + ":" + std::to_string(profileId) + " " +
+           nameOrNumber(static_cast<int32_t>(event),
+                        {"Create", "Delete", "Modify", "SubscriptionChange", "ProfileReady"});
 }
 
 RavWdsProxy::RavWdsProxy(EventManager& eventManager, int bindValue)
@@ -167,6 +161,9 @@ void RavWdsProxy::handleSvcUp(int fd, void* arg) {
 }
 
 void RavWdsProxy::openClient() {
+    if (eventManager.isStopped()) {
+        return;  // the end would have to wait for the registrations
+    }
     rav_service_info info{};
     if (rav_client_get_any_service(serviceObject, &info) != RAV_CLIENT_OK) {
         KIV_LOG(ERROR, "error get service.");

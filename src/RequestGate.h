@@ -71,8 +71,6 @@ public:
     explicit RequestGateHolder(ClientRequestManager& engine)
         : gate(std::make_shared<RequestGate>(engine)) {}
     ~RequestGateHolder() { gate->finish(); }
-    RequestGateHolder(const RequestGateHolder&) = delete;
-    RequestGateHolder& operator=(const RequestGateHolder&) = delete;
 
     const std::shared_ptr<RequestGate>& get() const { return gate; }
 

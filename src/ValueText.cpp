@@ -1,25 +1,8 @@
 #include "ValueText.h"
 
-#include <cstdint>
-#include <initializer_list>
-#include <string_view>
-
 namespace kiv {
 
 namespace {
-
-using Names = std::initializer_list<std::string_view>;
-
-/// names[i] belongs to the value first + i.
-template <class Value>
-void appendNameOrNumber(std::string& text, Value value, int32_t first, Names names) {
-    const int64_t index = int64_t{static_cast<int32_t>(value)} - first;
-    if (index < 0 || index >= static_cast<int64_t>(names.size())) {
-        text += std::to_string(static_cast<int32_t>(value));
-    } else {
-        text += names.begin()[index];
-    }
-}
 
 /// names[i] belongs to bit i.
 void appendNamesOfBits(std::string& text, uint32_t mask, std::string_view emptyText, Names names) {
@@ -37,20 +20,26 @@ void appendNamesOfBits(std::string& text, uint32_t mask, std::string_view emptyT
 
 }  // namespace
 
+std::string nameOrNumber(int32_t value, Names names, int32_t first) {
+    const int64_t index = int64_t{value} - first;
+    const bool hasName = index >= 0 && index < static_cast<int64_t>(names.size());
+    return hasName ? std::string(names.begin()[index]) : std::to_string(value);
+}
+
 void appendText(std::string& text, TechType value) {
-    appendNameOrNumber(text, value, 0, {"3GPP", "3GPP2"});
+    text += nameOrNumber(static_cast<int32_t>(value), {"3GPP", "3GPP2"});
 }
 
 void appendText(std::string& text, IPType value) {
-    appendNameOrNumber(text, value, 0, {"UNKNOWN", "V4", "V6", "V4V6"});
+    text += nameOrNumber(static_cast<int32_t>(value), {"UNKNOWN", "V4", "V6", "V4V6"});
 }
 
 void appendText(std::string& text, AuthType value) {
-    appendNameOrNumber(text, value, 0, {"NONE", "PAP", "CHAP", "PAP_CHAP"});
+    text += nameOrNumber(static_cast<int32_t>(value), {"NONE", "PAP", "CHAP", "PAP_CHAP"});
 }
 
 void appendText(std::string& text, ApnClass value) {
-    appendNameOrNumber(text, value, 1, {"IMS", "ADMN", "INET", "APP"});
+    text += nameOrNumber(static_cast<int32_t>(value), {"IMS", "ADMN", "INET", "APP"}, 1);
 }
 
 void appendText(std::string& text, ApnTypes mask) {

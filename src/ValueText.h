@@ -1,6 +1,8 @@
 #ifndef KIVR_SRC_VALUETEXT_H
 #define KIVR_SRC_VALUETEXT_H
 
+#include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,7 +12,12 @@
 
 namespace kiv {
 
-/// Appends what is printed of a value: its name, or the decimal number of a value that has none.
+using Names = std::initializer_list<std::string_view>;
+
+/// The name of a value, of which the first has the number first; the decimal number if it has none.
+std::string nameOrNumber(int32_t value, Names names, int32_t first = 0);
+
+/// Appends what is printed of a value.
 void appendText(std::string& text, TechType value);
 void appendText(std::string& text, IPType value);
 void appendText(std::string& text, AuthType value);
