@@ -140,6 +140,22 @@ TEST_F(ManagerTest, AnsweredClientLeavesWhateverTheWorkerDoesNext) {
     EXPECT_TRUE(result.get());
 }
 
+TEST_F(ManagerTest, ManyClientsAreServedBesideEachOther) {
+    const auto key = add("apn", true);
+    std::atomic<int> read{0};
+    {
+        std::vector<std::jthread> clients;
+        for (int i = 0; i < 6; ++i) {
+            clients.emplace_back([&] {
+                for (int j = 0; j < 200; ++j) {
+                    read += manager.getProfile(key) ? 1 : 0;
+                }
+            });
+        }
+    }
+    EXPECT_EQ(read, 1200);
+}
+
 TEST_F(ManagerTest, EnginesBackToBackLeaveNothingBehind) {
     for (int i = 0; i < 20; ++i) {
         manager.init(i, i % 2 == 0);
