@@ -208,11 +208,10 @@ TEST_F(TortureTest, Write) {
 }
 TEST_F(TortureTest, Thread) { torture(Call::Thread, {}); }
 TEST_F(TortureTest, Memory) {
-    torture(Call::Memory,
-            {"ClientRequestManager: out of memory", "EventManager: out of memory",
-             "Manager: out of memory", "ProfileKey: out of memory, listener is not registered",
-             "ProfileKey: out of memory, token=N is not released",
-             "RavWdsProxy: out of memory, indication is lost"});
+    torture(Call::Memory, {"ClientRequestManager: out of memory", "Manager: out of memory",
+                           "ProfileKey: out of memory, listener is not registered",
+                           "ProfileKey: out of memory, token=N is not released",
+                           "RavWdsProxy: out of memory, indication is lost"});
 }
 
 TEST_F(TortureTest, ModemRequests) {

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "ClientRequest.h"
@@ -171,17 +172,19 @@ TEST_F(EventManagerTest, WhatTheSystemRefusesIsLogged) {
                     "ERROR error in writing rv: -1 error: Resource temporarily unavailable"));
 }
 
-TEST_F(EventManagerTest, EventThatNobodyHandlesIsNamed) {
+TEST_F(EventManagerTest, EventsThatNobodyHandlesAreLogged) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     fds.push_back(ends[1]);
     add(ends[1]);
     close(ends[0]);  // a writer without a reader: EPOLLERR
     add(readyFd(), nullptr);
+    add(readyFd(), [](int, void*) { throw std::bad_alloc(); });
     manager->processEvents();
     EXPECT_THAT(takeLines(),
                 testing::UnorderedElementsAre("INFO Unhandled epoll event: EPOLLERR  [flags 010]",
-                                              "ERROR no callback registered"));
+                                              "ERROR no callback registered",
+                                              "ERROR EventManager: out of memory"));
 }
 
 TEST_F(EventManagerTest, CallbackMayRemoveItselfAndOthersInMidPass) {
