@@ -18,18 +18,10 @@ void append(std::vector<std::byte>& bytes, uint32_t value, size_t width) {
     }
 }
 
-uint32_t readNumber(std::span<const std::byte> bytes) {
-    uint32_t value = 0;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        value |= std::to_integer<uint32_t>(bytes[i]) << (8 * i);
-    }
-    return value;
-}
-
 wds_profile_changed_ind_type_v01 readChange(std::span<const std::byte> value) {
-    return {static_cast<wds_profile_type_enum_v01>(readNumber(value.subspan(0, kWord))),
-            readNumber(value.subspan(kWord, kWord)),
-            static_cast<wds_profile_change_enum_v01>(readNumber(value.subspan(2 * kWord, kWord)))};
+    return {static_cast<wds_profile_type_enum_v01>(toNumber(value.subspan(0, kWord))),
+            static_cast<uint32_t>(toNumber(value.subspan(kWord, kWord))),
+            static_cast<wds_profile_change_enum_v01>(toNumber(value.subspan(2 * kWord, kWord)))};
 }
 
 }  // namespace
@@ -50,8 +42,8 @@ bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_
         if (bytes.size() < kHeaderLength) {
             return false;
         }
-        const uint32_t type = readNumber(bytes.first(1));
-        const size_t length = readNumber(bytes.subspan(1, 2));
+        const uint64_t type = toNumber(bytes.first(1));
+        const size_t length = toNumber(bytes.subspan(1, 2));
         bytes = bytes.subspan(kHeaderLength);
         if (length > bytes.size()) {
             return false;
@@ -66,6 +58,31 @@ bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_
         bytes = bytes.subspan(length);
     }
     return true;
+}
+
+uint64_t toNumber(std::span<const std::byte> bytes) {
+    uint64_t value = 0;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        value |= std::to_integer<uint64_t>(bytes[i]) << (8 * i);
+    }
+    return value;
+}
+
+std::string toUtf8(std::span<const std::byte> bytes) {
+    std::string text;
+    for (const std::byte one : bytes) {
+        const auto byte = std::to_integer<unsigned>(one);
+        if (byte == 0) {
+            break;
+        }
+        if (byte < 0x80) {
+            text += static_cast<char>(byte);
+        } else {
+            text +=
+                {static_cast<char>(0xC0 | (byte >> 6)), static_cast<char>(0x80 | (byte & 0x3F))};
+        }
+    }
+    return text;
 }
 
 std::string packBytes(std::span<const std::byte> bytes) {

@@ -2,6 +2,7 @@
 #define EMULATOR_ENCODING_H
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,6 +22,12 @@ std::vector<std::byte> encodeChange(const wds_profile_changed_ind_type_v01& chan
 /// 0x10 the valid flag is 0, with several the last one counts. False for an element that ends
 /// beyond the bytes and for an element 0x10 of another length.
 bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_v01& message);
+
+/// The number that bytes hold, the lowest first.
+uint64_t toNumber(std::span<const std::byte> bytes);
+
+/// A text of the modem up to its terminating zero; bytes beyond ASCII are shown as Latin-1.
+std::string toUtf8(std::span<const std::byte> bytes);
 
 /// Bytes as a text: two hexadecimal digits each, and a longer run of zeros as its length in
 /// parentheses, "0a(2019)ff".

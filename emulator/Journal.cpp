@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "Encoding.h"
-#include "ProfileSettings.h"
+#include "Settings.h"
 
 namespace kiv::emulator {
 namespace {
@@ -25,44 +25,20 @@ Record read(std::span<const std::byte> bytes) {
     return record;
 }
 
-/// A text of the modem may hold any bytes; those beyond ASCII are shown as Latin-1.
-std::string textOf(std::span<const std::byte> bytes) {
-    std::string text;
-    for (const std::byte one : bytes) {
-        const auto byte = std::to_integer<unsigned char>(one);
-        if (byte == 0) {
-            break;
-        }
-        if (byte < 0x80) {
-            text += static_cast<char>(byte);
-        } else {
-            text +=
-                {static_cast<char>(0xC0 | (byte >> 6)), static_cast<char>(0x80 | (byte & 0x3F))};
-        }
-    }
-    return text;
-}
-
-uint64_t numberOf(std::span<const std::byte> bytes) {
-    uint64_t number = 0;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        number |= std::to_integer<uint64_t>(bytes[i]) << (8 * i);
-    }
-    return number;
-}
-
-Json settingsOf(wds_profile_settings_type_v01 settings, bool showSecrets) {
+Json settingsOf(const Settings& settings, bool showSecrets) {
     Json members = Json::object();
-    for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
-        forEachPresent(type, settings, [&](const PresentMember& member) {
-            if (member.isSecret && !showSecrets) {
-                members[member.name] = "***";
-            } else if (member.isText) {
-                members[member.name] = textOf(member.value);
-            } else {
-                members[member.name] = numberOf(member.value);
-            }
-        });
+    for (const Setting& setting : allSettings()) {
+        if (!setting.isPresent(settings)) {
+            continue;
+        }
+        Json& member = members[std::string(setting.name)];
+        if (setting.isSecret && !showSecrets) {
+            member = "***";
+        } else if (setting.isText) {
+            member = setting.shown(settings);
+        } else {
+            member = toNumber(setting.value(settings));
+        }
     }
     return members;
 }
@@ -147,7 +123,7 @@ Json responseMembers(unsigned messageId, std::span<const std::byte> bytes, bool 
         for (uint32_t i = 0; i < count; ++i) {
             const auto& entry = record.profile_list[i];
             Json one = profileOf(entry.profile_type, entry.profile_index);
-            one["name"] = textOf(std::as_bytes(std::span(entry.profile_name)));
+            one["name"] = toUtf8(std::as_bytes(std::span(entry.profile_name)));
             members["profile_list"].push_back(std::move(one));
         }
     }

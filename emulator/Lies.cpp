@@ -4,7 +4,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "ProfileSettings.h"
+#include "Settings.h"
 
 namespace kiv::emulator {
 namespace {
@@ -27,14 +27,16 @@ void lieAboutProfile(Lie lie, wds_create_profile_resp_msg_v01& answer) {
 }
 
 void lieAboutSettings(Lie lie, wds_get_profile_settings_resp_msg_v01& answer) {
-    for (const auto type : {WDS_PROFILE_TYPE_3GPP_V01, WDS_PROFILE_TYPE_3GPP2_V01}) {
-        forEachPresent(type, answer.settings, [lie](const PresentMember& member) {
-            if (lie == Lie::UnterminatedText && member.isText) {
-                std::fill(member.value.begin(), member.value.end(), std::byte{kFiller});
-            } else if (lie == Lie::UnknownEnums && member.value.size() == sizeof(kUnknownValue)) {
-                std::memcpy(member.value.data(), &kUnknownValue, sizeof(kUnknownValue));
-            }
-        });
+    const std::vector<std::byte> filling(sizeof(answer.settings.apn_name), std::byte{kFiller});
+    for (const Setting& setting : allSettings()) {
+        if (!setting.isPresent(answer.settings)) {
+            continue;
+        }
+        if (lie == Lie::UnterminatedText && setting.isText) {
+            setting.set(answer.settings, std::span(filling).first(setting.size));
+        } else if (lie == Lie::UnknownEnums && setting.size == sizeof(kUnknownValue)) {
+            setting.set(answer.settings, std::as_bytes(std::span(&kUnknownValue, 1)));
+        }
     }
 }
 

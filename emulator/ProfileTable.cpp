@@ -1,6 +1,6 @@
 #include "ProfileTable.h"
 
-#include "ProfileSettings.h"
+#include "Settings.h"
 
 namespace kiv::emulator {
 

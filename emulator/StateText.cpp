@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "ProfileSettings.h"
+#include "Settings.h"
 #include "StateFile.h"
 
 namespace kiv::emulator {
@@ -18,7 +18,6 @@ namespace {
 
 using nlohmann::ordered_json;
 using Json = nlohmann::json;
-using Settings = wds_profile_settings_type_v01;
 
 constexpr char kFormat[] = "kivr modem state";
 constexpr uint64_t kVersion = 1;
@@ -47,8 +46,8 @@ std::string shown(std::string_view text) {
     return text.size() > kMostShown ? result + "..." : result;
 }
 
-ordered_json valueOf(const SettingsMember& member, const Settings& settings) {
-    const auto bytes = member.used(settings);
+ordered_json valueOf(const Setting& member, const Settings& settings) {
+    const auto bytes = member.value(settings);
     if (!member.isText) {
         uint64_t number = 0;
         static_assert(std::endian::native == std::endian::little);
@@ -63,8 +62,8 @@ ordered_json describeTable(const ProfileTable& table) {
     ordered_json profiles = ordered_json::array();
     for (const auto& [index, profile] : table.all()) {
         ordered_json settings = ordered_json::object();
-        for (const SettingsMember& member : settingsMembers()) {
-            if (member.isPresent(profile.type, profile.settings)) {
+        for (const Setting& member : allSettings()) {
+            if (member.belongsTo(profile.type) && member.isPresent(profile.settings)) {
                 settings[std::string(member.name)] = valueOf(member, profile.settings);
             }
         }
@@ -261,14 +260,14 @@ private:
 
 Settings readSettings(wds_profile_type_enum_v01 type, const Value& value) {
     std::vector<std::string_view> names;
-    for (const SettingsMember& member : settingsMembers()) {
+    for (const Setting& member : allSettings()) {
         if (member.belongsTo(type)) {
             names.push_back(member.name);
         }
     }
     value.allowOnly(names);
     Settings settings{};
-    for (const SettingsMember& member : settingsMembers()) {
+    for (const Setting& member : allSettings()) {
         const std::string name(member.name);
         if (!value.has(name)) {
             continue;

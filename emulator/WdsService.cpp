@@ -5,7 +5,7 @@
 #include <iterator>
 #include <utility>
 
-#include "ProfileSettings.h"
+#include "Settings.h"
 
 namespace kiv::emulator {
 namespace {

@@ -11,7 +11,7 @@
 #include <span>
 
 #include "ModemTest.h"
-#include "ProfileSettings.h"
+#include "Settings.h"
 
 namespace kiv::emulator {
 namespace {
@@ -51,7 +51,7 @@ std::string errorOf(const std::string& text) {
 /// Settings in which any member may be present, with any value, in any bytes.
 wds_profile_settings_type_v01 randomSettings(wds_profile_type_enum_v01 type, std::mt19937& random) {
     wds_profile_settings_type_v01 settings{};
-    for (const SettingsMember& member : settingsMembers()) {
+    for (const Setting& member : allSettings()) {
         if (!member.belongsTo(type) || random() % 3 == 0) {
             continue;
         }
