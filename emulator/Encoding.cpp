@@ -1,7 +1,6 @@
 #include "Encoding.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 
 namespace kiv::emulator {
@@ -103,26 +102,6 @@ std::string packBytes(std::span<const std::byte> bytes) {
         bytes = bytes.subspan(isRun ? zeros : 1);
     }
     return text;
-}
-
-std::optional<std::vector<std::byte>> unpackBytes(std::string_view text, size_t most) {
-    std::vector<std::byte> bytes;
-    while (!text.empty()) {
-        const bool isRun = text[0] == '(';
-        const size_t end = isRun ? text.find(')') : 2;
-        const std::string_view digits = text.substr(isRun ? 1 : 0, isRun ? end - 1 : end);
-        size_t value = 0;
-        const auto read =
-            std::from_chars(digits.data(), digits.data() + digits.size(), value, isRun ? 10 : 16);
-        const size_t added = isRun ? value : 1;
-        if (end > text.size() || digits.empty() || read.ec != std::errc() ||
-            read.ptr != digits.data() + digits.size() || added > most - bytes.size()) {
-            return std::nullopt;
-        }
-        bytes.resize(bytes.size() + added, isRun ? std::byte{} : static_cast<std::byte>(value));
-        text.remove_prefix(isRun ? end + 1 : end);
-    }
-    return bytes;
 }
 
 }  // namespace kiv::emulator

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -32,10 +31,6 @@ std::string toUtf8(std::span<const std::byte> bytes);
 /// Bytes as a text: two hexadecimal digits each, and a longer run of zeros as its length in
 /// parentheses, "0a(2019)ff".
 std::string packBytes(std::span<const std::byte> bytes);
-
-/// Reads such a text, which may be hostile; none for any other text, and for one that stands for
-/// more than so many bytes.
-std::optional<std::vector<std::byte>> unpackBytes(std::string_view text, size_t most);
 
 }  // namespace kiv::emulator
 

@@ -157,10 +157,6 @@ const char* messageName(unsigned id) {
     }
 }
 
-std::string describeRequest(const Request& request, bool showSecrets) {
-    return requestMembers(request, showSecrets).dump();
-}
-
 bool Journal::open(const std::string& path, bool withSecrets, TimePoint now) {
     close();
     // Only the owner may read it, as passwords may get into it.

@@ -37,9 +37,6 @@ constexpr const char* kServiceDownSilently = "service down, silently";
 /// The name of a message in the journal.
 const char* messageName(unsigned id);
 
-/// What a request says, as a JSON object.
-std::string describeRequest(const Request& request, bool showSecrets);
-
 /// Writes what passes between the modem and its clients, and what happens to the modem: one JSON
 /// object a line.
 ///

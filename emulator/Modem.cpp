@@ -30,9 +30,7 @@ int Modem::setNotifyCallback(rav_client_type notifier, rav_client_notify_cb call
     }
     client->notify = callback;
     client->userData = userData;
-    if (replay) {
-        playOn();
-    } else if (running) {
+    if (running) {
         postNotification(notifier, *client, RAV_CLIENT_SERVICE_APPEARED);
     }
     return RAV_CLIENT_OK;
@@ -68,9 +66,7 @@ int Modem::setErrorCallback(rav_client_type handle, rav_client_error_cb callback
     }
     client->error = callback;
     client->userData = userData;
-    if (isReplaying()) {
-        playOn();
-    } else if (client->isGone) {
+    if (client->isGone) {
         postError(handle, *client);
     }
     return RAV_CLIENT_OK;
@@ -107,9 +103,6 @@ void Modem::startNow() {
     for (auto& [handle, client] : clients) {
         const bool wasDeaf = std::exchange(client.isDeaf, false);
         client.isGone = client.isGone || wasDeaf;
-        if (isReplaying()) {
-            continue;  // the journal has what they are told
-        }
         if (wasDeaf) {
             abandonRequests(handle, RAV_CLIENT_ERR_SERVICE_GONE);
             postError(handle, client);
@@ -126,7 +119,7 @@ void Modem::stopNow(bool silently) {
     running = false;
     noteEvent(silently ? kServiceDownSilently : kServiceDown);
     service.dropTransientProfiles();
-    if (!silently && !isReplaying()) {
+    if (!silently) {
         abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
     }
     for (auto& [handle, client] : clients) {
@@ -134,7 +127,7 @@ void Modem::stopNow(bool silently) {
         const bool losesService = !client.isNotifier && !client.isGone;
         client.isDeaf = client.isDeaf || (silently && losesService);
         client.isGone = client.isGone || (!silently && losesService);
-        if (silently || isReplaying()) {
+        if (silently) {
             continue;
         }
         if (client.isNotifier) {
@@ -205,7 +198,7 @@ bool Modem::waitForObservers(TimePoint deadline) {
 
 bool Modem::useVirtualClock(bool on) {
     std::lock_guard lock(mutex);
-    if (running || replay || !open.empty()) {
+    if (running || !open.empty()) {
         return false;
     }
     std::lock_guard clockLock(clock.mutex);
@@ -234,7 +227,7 @@ TimePoint Modem::now() const {
 
 bool Modem::startJournal(const std::string& path, bool showSecrets) {
     std::lock_guard lock(mutex);
-    if (clients.empty() && !replay) {
+    if (clients.empty()) {
         clientCount = 0;
     }
     return journal.open(path, showSecrets, now());
@@ -265,7 +258,6 @@ rav_client_type Modem::addClient(const Client& client) {
     if (journal.isOpen()) {
         journal.addEvent(now(), kOpen, clientCount, client.what());
     }
-    playOn();
     return handle;
 }
 
@@ -336,7 +328,7 @@ void Modem::reportChanges() {
 
 void Modem::deliverChange(const wds_profile_changed_ind_type_v01& change) {
     for (const auto& [handle, client] : clients) {
-        if (!isReplaying() && client.session.isReported(change)) {
+        if (client.session.isReported(change)) {
             postIndication(handle, client, RAV_WDS_PROFILE_CHANGED_IND_V01, encodeChange(change));
         }
     }

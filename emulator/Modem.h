@@ -15,7 +15,6 @@
 #include "FaultList.h"
 #include "Journal.h"
 #include "ModemEmulator.h"
-#include "Replay.h"
 #include "TaskQueue.h"
 #include "WdsService.h"
 
@@ -80,8 +79,6 @@ public:
     size_t openClients() const;
     bool startJournal(const std::string& path, bool showSecrets);
     bool finishJournal();
-    bool startReplay(const std::string& path, std::string& error);
-    std::optional<std::string> finishReplay();
 
     /// Runs an operation on the service, and reports the changes that it made.
     template <class Operation>
@@ -122,7 +119,6 @@ private:
         Fault fault;
         std::vector<std::byte> response;
         uint64_t observerNumber = 0;  ///< whose it is: see observersSoFar
-        bool isTaken = false;         ///< by a replay, as the next request of the journal
         bool isDecided = false;       ///< the outcome is known
         bool isAnswered = false;      ///< and the sender may go on
         std::condition_variable answered;
@@ -151,6 +147,8 @@ private:
     void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
                         const std::vector<std::byte>& bytes);
     void noteEvent(const std::string& what);
+    /// The program turns the power on or off.
+    void noteProgram(const char* what);
     void startNow();
     /// By the program; late, or not at all, if the scenario says so.
     void startAsPlayed();
@@ -169,27 +167,6 @@ private:
     /// Makes the indications that were to wait for the answer.
     void deliverHeld();
     void endScenario();
-
-    // A replay: what the modem does then comes from a journal alone.
-    bool isReplaying() const { return replay && !replay->firstDifference(); }
-    /// The program turns the power on or off; true if that is a replay's matter.
-    bool noteProgram(const char* what);
-    /// Plays the lines whose turn it is.
-    void playOn();
-    void playAt(std::chrono::milliseconds delay);
-    /// False if the line has to wait for the library or for the program.
-    bool playLine(const RecordedLine& line);
-    bool playCallback(const RecordedLine& line);
-    void playEvent(const RecordedLine& line);
-    bool takeRecorded(const RecordedLine& line);
-    void answerAsRecorded(const RecordedLine& line);
-    void takeForReplay(const TransactionPointer& transaction);
-    void differFrom(const Transaction& transaction);
-    void finishLater(const TransactionPointer& transaction);
-    /// Whether a callback runs, or is to run, that may do so before the next line.
-    bool waitsForCallbacks() const;
-    /// The modem is off from then on, until the replay is finished.
-    void endReplay();
 
     TransactionPointer putRequest(rav_client_type handle, const Client& client, unsigned messageId,
                                   std::vector<std::byte> request,
@@ -234,8 +211,6 @@ private:
     std::map<rav_client_type, Client> clients;
     std::atomic<uint64_t> callbackCount = 0;
     Journal journal;
-    std::unique_ptr<Replay> replay;
-    std::vector<TransactionPointer> answeredInReplay;  ///< their senders are yet to go on
     unsigned clientCount = 0;
     FaultList faults;
     bool isStartDelayed = false;  ///< the next power-on is late, or never

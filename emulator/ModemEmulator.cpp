@@ -155,12 +155,6 @@ bool ModemEmulator::startJournal(const std::string& path, bool showSecrets) {
 
 bool ModemEmulator::finishJournal() { return modem().finishJournal(); }
 
-bool ModemEmulator::startReplay(const std::string& path, std::string& error) {
-    return modem().startReplay(path, error);
-}
-
-std::optional<std::string> ModemEmulator::finishReplay() { return modem().finishReplay(); }
-
 bool ModemEmulator::waitForRegisteredClient(std::chrono::milliseconds timeout) const {
     return modem().waitForRegisteredClient(realTimeAfter(timeout));
 }

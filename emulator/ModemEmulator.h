@@ -187,20 +187,6 @@ public:
     /// Ends the journal. False if not all of it could be written.
     bool finishJournal();
 
-    /// Replays a journal from now on: what the modem did is done again, byte for byte, and requests
-    /// are held against those recorded. start and stop then only tell that the program has done
-    /// the next one of the journal; the power, answers and indications are the journal's, whatever
-    /// tables, faults, scenarios, actions and other parties would make of them. The program has to
-    /// do what it did when the journal was written, on the virtual clock. False, with path, line
-    /// and what is wrong, and nothing changed, if the journal can't be used, the modem is on or not
-    /// on the virtual clock, or a client is open.
-    bool startReplay(const std::string& path, std::string& error);
-
-    /// Ends the replay, with the modem off, and returns path, line and content of the first
-    /// difference; none if every request was as recorded and every one recorded was sent.
-    /// Passwords are not in it. After a difference the modem was off.
-    std::optional<std::string> finishReplay();
-
     /// Blocks until a client has bound, registered for indications and configured its profile
     /// events on the running modem. False after the time-out.
     bool waitForRegisteredClient(std::chrono::milliseconds timeout) const;

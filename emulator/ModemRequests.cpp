@@ -78,14 +78,7 @@ void Modem::takeRequest(const TransactionPointer& transaction) {
     std::unique_lock lock(mutex);
     deliverHeld();
     Client* const client = findClient(transaction->client, false);
-    if (!client) {
-        return;
-    }
-    if (replay) {
-        takeForReplay(transaction);
-        return;
-    }
-    if (client->isGone) {
+    if (!client || client->isGone) {
         return;
     }
     if (journal.isOpen()) {

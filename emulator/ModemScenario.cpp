@@ -24,13 +24,17 @@ void Modem::start() {
 }
 
 void Modem::startAsPlayed() {
-    if (noteProgram(kStart)) {
-        return;
-    }
+    noteProgram(kStart);
     if (running || !std::exchange(isStartDelayed, false)) {
         startNow();
     } else if (startDelay) {
         perform({.kind = Action::Kind::PowerOff, .comesBackAfter = startDelay});
+    }
+}
+
+void Modem::noteProgram(const char* what) {
+    if (journal.isOpen()) {
+        journal.addEvent(now(), kProgram, 0, what);
     }
 }
 
@@ -40,9 +44,8 @@ void Modem::stop() {
 }
 
 void Modem::stopAsTold() {
-    if (!noteProgram(kStop)) {
-        stopNow(false);
-    }
+    noteProgram(kStop);
+    stopNow(false);
 }
 
 void Modem::restart() {
@@ -54,9 +57,6 @@ void Modem::restart() {
 
 void Modem::play(const Scenario& scenario) {
     std::lock_guard lock(mutex);
-    if (replay) {
-        return;
-    }
     faults.seed(scenario.seed);
     for (const Fault& fault : scenario.faults) {
         faults.add(fault);
@@ -87,9 +87,7 @@ void Modem::endScenario() {
 
 void Modem::performNow(const Action& action) {
     std::lock_guard lock(mutex);
-    if (!replay) {
-        perform(action);
-    }
+    perform(action);
 }
 
 void Modem::performAll(const Fault& fault, Moment moment) {
@@ -155,7 +153,7 @@ void Modem::perform(const Action& action) {
 
 void Modem::deliverBytes(unsigned messageId, const std::vector<std::byte>& bytes) {
     for (const auto& [handle, client] : clients) {
-        if (!isReplaying() && client.session.reportsChanges) {
+        if (client.session.reportsChanges) {
             postIndication(handle, client, messageId, bytes);
         }
     }

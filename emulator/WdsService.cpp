@@ -94,12 +94,6 @@ std::optional<MessageLengths> findMessageLengths(unsigned messageId) {
     return message ? std::optional(message->lengths) : std::nullopt;
 }
 
-bool isOfSession(unsigned messageId) {
-    return messageId == RAV_WDS_BIND_SUBSCRIPTION_REQ_V01 ||
-           messageId == RAV_WDS_INDICATION_REGISTER_REQ_V01 ||
-           messageId == RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01;
-}
-
 std::vector<std::byte> refuseRequest(unsigned messageId, uint32_t error) {
     std::vector<std::byte> answer(MessageTable::find(messageId)->lengths.response);
     const wds_response_type_v01 head{WDS_RESULT_FAILURE_V01, error};

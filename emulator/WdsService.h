@@ -30,9 +30,6 @@ struct MessageLengths {
 /// The lengths of a message of the service; none for an id that it doesn't have.
 std::optional<MessageLengths> findMessageLengths(unsigned messageId);
 
-/// Whether a message arranges something for the client alone.
-bool isOfSession(unsigned messageId);
-
 /// An answer that refuses a request with the given error.
 std::vector<std::byte> refuseRequest(unsigned messageId, uint32_t error);
 
