@@ -10,6 +10,7 @@
 
 #include "Encoding.h"
 #include "Settings.h"
+#include "WdsService.h"
 
 namespace kiv::emulator {
 namespace {
@@ -131,31 +132,6 @@ Json responseMembers(unsigned messageId, std::span<const std::byte> bytes, bool 
 }
 
 }  // namespace
-
-const char* messageName(unsigned id) {
-    switch (id) {
-        case RAV_WDS_INDICATION_REGISTER_REQ_V01:
-            return "registerIndications";
-        case RAV_WDS_CREATE_PROFILE_REQ_V01:
-            return "create";
-        case RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01:
-            return "modify";
-        case RAV_WDS_DELETE_PROFILE_REQ_V01:
-            return "delete";
-        case RAV_WDS_GET_PROFILE_LIST_REQ_V01:
-            return "list";
-        case RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01:
-            return "get";
-        case RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01:
-            return "configureEvents";
-        case RAV_WDS_PROFILE_CHANGED_IND_V01:
-            return "profileChanged";
-        case RAV_WDS_BIND_SUBSCRIPTION_REQ_V01:
-            return "bind";
-        default:
-            return "unknown";
-    }
-}
 
 bool Journal::open(const std::string& path, bool withSecrets, TimePoint now) {
     close();

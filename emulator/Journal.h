@@ -21,22 +21,6 @@ constexpr const char* kOpen = "open";
 constexpr const char* kEvent = "event";
 constexpr const char* kProgram = "program";
 
-/// What a notifier tells.
-constexpr const char* kAppeared = "appeared";
-constexpr const char* kDisappeared = "disappeared";
-
-/// What the program that controls the modem does.
-constexpr const char* kStart = "start";
-constexpr const char* kStop = "stop";
-
-/// What happens to the modem's power.
-constexpr const char* kServiceUp = "service up";
-constexpr const char* kServiceDown = "service down";
-constexpr const char* kServiceDownSilently = "service down, silently";
-
-/// The name of a message in the journal.
-const char* messageName(unsigned id);
-
 /// Writes what passes between the modem and its clients, and what happens to the modem: one JSON
 /// object a line.
 ///

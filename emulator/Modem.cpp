@@ -1,6 +1,5 @@
 #include "Modem.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "Encoding.h"
@@ -31,7 +30,7 @@ int Modem::setNotifyCallback(rav_client_type notifier, rav_client_notify_cb call
     client->notify = callback;
     client->userData = userData;
     if (running) {
-        postNotification(notifier, *client, RAV_CLIENT_SERVICE_APPEARED);
+        postNotification(notifier, *client, true);
     }
     return RAV_CLIENT_OK;
 }
@@ -66,7 +65,7 @@ int Modem::setErrorCallback(rav_client_type handle, rav_client_error_cb callback
     }
     client->error = callback;
     client->userData = userData;
-    if (client->isGone) {
+    if (client->state == Client::Service::Gone) {
         postError(handle, *client);
     }
     return RAV_CLIENT_OK;
@@ -88,136 +87,14 @@ int Modem::release(rav_client_type handle) {
         abandonRequests(handle, RAV_CLIENT_ERR_INVALID);
     }
     // Nothing is posted for a client that is no longer in the table.
-    callbackThread.cancel(handle);
+    callbackThread.cancel(callbacksOf(handle));
     return RAV_CLIENT_OK;
 }
 
-void Modem::startNow() {
-    modemThread.forget(&startDelay);
-    if (running) {
-        return;
-    }
-    running = true;
-    ++instance;
-    noteEvent(kServiceUp);
-    for (auto& [handle, client] : clients) {
-        const bool wasDeaf = std::exchange(client.isDeaf, false);
-        client.isGone = client.isGone || wasDeaf;
-        if (wasDeaf) {
-            abandonRequests(handle, RAV_CLIENT_ERR_SERVICE_GONE);
-            postError(handle, client);
-        }
-        postNotification(handle, client, RAV_CLIENT_SERVICE_APPEARED);
-    }
-}
-
-void Modem::stopNow(bool silently) {
-    modemThread.forget(&startDelay);
-    if (!running) {
-        return;
-    }
-    running = false;
-    noteEvent(silently ? kServiceDownSilently : kServiceDown);
-    service.dropTransientProfiles();
-    if (!silently) {
-        abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
-    }
-    for (auto& [handle, client] : clients) {
-        client.session = {};
-        const bool losesService = !client.isNotifier && !client.isGone;
-        client.isDeaf = client.isDeaf || (silently && losesService);
-        client.isGone = client.isGone || (!silently && losesService);
-        if (silently) {
-            continue;
-        }
-        if (client.isNotifier) {
-            postNotification(handle, client, RAV_CLIENT_SERVICE_DISAPPEARED);
-        } else if (losesService) {
-            postError(handle, client);
-        }
-    }
-}
-
-bool Modem::isRunning() const {
+std::optional<int> Modem::takeCallFailure(ModemEmulator::Call call) {
     std::lock_guard lock(mutex);
-    return running;
-}
-
-bool Modem::restore(const ProfileTables& tables) {
-    std::lock_guard lock(mutex);
-    if (running) {
-        return false;
-    }
-    service.restore(tables);
-    service.dropTransientProfiles();
-    return true;
-}
-
-void Modem::sendChange(const wds_profile_changed_ind_type_v01& change) {
-    std::lock_guard lock(mutex);
-    deliverChange(change);
-}
-
-void Modem::sendIndication(unsigned messageId, const std::vector<std::byte>& bytes) {
-    std::lock_guard lock(mutex);
-    deliverBytes(messageId, bytes);
-}
-
-bool Modem::waitForRegisteredClient(TimePoint deadline) const {
-    std::unique_lock lock(mutex);
-    return sessionChanged.wait_until(lock, deadline, [this] {
-        return std::any_of(clients.begin(), clients.end(),
-                           [](const auto& entry) { return entry.second.session.isComplete(); });
-    });
-}
-
-bool Modem::waitForDeliveries(TimePoint deadline) {
-    // A callback can't wait for itself, and an observer is itself a task of the modem thread.
-    if (callbackThread.isCurrentThread() || modemThread.isCurrentThread()) {
-        return !callbackThread.isCurrentThread() && callbackThread.waitForDue(deadline);
-    }
-    // An answer waits for callbacks, and callbacks for what follows it.
-    for (int round = 0; round < (clock.isVirtual() ? 2 : 1); ++round) {
-        if (!modemThread.waitForDue(deadline) || !waitForObservers(deadline) ||
-            !callbackThread.waitForDue(deadline)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-/// What has been decided by now, however often callbacks put it off.
-bool Modem::waitForObservers(TimePoint deadline) {
-    std::unique_lock lock(mutex);
-    return finished.wait_until(lock, deadline, [this, awaited = finishing] {
-        return std::none_of(awaited.begin(), awaited.end(), [this](const auto& transaction) {
-            return std::find(finishing.begin(), finishing.end(), transaction) != finishing.end();
-        });
-    });
-}
-
-bool Modem::useVirtualClock(bool on) {
-    std::lock_guard lock(mutex);
-    if (running || !open.empty()) {
-        return false;
-    }
-    std::lock_guard clockLock(clock.mutex);
-    clock.useVirtual(on);
-    return true;
-}
-
-void Modem::passTime(std::chrono::milliseconds atMost) {
-    if (modemThread.isCurrentThread() || callbackThread.isCurrentThread()) {
-        return;
-    }
-    const bool hasDelivered = deliverHeldAndIdle();
-    if (!clock.isVirtual()) {
-        return;
-    }
-    std::unique_lock lock(clock.mutex);
-    // Clients have to see to what they were told before anything else happens.
-    const auto span = hasDelivered ? std::chrono::milliseconds(0) : sensible(atMost);
-    clock.pass(lock, clock.now() + span);
+    const auto failure = callFailures.extract(call);
+    return failure ? std::optional(failure.mapped()) : std::nullopt;
 }
 
 TimePoint Modem::now() const {
@@ -225,28 +102,53 @@ TimePoint Modem::now() const {
     return clock.now();
 }
 
-bool Modem::startJournal(const std::string& path, bool showSecrets) {
-    std::lock_guard lock(mutex);
-    if (clients.empty()) {
-        clientCount = 0;
+void Modem::startNow() {
+    modemThread.forget({TaskName::Kind::PowerOn});
+    if (running) {
+        return;
     }
-    return journal.open(path, showSecrets, now());
+    running = true;
+    ++instance;
+    note(kEvent, 0, "service up");
+    for (auto& [handle, client] : clients) {
+        if (client.state == Client::Service::Deaf) {
+            client.state = Client::Service::Gone;
+            abandonRequests(handle, RAV_CLIENT_ERR_SERVICE_GONE);
+            postError(handle, client);
+        }
+        postNotification(handle, client, true);
+    }
 }
 
-bool Modem::finishJournal() {
-    std::lock_guard lock(mutex);
-    return journal.close();
+void Modem::stopNow(bool silently) {
+    modemThread.forget({TaskName::Kind::PowerOn});
+    if (!running) {
+        return;
+    }
+    running = false;
+    note(kEvent, 0, silently ? "service down, silently" : "service down");
+    service.tables.dropTransient();
+    if (!silently) {
+        abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
+    }
+    for (auto& [handle, client] : clients) {
+        client.session = {};
+        const bool losesService = !client.isNotifier && client.state == Client::Service::Served;
+        if (losesService) {
+            client.state = silently ? Client::Service::Deaf : Client::Service::Gone;
+        }
+        if (losesService && !silently) {
+            postError(handle, client);
+        } else if (!silently) {
+            postNotification(handle, client, false);
+        }
+    }
 }
 
-void Modem::noteEvent(const std::string& what) {
+void Modem::note(const char* direction, unsigned client, const std::string& what) {
     if (journal.isOpen()) {
-        journal.addEvent(now(), kEvent, 0, what);
+        journal.addEvent(now(), direction, client, what);
     }
-}
-
-size_t Modem::openClients() const {
-    std::lock_guard lock(mutex);
-    return clients.size();
 }
 
 rav_client_type Modem::addClient(const Client& client) {
@@ -255,9 +157,7 @@ rav_client_type Modem::addClient(const Client& client) {
     lastHandle += kStep;
     const auto handle = reinterpret_cast<rav_client_type>(lastHandle);
     clients.emplace(handle, client).first->second.number = ++clientCount;
-    if (journal.isOpen()) {
-        journal.addEvent(now(), kOpen, clientCount, client.what());
-    }
+    note(kOpen, clientCount, client.isNotifier ? "notifier" : "client");
     return handle;
 }
 
@@ -265,6 +165,10 @@ Modem::Client* Modem::findClient(rav_client_type handle, bool isNotifier) {
     const auto found = clients.find(handle);
     return found != clients.end() && found->second.isNotifier == isNotifier ? &found->second
                                                                             : nullptr;
+}
+
+TaskName Modem::callbacksOf(rav_client_type handle) {
+    return {TaskName::Kind::Client, reinterpret_cast<uintptr_t>(handle)};
 }
 
 template <class Note>
@@ -276,19 +180,18 @@ void Modem::noteCallback(Note note) {
     }
 }
 
-void Modem::postNotification(rav_client_type handle, const Client& client,
-                             rav_client_notify_event_type event) {
+void Modem::postNotification(rav_client_type handle, const Client& client, bool hasAppeared) {
     if (client.notify) {
         callbackThread.post(
-            [this, handle, event, number = client.number, notify = client.notify,
+            [this, handle, hasAppeared, number = client.number, notify = client.notify,
              object = client.serviceObject, data = client.userData] {
-                noteCallback([&] {
-                    const bool isUp = event == RAV_CLIENT_SERVICE_APPEARED;
-                    journal.addEvent(now(), kNotify, number, isUp ? kAppeared : kDisappeared);
-                });
-                notify(handle, object, event, data);
+                noteCallback(
+                    [&] { note(kNotify, number, hasAppeared ? "appeared" : "disappeared"); });
+                notify(handle, object,
+                       hasAppeared ? RAV_CLIENT_SERVICE_APPEARED : RAV_CLIENT_SERVICE_DISAPPEARED,
+                       data);
             },
-            {}, handle);
+            {}, callbacksOf(handle));
     }
 }
 
@@ -296,10 +199,10 @@ void Modem::postError(rav_client_type handle, const Client& client) {
     if (client.error) {
         callbackThread.post(
             [this, handle, number = client.number, error = client.error, data = client.userData] {
-                noteCallback([&] { journal.addEvent(now(), kError, number, "service gone"); });
+                noteCallback([&] { note(kError, number, "service gone"); });
                 error(handle, RAV_CLIENT_ERR_SERVICE_GONE, data);
             },
-            {}, handle);
+            {}, callbacksOf(handle));
     }
 }
 
@@ -312,7 +215,7 @@ void Modem::postIndication(rav_client_type handle, const Client& client, unsigne
                 noteCallback([&] { journal.addIndication(now(), number, messageId, copy); });
                 indicate(handle, messageId, copy.data(), static_cast<unsigned>(copy.size()), data);
             },
-            {}, handle);
+            {}, callbacksOf(handle));
     }
 }
 
@@ -321,7 +224,7 @@ void Modem::reportChanges() {
     for (const auto& change : service.takeChanges()) {
         const char* const type =
             change.profile_type == WDS_PROFILE_TYPE_3GPP_V01 ? "3gpp " : "3gpp2 ";
-        noteEvent(type + std::to_string(change.profile_index) + kChanges[change.change]);
+        note(kEvent, 0, type + std::to_string(change.profile_index) + kChanges[change.change]);
         deliverChange(change);
     }
 }

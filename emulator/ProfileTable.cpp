@@ -57,9 +57,4 @@ void ProfileTable::dropTransient() {
     std::erase_if(profiles, [](const auto& entry) { return !entry.second.persistent; });
 }
 
-void ProfileTable::reset() {
-    profiles.clear();
-    capacity = kMostProfiles;
-}
-
 }  // namespace kiv::emulator

@@ -40,7 +40,6 @@ public:
 
     void dropTransient();
     void clear() { profiles.clear(); }
-    void reset();
 
 private:
     wds_profile_type_enum_v01 type;
@@ -52,6 +51,17 @@ private:
 struct ProfileTables {
     ProfileTable table3gpp{WDS_PROFILE_TYPE_3GPP_V01};
     ProfileTable table3gpp2{WDS_PROFILE_TYPE_3GPP2_V01};
+
+    /// The table of a type; null for any other type.
+    ProfileTable* find(wds_profile_type_enum_v01 type) {
+        return type == WDS_PROFILE_TYPE_3GPP_V01    ? &table3gpp
+               : type == WDS_PROFILE_TYPE_3GPP2_V01 ? &table3gpp2
+                                                    : nullptr;
+    }
+    void dropTransient() {
+        table3gpp.dropTransient();
+        table3gpp2.dropTransient();
+    }
 };
 
 }  // namespace kiv::emulator

@@ -118,11 +118,11 @@ KIV_EMULATOR_API int rav_client_register_error_cb(rav_client_type client, rav_cl
 KIV_EMULATOR_API int rav_client_send_msg_sync(rav_client_type client, unsigned int msg_id,
                                               const void* req, unsigned int req_len, void* resp,
                                               unsigned int resp_len, unsigned int timeout_ms) {
-    const auto lengths = kiv::emulator::findMessageLengths(msg_id);
-    if (!lengths || !req || !resp || !Modem::getInstance().isOpenClient(client)) {
+    const auto* const message = kiv::emulator::findMessage(msg_id);
+    if (!message || !req || !resp || !Modem::getInstance().isOpenClient(client)) {
         return RAV_CLIENT_ERR_INVALID;
     }
-    if (req_len != lengths->request || resp_len != lengths->response) {
+    if (req_len != message->requestLength || resp_len != message->responseLength) {
         return RAV_CLIENT_ERR_MALFORMED;
     }
     return withoutExceptions([&] {
