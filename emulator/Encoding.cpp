@@ -10,6 +10,7 @@ constexpr uint32_t kProfileChangedElement = 0x10;
 constexpr size_t kHeaderLength = 3;
 constexpr size_t kWord = 4;
 constexpr size_t kProfileChangedLength = 3 * kWord;
+constexpr std::string_view kDigits = "0123456789abcdef";
 
 void append(std::vector<std::byte>& bytes, uint32_t value, size_t width) {
     for (size_t i = 0; i < width; ++i) {
@@ -84,21 +85,36 @@ std::string toUtf8(std::span<const std::byte> bytes) {
     return text;
 }
 
+std::string toHex(std::span<const std::byte> bytes) {
+    std::string text;
+    for (const std::byte one : bytes) {
+        text += {kDigits[std::to_integer<size_t>(one >> 4)],
+                 kDigits[std::to_integer<size_t>(one & std::byte{0xF})]};
+    }
+    return text;
+}
+
+std::optional<std::vector<std::byte>> fromHex(std::string_view text) {
+    if (text.size() % 2 != 0 || text.find_first_not_of(kDigits) != std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::vector<std::byte> bytes;
+    for (size_t i = 0; i < text.size(); i += 2) {
+        bytes.push_back(
+            static_cast<std::byte>(kDigits.find(text[i]) << 4 | kDigits.find(text[i + 1])));
+    }
+    return bytes;
+}
+
 std::string packBytes(std::span<const std::byte> bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
     constexpr size_t kShortestRun = 3;
     std::string text;
     while (!bytes.empty()) {
-        const auto value = std::to_integer<unsigned>(bytes[0]);
         const auto end =
             std::find_if(bytes.begin(), bytes.end(), [](std::byte b) { return b != std::byte{}; });
         const auto zeros = static_cast<size_t>(end - bytes.begin());
         const bool isRun = zeros >= kShortestRun;
-        if (isRun) {
-            text += '(' + std::to_string(zeros) + ')';
-        } else {
-            text += {kDigits[value >> 4], kDigits[value & 0xF]};
-        }
+        text += isRun ? '(' + std::to_string(zeros) + ')' : toHex(bytes.first(1));
         bytes = bytes.subspan(isRun ? zeros : 1);
     }
     return text;

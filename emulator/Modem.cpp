@@ -97,11 +97,6 @@ std::optional<int> Modem::takeCallFailure(ModemEmulator::Call call) {
     return failure ? std::optional(failure.mapped()) : std::nullopt;
 }
 
-TimePoint Modem::now() const {
-    std::lock_guard lock(clock.mutex);
-    return clock.now();
-}
-
 void Modem::startNow() {
     modemThread.forget({TaskName::Kind::PowerOn});
     if (running) {
@@ -109,7 +104,7 @@ void Modem::startNow() {
     }
     running = true;
     ++instance;
-    note(kEvent, 0, "service up");
+    journal.addEvent(kEvent, 0, "service up");
     for (auto& [handle, client] : clients) {
         if (client.state == Client::Service::Deaf) {
             client.state = Client::Service::Gone;
@@ -126,7 +121,7 @@ void Modem::stopNow(bool silently) {
         return;
     }
     running = false;
-    note(kEvent, 0, silently ? "service down, silently" : "service down");
+    journal.addEvent(kEvent, 0, silently ? "service down, silently" : "service down");
     service.tables.dropTransient();
     if (!silently) {
         abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
@@ -145,19 +140,13 @@ void Modem::stopNow(bool silently) {
     }
 }
 
-void Modem::note(const char* direction, unsigned client, const std::string& what) {
-    if (journal.isOpen()) {
-        journal.addEvent(now(), direction, client, what);
-    }
-}
-
 rav_client_type Modem::addClient(const Client& client) {
     // A handle is a number that is never used again, so that a stale one is always found out.
     constexpr uintptr_t kStep = 16;
     lastHandle += kStep;
     const auto handle = reinterpret_cast<rav_client_type>(lastHandle);
     clients.emplace(handle, client).first->second.number = ++clientCount;
-    note(kOpen, clientCount, client.isNotifier ? "notifier" : "client");
+    journal.addEvent(kOpen, clientCount, client.isNotifier ? "notifier" : "client");
     return handle;
 }
 
@@ -185,8 +174,9 @@ void Modem::postNotification(rav_client_type handle, const Client& client, bool 
         callbackThread.post(
             [this, handle, hasAppeared, number = client.number, notify = client.notify,
              object = client.serviceObject, data = client.userData] {
-                noteCallback(
-                    [&] { note(kNotify, number, hasAppeared ? "appeared" : "disappeared"); });
+                noteCallback([&] {
+                    journal.addEvent(kNotify, number, hasAppeared ? "appeared" : "disappeared");
+                });
                 notify(handle, object,
                        hasAppeared ? RAV_CLIENT_SERVICE_APPEARED : RAV_CLIENT_SERVICE_DISAPPEARED,
                        data);
@@ -199,7 +189,7 @@ void Modem::postError(rav_client_type handle, const Client& client) {
     if (client.error) {
         callbackThread.post(
             [this, handle, number = client.number, error = client.error, data = client.userData] {
-                noteCallback([&] { note(kError, number, "service gone"); });
+                noteCallback([&] { journal.addEvent(kError, number, "service gone"); });
                 error(handle, RAV_CLIENT_ERR_SERVICE_GONE, data);
             },
             {}, callbacksOf(handle));
@@ -212,7 +202,7 @@ void Modem::postIndication(rav_client_type handle, const Client& client, unsigne
         callbackThread.post(
             [this, handle, messageId, number = client.number, copy = bytes,
              indicate = client.indicate, data = client.indicationData]() mutable {
-                noteCallback([&] { journal.addIndication(now(), number, messageId, copy); });
+                noteCallback([&] { journal.addIndication(number, messageId, copy); });
                 indicate(handle, messageId, copy.data(), static_cast<unsigned>(copy.size()), data);
             },
             {}, callbacksOf(handle));
@@ -224,7 +214,8 @@ void Modem::reportChanges() {
     for (const auto& change : service.takeChanges()) {
         const char* const type =
             change.profile_type == WDS_PROFILE_TYPE_3GPP_V01 ? "3gpp " : "3gpp2 ";
-        note(kEvent, 0, type + std::to_string(change.profile_index) + kChanges[change.change]);
+        journal.addEvent(kEvent, 0,
+                         type + std::to_string(change.profile_index) + kChanges[change.change]);
         deliverChange(change);
     }
 }

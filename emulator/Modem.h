@@ -110,7 +110,6 @@ private:
     Modem() = default;
     ~Modem() = delete;
 
-    TimePoint now() const;
     /// Notes a callback that is about to be made, without the mutex.
     template <class Note>
     void noteCallback(Note note);
@@ -123,7 +122,6 @@ private:
     void postError(rav_client_type handle, const Client& client);
     void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
                         const std::vector<std::byte>& bytes);
-    void note(const char* direction, unsigned client, const std::string& what);
     void startNow();
     void stopNow(bool silently);
     /// By the program; the start is late, or does not happen, if the scenario says so.
@@ -195,7 +193,7 @@ private:
     uint32_t instance = 0;  ///< counts power-ups: a client belongs to one
     uintptr_t lastHandle = 0;
     std::map<rav_client_type, Client> clients;
-    Journal journal;
+    Journal journal{clock};
     unsigned clientCount = 0;
     FaultList faults;
     bool isStartDelayed = false;  ///< the next power-on is late, or never

@@ -53,7 +53,8 @@ bool ModemEmulator::useVirtualClock(bool on) {
 }
 
 std::chrono::milliseconds ModemEmulator::now() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(modem.now().time_since_epoch());
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        modem.clock.timeNow().time_since_epoch());
 }
 
 void ModemEmulator::passTime(std::chrono::milliseconds atMost) {
@@ -248,7 +249,7 @@ bool ModemEmulator::startJournal(const std::string& path, bool showSecrets) {
     if (modem.clients.empty()) {
         modem.clientCount = 0;
     }
-    return modem.journal.open(path, showSecrets, modem.now());
+    return modem.journal.open(path, showSecrets);
 }
 
 bool ModemEmulator::finishJournal() {

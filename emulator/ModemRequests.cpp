@@ -97,9 +97,7 @@ void Modem::take(const TransactionPointer& request) {
     if (!client || client->state == Client::Service::Gone) {
         return;
     }
-    if (journal.isOpen()) {
-        journal.addRequest(now(), request->clientNumber, request->record);
-    }
+    journal.addRequest(request->clientNumber, request->record);
     if (client->state == Client::Service::Served) {
         request->fault = faults.strike(request->record.messageId);
         carryOut(*client, *request);
@@ -189,9 +187,7 @@ void Modem::noteOutcome(Transaction& request, int result) {
 
 void Modem::decide(Transaction& request, int result) {
     noteOutcome(request, result);
-    if (journal.isOpen()) {
-        journal.addResponse(now(), request.clientNumber, request.record, request.answer);
-    }
+    journal.addResponse(request.clientNumber, request.record, request.answer);
     moveTo(State::Decided, request);
 }
 

@@ -29,18 +29,8 @@ bool Session::isReported(const wds_profile_changed_ind_type_v01& change) const {
            });
 }
 
-/// The requests of the service, each listed once: id, name, records, and with them the handler.
-struct MessageTable {
-    struct Entry {
-        Message message;
-        std::vector<std::byte> (*handle)(WdsService&, Session&, const std::byte* request);
-    };
-
-    template <class Request, class Response>
-    static constexpr Entry describe(unsigned id, const char* name) {
-        return {{id, name, sizeof(Request), sizeof(Response)}, &handle<Request, Response>};
-    }
-
+/// Carries out the requests of one kind.
+struct MessageHandler {
     template <class Request, class Response>
     static std::vector<std::byte> handle(WdsService& service, Session& session,
                                          const std::byte* bytes) {
@@ -55,47 +45,44 @@ struct MessageTable {
         response.resp.error = error;
         return answer;
     }
-
-    template <class IsMeant>
-    static const Entry* find(IsMeant isMeant) {
-        static constexpr Entry kEntries[] = {
-            describe<wds_bind_subscription_req_msg_v01, wds_common_resp_msg_v01>(
-                RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, "bind"),
-            describe<wds_indication_register_req_msg_v01, wds_common_resp_msg_v01>(
-                RAV_WDS_INDICATION_REGISTER_REQ_V01, "registerIndications"),
-            describe<wds_configure_profile_event_list_req_msg_v01, wds_common_resp_msg_v01>(
-                RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, "configureEvents"),
-            describe<wds_create_profile_req_msg_v01, wds_create_profile_resp_msg_v01>(
-                RAV_WDS_CREATE_PROFILE_REQ_V01, "create"),
-            describe<wds_modify_profile_settings_req_msg_v01,
-                     wds_modify_profile_settings_resp_msg_v01>(
-                RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, "modify"),
-            describe<wds_delete_profile_req_msg_v01, wds_delete_profile_resp_msg_v01>(
-                RAV_WDS_DELETE_PROFILE_REQ_V01, "delete"),
-            describe<wds_get_profile_list_req_msg_v01, wds_get_profile_list_resp_msg_v01>(
-                RAV_WDS_GET_PROFILE_LIST_REQ_V01, "list"),
-            describe<wds_get_profile_settings_req_msg_v01, wds_get_profile_settings_resp_msg_v01>(
-                RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01, "get"),
-        };
-        const auto* const found =
-            std::find_if(std::begin(kEntries), std::end(kEntries),
-                         [&](const Entry& entry) { return isMeant(entry.message); });
-        return found == std::end(kEntries) ? nullptr : found;
-    }
-    static const Entry* find(unsigned id) {
-        return find([id](const Message& message) { return message.id == id; });
-    }
 };
 
-const Message* findMessage(unsigned id) {
-    const auto* const entry = MessageTable::find(id);
-    return entry ? &entry->message : nullptr;
+namespace {
+
+template <class Request, class Response>
+constexpr Message describe(unsigned id, const char* name) {
+    return {id, name, sizeof(Request), sizeof(Response),
+            &MessageHandler::handle<Request, Response>};
 }
 
-const Message* findMessage(std::string_view name) {
-    const auto* const entry =
-        MessageTable::find([name](const Message& message) { return message.name == name; });
-    return entry ? &entry->message : nullptr;
+/// Each request once, with its records, and so with its handler.
+constexpr Message kMessages[] = {
+    describe<wds_bind_subscription_req_msg_v01, wds_common_resp_msg_v01>(
+        RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, "bind"),
+    describe<wds_indication_register_req_msg_v01, wds_common_resp_msg_v01>(
+        RAV_WDS_INDICATION_REGISTER_REQ_V01, "registerIndications"),
+    describe<wds_configure_profile_event_list_req_msg_v01, wds_common_resp_msg_v01>(
+        RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, "configureEvents"),
+    describe<wds_create_profile_req_msg_v01, wds_create_profile_resp_msg_v01>(
+        RAV_WDS_CREATE_PROFILE_REQ_V01, "create"),
+    describe<wds_modify_profile_settings_req_msg_v01, wds_modify_profile_settings_resp_msg_v01>(
+        RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, "modify"),
+    describe<wds_delete_profile_req_msg_v01, wds_delete_profile_resp_msg_v01>(
+        RAV_WDS_DELETE_PROFILE_REQ_V01, "delete"),
+    describe<wds_get_profile_list_req_msg_v01, wds_get_profile_list_resp_msg_v01>(
+        RAV_WDS_GET_PROFILE_LIST_REQ_V01, "list"),
+    describe<wds_get_profile_settings_req_msg_v01, wds_get_profile_settings_resp_msg_v01>(
+        RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01, "get"),
+};
+
+}  // namespace
+
+std::span<const Message> allMessages() { return kMessages; }
+
+const Message* findMessage(unsigned id) {
+    const auto* const found = std::find_if(std::begin(kMessages), std::end(kMessages),
+                                           [id](const Message& one) { return one.id == id; });
+    return found == std::end(kMessages) ? nullptr : found;
 }
 
 const char* messageName(unsigned id) {
@@ -113,7 +100,7 @@ std::vector<std::byte> refuseRequest(unsigned messageId, uint32_t error) {
 
 std::vector<std::byte> WdsService::handleRequest(Session& session, unsigned messageId,
                                                  const std::vector<std::byte>& request) {
-    return MessageTable::find(messageId)->handle(*this, session, request.data());
+    return findMessage(messageId)->handle(*this, session, request.data());
 }
 
 uint32_t WdsService::createProfile(wds_profile_type_enum_v01 type,

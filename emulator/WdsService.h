@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string_view>
+#include <span>
 #include <vector>
 
 #include "ProfileTable.h"
@@ -22,17 +22,21 @@ struct Session {
     bool isReported(const wds_profile_changed_ind_type_v01& change) const;
 };
 
+class WdsService;
+
 /// A request of the service.
 struct Message {
     unsigned id;
     const char* name;  ///< in journals and scenario files
     size_t requestLength;
     size_t responseLength;
+    std::vector<std::byte> (*handle)(WdsService&, Session&, const std::byte* request);
 };
 
-/// Null for an id, or a name, that no request of the service has.
+std::span<const Message> allMessages();
+
+/// Null for an id that no request of the service has.
 const Message* findMessage(unsigned id);
-const Message* findMessage(std::string_view name);
 
 /// The name of a request or an indication; "unknown" for any other id.
 const char* messageName(unsigned id);
@@ -71,7 +75,7 @@ public:
     std::vector<wds_profile_changed_ind_type_v01> takeChanges();
 
 private:
-    friend struct MessageTable;
+    friend struct MessageHandler;
 
     // Each carries out one request: fills in the response and returns the error code.
     uint32_t handle(Session&, const wds_bind_subscription_req_msg_v01&, wds_common_resp_msg_v01&);
