@@ -15,12 +15,11 @@
 namespace kiv::emulator {
 namespace {
 
+/// The bytes are as long as the record, or the request would not have been taken.
 template <class Record>
 Record read(std::span<const std::byte> bytes) {
     Record record;
-    std::memset(&record, 0, sizeof(record));
-    std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(record)),
-                reinterpret_cast<std::byte*>(&record));
+    std::memcpy(&record, bytes.data(), sizeof(record));
     return record;
 }
 

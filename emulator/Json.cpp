@@ -83,12 +83,16 @@ void JsonValue::refuse(const std::string& reason) const {
     throw JsonError((place.empty() ? "the file" : place) + ": " + reason);
 }
 
+void JsonValue::require(bool isKnown, const char* otherwise) const {
+    if (!isKnown) {
+        refuse(otherwise);
+    }
+}
+
 bool JsonValue::isObject() const { return json.is_object(); }
 
 bool JsonValue::flag() const {
-    if (!json.is_boolean()) {
-        refuse("neither true nor false");
-    }
+    require(json.is_boolean(), "neither true nor false");
     return json.get<bool>();
 }
 
@@ -106,31 +110,23 @@ uint64_t JsonValue::number(int64_t least, uint64_t most) const {
 
 double JsonValue::probability() const {
     const double value = json.is_number() ? json.get<double>() : 0;
-    if (!(value > 0 && value <= 1)) {
-        refuse("not a number above 0, up to 1");
-    }
+    require(value > 0 && value <= 1, "not a number above 0, up to 1");
     return value;
 }
 
 const std::string& JsonValue::text() const {
-    if (!json.is_string()) {
-        refuse("not a text");
-    }
+    require(json.is_string(), "not a text");
     return json.get_ref<const std::string&>();
 }
 
 std::vector<std::byte> JsonValue::bytes() const {
     const auto read = fromHex(text());
-    if (!read) {
-        refuse("not pairs of digits 0 to f");
-    }
+    require(read.has_value(), "not pairs of digits 0 to f");
     return *read;
 }
 
 void JsonValue::each(const Reader& read) const {
-    if (!json.is_array()) {
-        refuse("not a list");
-    }
+    require(json.is_array(), "not a list");
     for (size_t i = 0; i < json.size(); ++i) {
         JsonValue element(json[i], place + "[" + std::to_string(i) + "]");
         read(element);
@@ -138,14 +134,10 @@ void JsonValue::each(const Reader& read) const {
 }
 
 void JsonValue::object(const Reader& read) {
-    if (!json.is_object()) {
-        refuse("not an object");
-    }
+    require(json.is_object(), "not an object");
     read(*this);
     for (const auto& member : json.items()) {
-        if (!asked.contains(member.key())) {
-            memberAt(shown(member.key()), member.value()).refuse("unknown");
-        }
+        memberAt(shown(member.key()), json).require(asked.contains(member.key()), "unknown");
     }
 }
 
@@ -157,9 +149,7 @@ std::optional<JsonValue> JsonValue::find(std::string_view key) {
 
 JsonValue JsonValue::at(std::string_view key) {
     const auto found = find(key);
-    if (!found) {
-        memberAt(key, json).refuse("missing");
-    }
+    memberAt(key, json).require(found.has_value(), "missing");
     return *found;
 }
 

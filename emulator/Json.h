@@ -59,6 +59,7 @@ public:
     }
 
 private:
+    void require(bool isKnown, const char* otherwise) const;
     JsonValue memberAt(std::string_view key, const nlohmann::json& value) const;
 
     const nlohmann::json& json;

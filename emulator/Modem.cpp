@@ -11,92 +11,6 @@ Modem& Modem::getInstance() {
     return modem;
 }
 
-int Modem::openNotifier(rav_service_object_type serviceObject, rav_client_type* notifier) {
-    std::lock_guard lock(mutex);
-    Client client;
-    client.isNotifier = true;
-    client.serviceObject = serviceObject;
-    *notifier = addClient(client);
-    return RAV_CLIENT_OK;
-}
-
-int Modem::setNotifyCallback(rav_client_type notifier, rav_client_notify_cb callback,
-                             void* userData) {
-    std::lock_guard lock(mutex);
-    Client* const client = findClient(notifier, true);
-    if (!client) {
-        return RAV_CLIENT_ERR_INVALID;
-    }
-    client->notify = callback;
-    client->userData = userData;
-    if (running) {
-        postNotification(notifier, *client, true);
-    }
-    return RAV_CLIENT_OK;
-}
-
-int Modem::findService(rav_service_info* info) const {
-    std::lock_guard lock(mutex);
-    if (!running) {
-        return RAV_CLIENT_ERR_NO_SERVICE;
-    }
-    *info = {1, 1, instance, 0};
-    return RAV_CLIENT_OK;
-}
-
-int Modem::openClient(const rav_service_info& info, rav_client_ind_cb callback, void* userData,
-                      rav_client_type* handle) {
-    std::lock_guard lock(mutex);
-    if (!running || info.instance != instance) {
-        return RAV_CLIENT_ERR_NO_SERVICE;
-    }
-    Client client;
-    client.indicate = callback;
-    client.indicationData = userData;
-    *handle = addClient(client);
-    return RAV_CLIENT_OK;
-}
-
-int Modem::setErrorCallback(rav_client_type handle, rav_client_error_cb callback, void* userData) {
-    std::lock_guard lock(mutex);
-    Client* const client = findClient(handle, false);
-    if (!client) {
-        return RAV_CLIENT_ERR_INVALID;
-    }
-    client->error = callback;
-    client->userData = userData;
-    if (client->state == Client::Service::Gone) {
-        postError(handle, *client);
-    }
-    return RAV_CLIENT_OK;
-}
-
-bool Modem::isOpenClient(rav_client_type handle) const {
-    std::lock_guard lock(mutex);
-    const auto found = clients.find(handle);
-    return found != clients.end() && !found->second.isNotifier;
-}
-
-int Modem::release(rav_client_type handle) {
-    {
-        std::lock_guard lock(mutex);
-        // Not in the journal: a client may be released beside anything else that is.
-        if (clients.erase(handle) == 0) {
-            return RAV_CLIENT_ERR_INVALID;
-        }
-        abandonRequests(handle, RAV_CLIENT_ERR_INVALID);
-    }
-    // Nothing is posted for a client that is no longer in the table.
-    callbackThread.cancel(callbacksOf(handle));
-    return RAV_CLIENT_OK;
-}
-
-std::optional<int> Modem::takeCallFailure(ModemEmulator::Call call) {
-    std::lock_guard lock(mutex);
-    const auto failure = callFailures.extract(call);
-    return failure ? std::optional(failure.mapped()) : std::nullopt;
-}
-
 void Modem::startNow() {
     modemThread.forget({TaskName::Kind::PowerOn});
     if (running) {
@@ -122,7 +36,7 @@ void Modem::stopNow(bool silently) {
     }
     running = false;
     journal.addEvent(kEvent, 0, silently ? "service down, silently" : "service down");
-    service.tables.dropTransient();
+    service.dropTransientProfiles();
     if (!silently) {
         abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
     }
@@ -160,52 +74,54 @@ TaskName Modem::callbacksOf(rav_client_type handle) {
     return {TaskName::Kind::Client, reinterpret_cast<uintptr_t>(handle)};
 }
 
-template <class Note>
-void Modem::noteCallback(Note note) {
-    ++callbackCount;
-    if (journal.isOpen()) {
-        std::lock_guard lock(mutex);
-        note();
-    }
+template <class Note, class Call>
+void Modem::postCallback(rav_client_type handle, Note note, Call call) {
+    callbackThread.post(
+        [=, this]() mutable {
+            ++callbackCount;
+            if (journal.isOpen()) {
+                std::lock_guard lock(mutex);
+                note();
+            }
+            call();
+        },
+        {}, callbacksOf(handle));
 }
 
 void Modem::postNotification(rav_client_type handle, const Client& client, bool hasAppeared) {
     if (client.notify) {
-        callbackThread.post(
-            [this, handle, hasAppeared, number = client.number, notify = client.notify,
-             object = client.serviceObject, data = client.userData] {
-                noteCallback([&] {
-                    journal.addEvent(kNotify, number, hasAppeared ? "appeared" : "disappeared");
-                });
-                notify(handle, object,
-                       hasAppeared ? RAV_CLIENT_SERVICE_APPEARED : RAV_CLIENT_SERVICE_DISAPPEARED,
-                       data);
+        const auto event =
+            hasAppeared ? RAV_CLIENT_SERVICE_APPEARED : RAV_CLIENT_SERVICE_DISAPPEARED;
+        postCallback(
+            handle,
+            [this, hasAppeared, number = client.number] {
+                journal.addEvent(kNotify, number, hasAppeared ? "appeared" : "disappeared");
             },
-            {}, callbacksOf(handle));
+            [handle, event, notify = client.notify, object = client.serviceObject,
+             data = client.userData] { notify(handle, object, event, data); });
     }
 }
 
 void Modem::postError(rav_client_type handle, const Client& client) {
     if (client.error) {
-        callbackThread.post(
-            [this, handle, number = client.number, error = client.error, data = client.userData] {
-                noteCallback([&] { journal.addEvent(kError, number, "service gone"); });
+        postCallback(
+            handle,
+            [this, number = client.number] { journal.addEvent(kError, number, "service gone"); },
+            [handle, error = client.error, data = client.userData] {
                 error(handle, RAV_CLIENT_ERR_SERVICE_GONE, data);
-            },
-            {}, callbacksOf(handle));
+            });
     }
 }
 
 void Modem::postIndication(rav_client_type handle, const Client& client, unsigned messageId,
                            const std::vector<std::byte>& bytes) {
     if (client.indicate) {
-        callbackThread.post(
-            [this, handle, messageId, number = client.number, copy = bytes,
-             indicate = client.indicate, data = client.indicationData]() mutable {
-                noteCallback([&] { journal.addIndication(number, messageId, copy); });
+        postCallback(
+            handle,
+            [=, this, number = client.number] { journal.addIndication(number, messageId, bytes); },
+            [=, copy = bytes, indicate = client.indicate, data = client.indicationData]() mutable {
                 indicate(handle, messageId, copy.data(), static_cast<unsigned>(copy.size()), data);
-            },
-            {}, callbacksOf(handle));
+            });
     }
 }
 

@@ -20,40 +20,17 @@
 
 namespace kiv::emulator {
 
-/// The modem behind both interfaces: the messaging client that programs are linked against, and
-/// the control interface, ModemEmulator, which reaches the private part. It joins the service, its
-/// clients and the two threads.
+/// The modem, on which both interfaces work: the messaging client that programs are linked against
+/// (RavClient.cpp), and the control interface, ModemEmulator. It joins the service, its clients and
+/// the two threads.
 ///
-/// Threads: every public operation on any thread. The modem thread carries out requests, one at a
-/// time; the callback thread makes every callback, one at a time and in the order of their causes.
+/// Threads: any. The modem thread carries out requests, one at a time; the callback thread makes
+/// every callback, one at a time and in the order of their causes.
 /// Ownership: one for the process, never destroyed.
-/// Blocking: only sendRequest and release.
+/// Blocking: only sendRequest and the two waits.
 /// Re-entrancy: callbacks and the hook run with no lock held and may call everything.
-class Modem {
-public:
+struct Modem {
     static Modem& getInstance();
-
-    Modem(const Modem&) = delete;
-    Modem& operator=(const Modem&) = delete;
-
-    // The messaging client. Results as in rav_client.h; pointers must not be null.
-    int openNotifier(rav_service_object_type serviceObject, rav_client_type* notifier);
-    int setNotifyCallback(rav_client_type notifier, rav_client_notify_cb callback, void* userData);
-    int findService(rav_service_info* info) const;
-    int openClient(const rav_service_info& info, rav_client_ind_cb callback, void* userData,
-                   rav_client_type* client);
-    int setErrorCallback(rav_client_type client, rav_client_error_cb callback, void* userData);
-    int sendRequest(rav_client_type client, unsigned messageId, std::vector<std::byte> bytes,
-                    void* response, std::chrono::milliseconds timeout);
-    bool isOpenClient(rav_client_type client) const;
-    /// Waits for the running callback of the client. Within a callback it does not: that callback
-    /// is then the client's last.
-    int release(rav_client_type handle);
-    /// The result that failNextCall has for the call.
-    std::optional<int> takeCallFailure(ModemEmulator::Call call);
-
-private:
-    friend class ModemEmulator;
 
     struct Client {
         enum class Service {
@@ -70,7 +47,7 @@ private:
         void* userData = nullptr;  ///< of whichever of the two it has
         rav_client_ind_cb indicate = nullptr;
         void* indicationData = nullptr;
-        Session session;
+        Session session{};
     };
 
     /// A request on its way. The answer belongs to the modem thread until the request is decided,
@@ -109,15 +86,16 @@ private:
 
     Modem() = default;
     ~Modem() = delete;
-
-    /// Notes a callback that is about to be made, without the mutex.
-    template <class Note>
-    void noteCallback(Note note);
+    Modem(const Modem&) = delete;
+    Modem& operator=(const Modem&) = delete;
 
     // All of these with the mutex held.
     rav_client_type addClient(const Client& client);
     Client* findClient(rav_client_type handle, bool isNotifier);
     static TaskName callbacksOf(rav_client_type handle);
+    /// Posts a callback of the client, and a note of it for the journal.
+    template <class Note, class Call>
+    void postCallback(rav_client_type handle, Note note, Call call);
     void postNotification(rav_client_type handle, const Client& client, bool hasAppeared);
     void postError(rav_client_type handle, const Client& client);
     void postIndication(rav_client_type handle, const Client& client, unsigned messageId,
@@ -140,9 +118,15 @@ private:
     void deliverHeld();
     void endScenario();
 
+    /// Sends a request and waits for its outcome, without the mutex. Returns a result of
+    /// rav_client.h; only with RAV_CLIENT_OK the response is written.
+    int sendRequest(rav_client_type handle, const Message& message,
+                    std::span<const std::byte> bytes, std::span<std::byte> response,
+                    std::chrono::milliseconds timeout);
+
     // A request, with the mutex held.
-    TransactionPointer putRequest(rav_client_type handle, const Client& client, unsigned messageId,
-                                  std::vector<std::byte> bytes, std::chrono::milliseconds timeout);
+    TransactionPointer putRequest(rav_client_type handle, const Client& client,
+                                  std::chrono::milliseconds timeout);
     /// The only place where a request's state changes: later ones follow earlier ones.
     void moveTo(State next, Transaction& request);
     void carryOut(Client& client, Transaction& request);

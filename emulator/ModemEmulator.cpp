@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "DiagLog.h"
 #include "Encoding.h"
 #include "Modem.h"
 #include "StateFile.h"
@@ -115,7 +114,7 @@ bool ModemEmulator::loadState(const std::string& path, std::string& error) {
         std::lock_guard lock(modem.mutex);
         if (!modem.running) {
             modem.service.tables = read;
-            modem.service.tables.dropTransient();
+            modem.service.dropTransientProfiles();
             return true;
         }
         error = path + ": not loaded, the modem is on";
@@ -144,8 +143,7 @@ std::vector<Profile> ModemEmulator::profiles(wds_profile_type_enum_v01 type) con
 
 std::optional<Profile> ModemEmulator::profile(wds_profile_type_enum_v01 type, uint8_t index) const {
     std::lock_guard lock(modem.mutex);
-    const ProfileTable* const table = modem.service.tables.find(type);
-    const Profile* const found = table ? table->find(index) : nullptr;
+    const Profile* const found = modem.service.tables.find(type, index);
     return found ? std::optional(*found) : std::nullopt;
 }
 
@@ -288,11 +286,5 @@ size_t ModemEmulator::openClients() const {
     std::lock_guard lock(modem.mutex);
     return modem.clients.size();
 }
-
-std::vector<ModemEmulator::DiagLine> ModemEmulator::takeDiagLines() {
-    return takeDiagnosticLines();
-}
-
-int ModemEmulator::diagUsers() const { return countDiagnosticUsers(); }
 
 }  // namespace kiv::emulator

@@ -20,7 +20,7 @@
 
 namespace kiv::emulator {
 
-class Modem;
+struct Modem;
 
 /// One profile of the emulated modem, as its table holds it.
 struct Profile {

@@ -13,19 +13,24 @@ constexpr size_t kMostLoggedRequests = 16384;
 
 }  // namespace
 
-int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<std::byte> bytes,
-                       void* response, std::chrono::milliseconds timeout) {
+int Modem::sendRequest(rav_client_type handle, const Message& message,
+                       std::span<const std::byte> bytes, std::span<std::byte> response,
+                       std::chrono::milliseconds timeout) {
     const TimePoint deadline = realTimeAfter(timeout);
     std::unique_lock lock(mutex);
     const Client* const client = findClient(handle, false);
     if (!client) {
         return RAV_CLIENT_ERR_INVALID;
     }
+    if (bytes.size() != message.requestLength || response.size() != message.responseLength) {
+        return RAV_CLIENT_ERR_MALFORMED;
+    }
     if (client->state == Client::Service::Gone) {
         return RAV_CLIENT_ERR_SERVICE_GONE;
     }
-    const TransactionPointer request =
-        putRequest(handle, *client, messageId, std::move(bytes), timeout);
+    const TransactionPointer request = putRequest(handle, *client, timeout);
+    request->record.messageId = message.id;
+    request->record.bytes.assign(bytes.begin(), bytes.end());
     lock.unlock();
     modemThread.wake();
     lock.lock();
@@ -41,14 +46,13 @@ int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<s
     }
     const int result = request->record.transportResult;
     if (result == RAV_CLIENT_OK) {
-        std::memcpy(response, request->answer.data(), request->answer.size());
+        std::copy(request->answer.begin(), request->answer.end(), response.begin());
         request->answer = std::vector<std::byte>();  // {} alone would keep the memory
     }
     return result;
 }
 
 Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client& client,
-                                            unsigned messageId, std::vector<std::byte> bytes,
                                             std::chrono::milliseconds timeout) {
     const auto request = std::make_shared<Transaction>();
     request->client = handle;
@@ -58,8 +62,6 @@ Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client
     request->isFromCallback = callbackThread.isCurrentThread();
     request->name = {TaskName::Kind::Request, sentCount + 1};
     request->record.number = sentCount + 1 - sentBeforeReset;
-    request->record.messageId = messageId;
-    request->record.bytes = std::move(bytes);
     modemThread.put([=, this] { afterCallbacks(request, &Modem::take); });
     // The request is not taken before the mutex is free.
     ++sentCount;

@@ -12,6 +12,14 @@ namespace {
 
 constexpr uint32_t kAllIndexes = 255;
 
+uint32_t errorOf(const ProfileTable* table, const Settings& settings) {
+    if (!table) {
+        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
+    }
+    return areTextsTerminated(table->technology(), settings) ? WDS_ERR_NONE_V01
+                                                             : WDS_ERR_MALFORMED_MESSAGE_V01;
+}
+
 bool isEventType(wds_profile_type_enum_v01 type) {
     return type == WDS_PROFILE_TYPE_3GPP_V01 || type == WDS_PROFILE_TYPE_3GPP2_V01 ||
            type == WDS_PROFILE_TYPE_ALL_V01;
@@ -103,39 +111,32 @@ std::vector<std::byte> WdsService::handleRequest(Session& session, unsigned mess
     return findMessage(messageId)->handle(*this, session, request.data());
 }
 
-uint32_t WdsService::createProfile(wds_profile_type_enum_v01 type,
-                                   const wds_profile_settings_type_v01& settings, bool persistent,
-                                   uint8_t& index) {
+uint32_t WdsService::createProfile(wds_profile_type_enum_v01 type, const Settings& settings,
+                                   bool persistent, uint8_t& index) {
     ProfileTable* const table = tables.find(type);
-    if (!table) {
-        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
-    }
-    if (!areTextsTerminated(type, settings)) {
-        return WDS_ERR_MALFORMED_MESSAGE_V01;
+    if (const uint32_t error = errorOf(table, settings); error != WDS_ERR_NONE_V01) {
+        return error;
     }
     const auto created = table->create(settings, persistent);
     if (!created) {
         return WDS_ERR_PROFILE_TABLE_FULL_V01;
     }
     index = *created;
-    noteChange(type, index, WDS_PROFILE_CHANGE_CREATED_V01);
-    noteChange(type, index, WDS_PROFILE_CHANGE_MODIFIED_V01);
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_CREATED_V01});
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_MODIFIED_V01});
     return WDS_ERR_NONE_V01;
 }
 
 uint32_t WdsService::modifyProfile(wds_profile_type_enum_v01 type, uint8_t index,
-                                   const wds_profile_settings_type_v01& settings) {
+                                   const Settings& settings) {
     ProfileTable* const table = tables.find(type);
-    if (!table) {
-        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
-    }
-    if (!areTextsTerminated(type, settings)) {
-        return WDS_ERR_MALFORMED_MESSAGE_V01;
+    if (const uint32_t error = errorOf(table, settings); error != WDS_ERR_NONE_V01) {
+        return error;
     }
     if (!table->modify(index, settings)) {
         return WDS_ERR_UNKNOWN_PROFILE_V01;
     }
-    noteChange(type, index, WDS_PROFILE_CHANGE_MODIFIED_V01);
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_MODIFIED_V01});
     return WDS_ERR_NONE_V01;
 }
 
@@ -147,8 +148,13 @@ uint32_t WdsService::deleteProfile(wds_profile_type_enum_v01 type, uint8_t index
     if (!table->remove(index)) {
         return WDS_ERR_UNKNOWN_PROFILE_V01;
     }
-    noteChange(type, index, WDS_PROFILE_CHANGE_DELETED_V01);
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_DELETED_V01});
     return WDS_ERR_NONE_V01;
+}
+
+void WdsService::dropTransientProfiles() {
+    tables.table3gpp.dropTransient();
+    tables.table3gpp2.dropTransient();
 }
 
 void WdsService::refreshConfiguration() {
@@ -164,11 +170,6 @@ void WdsService::reset() {
 
 std::vector<wds_profile_changed_ind_type_v01> WdsService::takeChanges() {
     return std::exchange(changes, {});
-}
-
-void WdsService::noteChange(wds_profile_type_enum_v01 type, uint8_t index,
-                            wds_profile_change_enum_v01 change) {
-    changes.push_back({type, index, change});
 }
 
 uint32_t WdsService::handle(Session& session, const wds_bind_subscription_req_msg_v01& request,
@@ -237,13 +238,10 @@ uint32_t WdsService::handle(Session&, const wds_delete_profile_req_msg_v01& requ
 
 uint32_t WdsService::handle(Session&, const wds_get_profile_settings_req_msg_v01& request,
                             wds_get_profile_settings_resp_msg_v01& response) {
-    const ProfileTable* const table = tables.find(request.profile.profile_type);
-    if (!table) {
-        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
-    }
-    const Profile* const profile = table->find(request.profile.profile_index);
+    const auto& [type, index] = request.profile;
+    const Profile* const profile = tables.find(type, index);
     if (!profile) {
-        return WDS_ERR_UNKNOWN_PROFILE_V01;
+        return tables.find(type) ? WDS_ERR_UNKNOWN_PROFILE_V01 : WDS_ERR_INVALID_PROFILE_TYPE_V01;
     }
     response.persistent_valid = 1;
     response.persistent = profile->persistent;

@@ -69,6 +69,7 @@ public:
     void installFactoryProfiles();
     /// The tables as shipped, as after a new stored configuration. Notes no change.
     void refreshConfiguration();
+    void dropTransientProfiles();
     void reset();
 
     /// The changes that are yet to be reported, oldest first.
@@ -92,9 +93,6 @@ private:
                     wds_get_profile_settings_resp_msg_v01&);
     uint32_t handle(Session&, const wds_get_profile_list_req_msg_v01&,
                     wds_get_profile_list_resp_msg_v01&);
-
-    void noteChange(wds_profile_type_enum_v01 type, uint8_t index,
-                    wds_profile_change_enum_v01 change);
 
     std::vector<wds_profile_changed_ind_type_v01> changes;
 };
