@@ -1,7 +1,6 @@
 #include "Faults.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 
 #include "Settings.h"
@@ -76,14 +75,6 @@ void lieAboutList(Lie lie, wds_get_profile_list_resp_msg_v01& answer) {
     }
 }
 
-template <class Answer>
-void change(Lie lie, std::vector<std::byte>& bytes, void (*tell)(Lie, Answer&)) {
-    Answer answer;
-    std::memcpy(&answer, bytes.data(), sizeof(answer));
-    tell(lie, answer);
-    std::memcpy(bytes.data(), &answer, sizeof(answer));
-}
-
 }  // namespace
 
 void FaultList::add(Fault fault) {
@@ -133,12 +124,14 @@ void tellLie(Lie lie, unsigned messageId, std::vector<std::byte>& answer) {
     if (lie == Lie::None) {
         return;
     }
+    // The service made these records in the bytes.
     if (messageId == RAV_WDS_CREATE_PROFILE_REQ_V01) {
-        change(lie, answer, lieAboutProfile);
+        lieAboutProfile(lie, *reinterpret_cast<wds_create_profile_resp_msg_v01*>(answer.data()));
     } else if (messageId == RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
-        change(lie, answer, lieAboutSettings);
+        lieAboutSettings(lie,
+                         *reinterpret_cast<wds_get_profile_settings_resp_msg_v01*>(answer.data()));
     } else if (messageId == RAV_WDS_GET_PROFILE_LIST_REQ_V01) {
-        change(lie, answer, lieAboutList);
+        lieAboutList(lie, *reinterpret_cast<wds_get_profile_list_resp_msg_v01*>(answer.data()));
     }
 }
 

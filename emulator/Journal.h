@@ -6,8 +6,8 @@
 #include <span>
 #include <string>
 
-#include "Clock.h"
 #include "ModemEmulator.h"
+#include "TaskQueue.h"
 
 namespace kiv::emulator {
 

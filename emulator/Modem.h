@@ -78,12 +78,6 @@ struct Modem {
     using TransactionPointer = std::shared_ptr<Transaction>;
     using State = Transaction::State;
 
-    struct HeldIndication {
-        rav_client_type client;
-        unsigned messageId;
-        std::vector<std::byte> bytes;
-    };
-
     Modem() = default;
     ~Modem() = delete;
     Modem(const Modem&) = delete;
@@ -141,7 +135,6 @@ struct Modem {
     // A request on the modem thread, without the mutex.
     void take(const TransactionPointer& request);
     void answer(const TransactionPointer& request);
-    void expire(const TransactionPointer& request);
     void finish(const TransactionPointer& request);
     /// Runs a step of a request once the callbacks caused so far have been made, where their order
     /// counts.
@@ -182,8 +175,8 @@ struct Modem {
     FaultList faults;
     bool isStartDelayed = false;  ///< the next power-on is late, or never
     std::optional<std::chrono::milliseconds> startDelay;
-    std::vector<HeldIndication> heldIndications;
-    std::vector<Action> heldActions;  ///< for when the modem is idle
+    std::vector<std::function<void()>> heldIndications;  ///< for when the answer is out
+    std::vector<Action> heldActions;                     ///< for when the modem is idle
     std::map<ModemEmulator::Call, int> callFailures;
     uint64_t sentCount = 0;
     uint64_t sentBeforeReset = 0;

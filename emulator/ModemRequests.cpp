@@ -144,14 +144,13 @@ void Modem::lose(const TransactionPointer& request) {
     // With the machine's clock the sender itself looks to its time-out.
     if (request->isCounted && request->state != State::Timed) {
         moveTo(State::Timed, *request);
-        modemThread.post([=, this] { expire(request); }, request->timeout, request->name);
-    }
-}
-
-void Modem::expire(const TransactionPointer& request) {
-    std::lock_guard lock(mutex);
-    if (request->state < State::Decided) {
-        giveUp(request, RAV_CLIENT_ERR_TIMEOUT);
+        const auto expire = [=, this] {
+            std::lock_guard lock(mutex);
+            if (request->state < State::Decided) {
+                giveUp(request, RAV_CLIENT_ERR_TIMEOUT);
+            }
+        };
+        modemThread.post(expire, request->timeout, request->name);
     }
 }
 

@@ -129,9 +129,14 @@ void Modem::reportChangesOf(const Fault& fault) {
         if (fault.indications == IndicationFault::Malformed) {
             bytes.resize(bytes.size() / 2);
         }
-        for (const auto& [handle, client] : clients) {
-            for (int i = 0; client.session.isReported(change) && i < copies; ++i) {
-                heldIndications.push_back({handle, id, bytes});
+        for (const auto& entry : clients) {
+            const rav_client_type handle = entry.first;
+            for (int i = 0; entry.second.session.isReported(change) && i < copies; ++i) {
+                heldIndications.push_back([=, this] {
+                    if (const Client* const one = findClient(handle, false)) {
+                        postIndication(handle, *one, id, bytes);
+                    }
+                });
             }
         }
     }
@@ -141,10 +146,8 @@ void Modem::reportChangesOf(const Fault& fault) {
 }
 
 void Modem::deliverHeld() {
-    for (const HeldIndication& held : std::exchange(heldIndications, {})) {
-        if (const Client* const client = findClient(held.client, false)) {
-            postIndication(held.client, *client, held.messageId, held.bytes);
-        }
+    for (const auto& deliver : std::exchange(heldIndications, {})) {
+        deliver();
     }
 }
 

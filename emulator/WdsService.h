@@ -76,24 +76,6 @@ public:
     std::vector<wds_profile_changed_ind_type_v01> takeChanges();
 
 private:
-    friend struct MessageHandler;
-
-    // Each carries out one request: fills in the response and returns the error code.
-    uint32_t handle(Session&, const wds_bind_subscription_req_msg_v01&, wds_common_resp_msg_v01&);
-    uint32_t handle(Session&, const wds_indication_register_req_msg_v01&, wds_common_resp_msg_v01&);
-    uint32_t handle(Session&, const wds_configure_profile_event_list_req_msg_v01&,
-                    wds_common_resp_msg_v01&);
-    uint32_t handle(Session&, const wds_create_profile_req_msg_v01&,
-                    wds_create_profile_resp_msg_v01&);
-    uint32_t handle(Session&, const wds_modify_profile_settings_req_msg_v01&,
-                    wds_modify_profile_settings_resp_msg_v01&);
-    uint32_t handle(Session&, const wds_delete_profile_req_msg_v01&,
-                    wds_delete_profile_resp_msg_v01&);
-    uint32_t handle(Session&, const wds_get_profile_settings_req_msg_v01&,
-                    wds_get_profile_settings_resp_msg_v01&);
-    uint32_t handle(Session&, const wds_get_profile_list_req_msg_v01&,
-                    wds_get_profile_list_resp_msg_v01&);
-
     std::vector<wds_profile_changed_ind_type_v01> changes;
 };
 
