@@ -162,7 +162,7 @@ void Journal::addRequest(unsigned client, const Request& request) {
     if (!opened) {
         return;
     }
-    write(lineOf(kRequest, client)
+    write(lineOf("request", client)
               .add("message", messageName(request.messageId))
               .add("id", request.messageId)
               .add("members", membersOf(request, showSecrets)));
@@ -174,7 +174,7 @@ void Journal::addResponse(unsigned client, const Request& request,
         return;
     }
     const unsigned id = request.messageId;
-    JsonText line = lineOf(kResponse, client)
+    JsonText line = lineOf("response", client)
                         .add("message", messageName(id))
                         .add("id", id)
                         .add("transport", request.transportResult);
@@ -196,7 +196,7 @@ void Journal::addIndication(unsigned client, unsigned messageId, std::span<const
         return;
     }
     JsonText line =
-        lineOf(kIndication, client).add("message", messageName(messageId)).add("id", messageId);
+        lineOf("indication", client).add("message", messageName(messageId)).add("id", messageId);
     wds_profile_changed_ind_msg_v01 message;
     if (messageId == RAV_WDS_PROFILE_CHANGED_IND_V01 && decodeChange(bytes, message) &&
         message.profile_changed_valid) {

@@ -13,16 +13,6 @@ namespace kiv::emulator {
 
 class JsonText;
 
-/// The direction of a line, with its name in the file.
-constexpr const char* kRequest = "request";
-constexpr const char* kResponse = "response";
-constexpr const char* kIndication = "indication";
-constexpr const char* kNotify = "notify";
-constexpr const char* kError = "error";
-constexpr const char* kOpen = "open";
-constexpr const char* kEvent = "event";
-constexpr const char* kProgram = "program";
-
 /// Writes what passes between the modem and its clients, and what happens to the modem: one JSON
 /// object a line.
 ///
@@ -42,8 +32,7 @@ public:
     void addRequest(unsigned client, const Request& request);
     void addResponse(unsigned client, const Request& request, std::span<const std::byte> response);
     void addIndication(unsigned client, unsigned messageId, std::span<const std::byte> bytes);
-    /// What is no message: a client that is opened, what a callback tells, and, for
-    /// client 0, what happens to the modem, of itself or by the program.
+    /// For client 0 the event is the modem's, or a command of the program.
     void addEvent(const char* direction, unsigned client, const std::string& what);
 
 private:

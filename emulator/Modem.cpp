@@ -18,7 +18,7 @@ void Modem::startNow() {
     }
     running = true;
     ++instance;
-    journal.addEvent(kEvent, 0, "service up");
+    journal.addEvent("event", 0, "service up");
     for (auto& [handle, client] : clients) {
         if (client.state == Client::Service::Deaf) {
             client.state = Client::Service::Gone;
@@ -35,7 +35,7 @@ void Modem::stopNow(bool silently) {
         return;
     }
     running = false;
-    journal.addEvent(kEvent, 0, silently ? "service down, silently" : "service down");
+    journal.addEvent("event", 0, silently ? "service down, silently" : "service down");
     service.dropTransientProfiles();
     if (!silently) {
         abandonRequests(nullptr, RAV_CLIENT_ERR_SERVICE_GONE);
@@ -60,7 +60,7 @@ rav_client_type Modem::addClient(const Client& client) {
     lastHandle += kStep;
     const auto handle = reinterpret_cast<rav_client_type>(lastHandle);
     clients.emplace(handle, client).first->second.number = ++clientCount;
-    journal.addEvent(kOpen, clientCount, client.isNotifier ? "notifier" : "client");
+    journal.addEvent("open", clientCount, client.isNotifier ? "notifier" : "client");
     return handle;
 }
 
@@ -95,7 +95,7 @@ void Modem::postNotification(rav_client_type handle, const Client& client, bool 
         postCallback(
             handle,
             [this, hasAppeared, number = client.number] {
-                journal.addEvent(kNotify, number, hasAppeared ? "appeared" : "disappeared");
+                journal.addEvent("notify", number, hasAppeared ? "appeared" : "disappeared");
             },
             [handle, event, notify = client.notify, object = client.serviceObject,
              data = client.userData] { notify(handle, object, event, data); });
@@ -106,7 +106,7 @@ void Modem::postError(rav_client_type handle, const Client& client) {
     if (client.error) {
         postCallback(
             handle,
-            [this, number = client.number] { journal.addEvent(kError, number, "service gone"); },
+            [this, number = client.number] { journal.addEvent("error", number, "service gone"); },
             [handle, error = client.error, data = client.userData] {
                 error(handle, RAV_CLIENT_ERR_SERVICE_GONE, data);
             });
@@ -130,7 +130,7 @@ void Modem::reportChanges() {
     for (const auto& change : service.takeChanges()) {
         const char* const type =
             change.profile_type == WDS_PROFILE_TYPE_3GPP_V01 ? "3gpp " : "3gpp2 ";
-        journal.addEvent(kEvent, 0,
+        journal.addEvent("event", 0,
                          type + std::to_string(change.profile_index) + kChanges[change.change]);
         deliverChange(change);
     }

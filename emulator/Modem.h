@@ -78,11 +78,6 @@ struct Modem {
     using TransactionPointer = std::shared_ptr<Transaction>;
     using State = Transaction::State;
 
-    Modem() = default;
-    ~Modem() = delete;
-    Modem(const Modem&) = delete;
-    Modem& operator=(const Modem&) = delete;
-
     // All of these with the mutex held.
     rav_client_type addClient(const Client& client);
     Client* findClient(rav_client_type handle, bool isNotifier);

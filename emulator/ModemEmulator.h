@@ -30,13 +30,13 @@ struct Profile {
     wds_profile_settings_type_v01 settings{};
 };
 
-/// One request that a client sent, with what became of it.
+/// One request that a client sent, with its outcome.
 struct Request {
     uint64_t number = 0;     ///< counts all requests since the last factoryReset, from 1
     unsigned messageId = 0;  ///< RAV_WDS_*_V01
     std::vector<std::byte> bytes;
     int transportResult = RAV_CLIENT_OK;       ///< what rav_client_send_msg_sync returned
-    uint32_t result = WDS_RESULT_SUCCESS_V01;  ///< this and the error: where it was answered
+    uint32_t result = WDS_RESULT_SUCCESS_V01;  ///< result and error are the modem's answer
     uint32_t error = WDS_ERR_NONE_V01;
 };
 
@@ -59,11 +59,10 @@ public:
     ModemEmulator(const ModemEmulator&) = delete;
     ModemEmulator& operator=(const ModemEmulator&) = delete;
 
-    /// Powers the modem on: the service appears, and waiting notifiers are told. No effect if it
-    /// is on.
+    /// Powers the modem on: notifiers report that the service appeared. No effect if it is on.
     void start();
 
-    /// Powers the modem off: the service disappears, notifiers are told, clients get their error
+    /// Powers the modem off: notifiers report that the service disappeared, clients get their error
     /// callback, requests in progress fail with RAV_CLIENT_ERR_SERVICE_GONE. Profiles that are not
     /// persistent are dropped. No effect if it is off.
     void stop();
@@ -75,9 +74,9 @@ public:
 
     /// Chooses between the machine's clock, as at first, and a virtual one. False, and nothing
     /// changed, while the power is on or a request in progress. The virtual clock stands still
-    /// until a sender waits and nothing is to be done, and then jumps to what falls due next, so
-    /// that time-outs and delays cost no time. A request's callbacks have then returned before its
-    /// sender goes on. Limits of waits for other threads are real in either case.
+    /// until a sender waits and every thread is at rest, and then jumps to the next event, so that
+    /// time-outs and delays cost no time. A request's callbacks have then returned before its
+    /// sender goes on. The waits below are limited in real time with either clock.
     bool useVirtualClock(bool on);
 
     /// The time on the clock in use, from some moment in the past.
@@ -90,13 +89,12 @@ public:
     /// the emulator nothing at all.
     void passTime(std::chrono::milliseconds atMost);
 
-    /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
+    /// Empties the tables without an indication, restores the capacities, and forgets faults,
     /// requests, the scenario and the hook. The power stays as it is. Blocks until a running hook
     /// has returned, unless called from the hook.
     void factoryReset();
 
-    /// Fills empty tables with a few persistent profiles, such as a modem is shipped with. Tells
-    /// no one.
+    /// Fills empty tables with a few persistent profiles, as on a new modem. No indication.
     void installFactoryProfiles();
 
     /// Writes the tables with their capacities into a file that only its owner may read, since
@@ -105,9 +103,9 @@ public:
     /// or if a table holds more than its capacity, as it does after a capacity was lowered.
     bool saveState(const std::string& path, std::string& error) const;
 
-    /// Puts the tables of such a file in place of the modem's, as a restart would: profiles that
-    /// are not persistent are dropped. Tells no one. False, with path, place and what is wrong, and
-    /// nothing changed, if the file can't be used or the modem is on.
+    /// Puts the tables of such a file in place of the modem's, without profiles that are not
+    /// persistent. No indication. False, with path, place and reason, and nothing changed, if the
+    /// file can't be used or the modem is on.
     bool loadState(const std::string& path, std::string& error);
 
     /// How many profiles a table can hold: 0 to 255, 255 at first. Profiles that it already holds
@@ -140,8 +138,7 @@ public:
     static std::vector<std::byte> encodeProfileChanged(
         const wds_profile_changed_ind_type_v01& change);
 
-    /// Arms a fault; several may be armed at once. Of those that strike the same request the delays
-    /// add up.
+    /// Arms a fault. Of several that strike the same request the delays add up.
     void addFault(Fault fault);
 
     /// Begins a scenario: arms its faults, schedules its events from now on, and seeds the random
@@ -165,22 +162,22 @@ public:
         MessageDecode
     };
 
-    /// Makes the next such call return the result and do nothing; of GetServiceObject, return null.
-    /// clearFaults and factoryReset forget it.
+    /// Makes the next such call return the result and do nothing; GetServiceObject returns null.
+    /// clearFaults and factoryReset forget the failure.
     void failNextCall(Call call, int result);
 
     /// The requests since the last factoryReset, in the order in which the modem took them: the
     /// latest 16384 of them. One that is still in progress has no outcome yet.
     std::vector<Request> requests() const;
 
-    /// A program's eye and hand on every request. An answer is passed right before it goes out,
-    /// and the hook may rewrite it in place; its sender waits for the hook, however long that
-    /// takes. Of a request that failed the answer is null, and its sender may have gone on already.
+    /// Sees every request, and may rewrite its answer in place right before the answer is sent; the
+    /// sender waits for the hook without a limit. The answer of a request that failed is null; its
+    /// sender may have gone on already.
     using Hook = std::function<void(const Request& request, void* answer, size_t length)>;
 
-    /// Has the hook called with each request whose outcome is known from now on, on the modem's
-    /// thread and with no lock of the emulator held. It must not send requests. An empty function
-    /// ends it. Blocks until a running hook has returned, unless called from the hook.
+    /// Calls the hook from now on, on the modem's thread and with no lock of the emulator held. A
+    /// hook must not send requests. An empty function removes the hook. Blocks until a running hook
+    /// has returned, unless called from the hook.
     void setHook(Hook hook);
 
     /// Writes a journal of every message and event from now on, one JSON object a line, in place of

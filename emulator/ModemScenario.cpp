@@ -14,7 +14,7 @@ constexpr unsigned kUnknownMessage = 0x7FFF;
 }  // namespace
 
 void Modem::startAsTold() {
-    journal.addEvent(kProgram, 0, "start");
+    journal.addEvent("program", 0, "start");
     if (running || !std::exchange(isStartDelayed, false)) {
         startNow();
     } else if (startDelay) {
@@ -23,7 +23,7 @@ void Modem::startAsTold() {
 }
 
 void Modem::stopAsTold() {
-    journal.addEvent(kProgram, 0, "stop");
+    journal.addEvent("program", 0, "stop");
     stopNow(false);
 }
 
@@ -80,26 +80,26 @@ void Modem::perform(const Action& action) {
             service.deleteProfile(action.type, action.index);
             break;
         case Kind::SubscriptionChange:
-            journal.addEvent(kEvent, 0, "subscription changed");
+            journal.addEvent("event", 0, "subscription changed");
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_SUBSCRIPTION_V01});
             break;
         case Kind::ProfileReady:
-            journal.addEvent(kEvent, 0, "profiles ready");
+            journal.addEvent("event", 0, "profiles ready");
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_READY_V01});
             break;
         case Kind::RefreshConfiguration:
-            journal.addEvent(kEvent, 0, "stored configuration refreshed");
+            journal.addEvent("event", 0, "stored configuration refreshed");
             service.refreshConfiguration();
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_READY_V01});
             break;
         case Kind::SetCapacity:
-            journal.addEvent(kEvent, 0, "capacity set");
+            journal.addEvent("event", 0, "capacity set");
             if (ProfileTable* const table = service.tables.find(action.type)) {
                 table->setCapacity(action.capacity);
             }
             break;
         case Kind::Indication:
-            journal.addEvent(kEvent, 0, "indication sent");
+            journal.addEvent("event", 0, "indication sent");
             deliverBytes(action.messageId, action.bytes);
             break;
     }

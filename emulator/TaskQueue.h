@@ -107,8 +107,6 @@ public:
 
     TaskQueue(const char* threadName, Clock& timeSource);
     ~TaskQueue() = delete;
-    TaskQueue(const TaskQueue&) = delete;
-    TaskQueue& operator=(const TaskQueue&) = delete;
 
     /// Throws std::system_error, and posts nothing, when the thread can't be started.
     void post(Task task, std::chrono::milliseconds delay = {}, TaskName name = {});
