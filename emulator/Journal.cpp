@@ -148,7 +148,7 @@ bool Journal::open(const std::string& path, bool withSecrets) {
     file = fd < 0 ? nullptr : fdopen(fd, "w");
     showSecrets = withSecrets;
     isWhole = true;
-    start = clock.timeNow();
+    start = threads.now();
     opened = file != nullptr;
     return opened;
 }
@@ -216,7 +216,7 @@ void Journal::addEvent(const char* direction, unsigned client, const std::string
 
 JsonText Journal::lineOf(const char* direction, unsigned client) const {
     const auto passed =
-        std::chrono::duration_cast<std::chrono::microseconds>(clock.timeNow() - start);
+        std::chrono::duration_cast<std::chrono::microseconds>(threads.now() - start);
     JsonText line = JsonText::object().add("us", passed.count()).add("direction", direction);
     return client == 0 ? line : line.add("client", client);
 }

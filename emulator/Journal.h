@@ -7,7 +7,7 @@
 #include <string>
 
 #include "ModemEmulator.h"
-#include "TaskQueue.h"
+#include "Threads.h"
 
 namespace kiv::emulator {
 
@@ -19,7 +19,7 @@ class JsonText;
 /// Threads: one at a time, but for isOpen. Ownership: plain value. Blocking: as a file does.
 class Journal {
 public:
-    explicit Journal(Clock& clock) : clock(clock) {}
+    explicit Journal(const Threads& threads) : threads(threads) {}
 
     bool isOpen() const { return opened; }
     /// Replaces the file; false, with errno, if it can't be opened. Passwords get into it only if
@@ -39,7 +39,7 @@ private:
     JsonText lineOf(const char* direction, unsigned client) const;
     void write(const JsonText& line);
 
-    Clock& clock;
+    const Threads& threads;  ///< for the time
     std::atomic<bool> opened = false;
     std::FILE* file = nullptr;
     bool showSecrets = false;

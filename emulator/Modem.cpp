@@ -12,7 +12,7 @@ Modem& Modem::getInstance() {
 }
 
 void Modem::startNow() {
-    modemThread.forget({TaskName::Kind::PowerOn});
+    threads.forget({TaskName::Kind::PowerOn});
     if (running) {
         return;
     }
@@ -30,7 +30,7 @@ void Modem::startNow() {
 }
 
 void Modem::stopNow(bool silently) {
-    modemThread.forget({TaskName::Kind::PowerOn});
+    threads.forget({TaskName::Kind::PowerOn});
     if (!running) {
         return;
     }
@@ -76,7 +76,8 @@ TaskName Modem::callbacksOf(rav_client_type handle) {
 
 template <class Note, class Call>
 void Modem::postCallback(rav_client_type handle, Note note, Call call) {
-    callbackThread.post(
+    threads.post(
+        Thread::Callback,
         [=, this]() mutable {
             ++callbackCount;
             if (journal.isOpen()) {

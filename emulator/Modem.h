@@ -15,7 +15,7 @@
 #include "Faults.h"
 #include "Journal.h"
 #include "ModemEmulator.h"
-#include "TaskQueue.h"
+#include "Threads.h"
 #include "WdsService.h"
 
 namespace kiv::emulator {
@@ -137,13 +137,14 @@ struct Modem {
                         void (Modem::*step)(const TransactionPointer&));
     template <class Step>
     void afterCallbacks(bool isOrdered, Step step) {
-        if (!isOrdered || callbackThread.hasNothingToDo()) {
+        if (!isOrdered || threads.isAtRest(Thread::Callback)) {
             step();
             return;
         }
         // Looks again: a callback may have caused others.
-        callbackThread.post(
-            [=, this] { modemThread.post([=, this] { afterCallbacks(isOrdered, step); }); });
+        threads.post(Thread::Callback, [=, this] {
+            threads.post(Thread::Modem, [=, this] { afterCallbacks(isOrdered, step); });
+        });
     }
 
     /// On the modem thread, with the mutex held, but not while the hook runs.
@@ -151,9 +152,7 @@ struct Modem {
     void waitForHook(std::unique_lock<std::mutex>& lock);
     bool waitForFinish(TimePoint deadline);
 
-    Clock& clock = *new Clock;
-    TaskQueue& modemThread = *new TaskQueue("modem", clock);
-    TaskQueue& callbackThread = *new TaskQueue("modem-callback", clock);
+    Threads threads;
     std::atomic<uint64_t> callbackCount = 0;
 
     mutable std::mutex mutex;  ///< guards all of the following
@@ -165,7 +164,7 @@ struct Modem {
     uint32_t instance = 0;  ///< counts power-ups: a client belongs to one
     uintptr_t lastHandle = 0;
     std::map<rav_client_type, Client> clients;
-    Journal journal{clock};
+    Journal journal{threads};
     unsigned clientCount = 0;
     FaultList faults;
     bool isStartDelayed = false;  ///< the next power-on is late, or never

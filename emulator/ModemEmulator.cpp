@@ -46,18 +46,17 @@ bool ModemEmulator::useVirtualClock(bool on) {
     if (modem.running || isBusy) {
         return false;
     }
-    std::lock_guard clockLock(modem.clock.mutex);
-    modem.clock.useVirtual(on);
+    modem.threads.useVirtual(on);
     return true;
 }
 
 std::chrono::milliseconds ModemEmulator::now() const {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
-        modem.clock.timeNow().time_since_epoch());
+        modem.threads.now().time_since_epoch());
 }
 
 void ModemEmulator::passTime(std::chrono::milliseconds atMost) {
-    if (modem.modemThread.isCurrentThread() || modem.callbackThread.isCurrentThread()) {
+    if (modem.threads.isCurrent(Thread::Modem) || modem.threads.isCurrent(Thread::Callback)) {
         return;
     }
     {
@@ -71,9 +70,8 @@ void ModemEmulator::passTime(std::chrono::milliseconds atMost) {
             modem.perform(action);
         }
     }
-    if (modem.clock.isVirtual()) {
-        std::unique_lock lock(modem.clock.mutex);
-        modem.clock.pass(lock, modem.clock.now() + sensible(atMost));
+    if (modem.threads.isVirtual()) {
+        modem.threads.pass(atMost);
     }
 }
 
@@ -265,15 +263,14 @@ bool ModemEmulator::waitForRegisteredClient(std::chrono::milliseconds timeout) c
 
 bool ModemEmulator::waitForDeliveries(std::chrono::milliseconds timeout) const {
     const TimePoint deadline = realTimeAfter(timeout);
-    TaskQueue& callbacks = modem.callbackThread;
     // A callback can't wait for itself, and the hook is itself a task of the modem thread.
-    if (callbacks.isCurrentThread() || modem.modemThread.isCurrentThread()) {
-        return !callbacks.isCurrentThread() && callbacks.waitForDue(deadline);
+    if (modem.threads.isCurrent(Thread::Callback) || modem.threads.isCurrent(Thread::Modem)) {
+        return modem.threads.waitForDue(Thread::Callback, deadline);
     }
     // An answer waits for callbacks, and callbacks for what follows it.
-    for (int round = 0; round < (modem.clock.isVirtual() ? 2 : 1); ++round) {
-        if (!modem.modemThread.waitForDue(deadline) || !modem.waitForFinish(deadline) ||
-            !callbacks.waitForDue(deadline)) {
+    for (int round = 0; round < (modem.threads.isVirtual() ? 2 : 1); ++round) {
+        if (!modem.threads.waitForDue(Thread::Modem, deadline) || !modem.waitForFinish(deadline) ||
+            !modem.threads.waitForDue(Thread::Callback, deadline)) {
             return false;
         }
     }

@@ -32,7 +32,7 @@ int Modem::sendRequest(rav_client_type handle, const Message& message,
     request->record.messageId = message.id;
     request->record.bytes.assign(bytes.begin(), bytes.end());
     lock.unlock();
-    modemThread.wake();
+    threads.wake(Thread::Modem);
     lock.lock();
     const auto isFree = [&] { return request->state >= State::Free; };
     if (request->isCounted) {
@@ -58,18 +58,15 @@ Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client
     request->client = handle;
     request->clientNumber = client.number;
     request->timeout = timeout;
-    request->isCounted = clock.isVirtual();
-    request->isFromCallback = callbackThread.isCurrentThread();
+    request->isCounted = threads.isVirtual();
+    request->isFromCallback = threads.isCurrent(Thread::Callback);
     request->name = {TaskName::Kind::Request, sentCount + 1};
     request->record.number = sentCount + 1 - sentBeforeReset;
-    modemThread.put([=, this] { afterCallbacks(request, &Modem::take); });
+    threads.put(Thread::Modem, [=, this] { afterCallbacks(request, &Modem::take); });
     // The request is not taken before the mutex is free.
     ++sentCount;
     if (request->isCounted) {
-        clock.enterSender();
-        if (request->isFromCallback) {
-            callbackThread.holdUp(true);
-        }
+        threads.enterSender(request->isFromCallback);
     }
     if (log.size() == kMostLoggedRequests) {
         log.pop_front();
@@ -81,13 +78,10 @@ Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client
 
 void Modem::moveTo(State next, Transaction& request) {
     if (request.state == State::Timed) {
-        modemThread.forget(request.name);
+        threads.forget(request.name);
     }
     if (request.state < State::Free && next >= State::Free && request.isCounted) {
-        clock.leaveSender();
-        if (request.isFromCallback) {
-            callbackThread.holdUp(false);
-        }
+        threads.leaveSender(request.isFromCallback);
     }
     request.state = next;
 }
@@ -113,8 +107,9 @@ void Modem::take(const TransactionPointer& request) {
     }
     if (const auto delay = request->fault.delay; delay.count() > 0) {
         // First, for an answer that comes with the time-out is in time.
-        modemThread.post([=, this] { afterCallbacks(request, &Modem::answer); }, delay,
-                         request->name);
+        threads.post(
+            Thread::Modem, [=, this] { afterCallbacks(request, &Modem::answer); }, delay,
+            request->name);
         lose(request);
         return;
     }
@@ -150,7 +145,7 @@ void Modem::lose(const TransactionPointer& request) {
                 giveUp(request, RAV_CLIENT_ERR_TIMEOUT);
             }
         };
-        modemThread.post(expire, request->timeout, request->name);
+        threads.post(Thread::Modem, expire, request->timeout, request->name);
     }
 }
 
@@ -198,7 +193,7 @@ void Modem::finish(const TransactionPointer& request) {
         runHook(lock, *request);
     }
     moveTo(State::Finished, *request);
-    if (!clock.isVirtual()) {
+    if (!threads.isVirtual()) {
         deliverHeld();
     }
     std::erase(inProgress, request);
@@ -213,7 +208,7 @@ void Modem::giveUp(const TransactionPointer& request, int result) {
         moveTo(State::Free, *request);
         request->freed.notify_all();
     }
-    modemThread.post([=, this] { afterCallbacks(request, &Modem::finish); });
+    threads.post(Thread::Modem, [=, this] { afterCallbacks(request, &Modem::finish); });
 }
 
 void Modem::abandonRequests(rav_client_type client, int result) {
@@ -226,7 +221,7 @@ void Modem::abandonRequests(rav_client_type client, int result) {
 
 void Modem::afterCallbacks(const TransactionPointer& request,
                            void (Modem::*step)(const TransactionPointer&)) {
-    const bool isOrdered = clock.isVirtual() || request->fault.order == IndicationOrder::Before;
+    const bool isOrdered = threads.isVirtual() || request->fault.order == IndicationOrder::Before;
     afterCallbacks(isOrdered && !request->isFromCallback, [=, this] { (this->*step)(request); });
 }
 
@@ -247,7 +242,7 @@ void Modem::runHook(std::unique_lock<std::mutex>& lock, Transaction& request) {
 }
 
 void Modem::waitForHook(std::unique_lock<std::mutex>& lock) {
-    if (!modemThread.isCurrentThread()) {
+    if (!threads.isCurrent(Thread::Modem)) {
         hookEnded.wait(lock, [this] { return !runsHook; });
     }
 }

@@ -30,18 +30,18 @@ void Modem::stopAsTold() {
 void Modem::performLater(const Action& action, std::chrono::milliseconds delay,
                          TaskName::Kind name) {
     const auto task = [=, this] {
-        afterCallbacks(clock.isVirtual(), [=, this] {
+        afterCallbacks(threads.isVirtual(), [=, this] {
             std::lock_guard lock(mutex);
             perform(action);
         });
     };
     // Never at once, beside what the program does just then.
-    modemThread.post(task, std::max(delay, std::chrono::milliseconds(1)), {name});
+    threads.post(Thread::Modem, task, std::max(delay, std::chrono::milliseconds(1)), {name});
 }
 
 void Modem::endScenario() {
-    modemThread.forget({TaskName::Kind::Event});
-    modemThread.forget({TaskName::Kind::PowerOn});
+    threads.forget({TaskName::Kind::Event});
+    threads.forget({TaskName::Kind::PowerOn});
     isStartDelayed = false;
     heldIndications.clear();
     heldActions.clear();

@@ -183,7 +183,7 @@ KIV_EMULATOR_API int rav_client_release(rav_client_type client) {
             modem.abandonRequests(client, RAV_CLIENT_ERR_INVALID);
         }
         // Nothing is posted for a client that is no longer in the table.
-        modem.callbackThread.cancel(Modem::callbacksOf(client));
+        modem.threads.cancel(Modem::callbacksOf(client));
         return RAV_CLIENT_OK;
     });
 }
