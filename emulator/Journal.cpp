@@ -159,26 +159,22 @@ bool Journal::close() {
 }
 
 void Journal::addRequest(unsigned client, const Request& request) {
-    if (!opened) {
-        return;
-    }
-    write(lineOf("request", client)
-              .add("message", messageName(request.messageId))
-              .add("id", request.messageId)
-              .add("members", membersOf(request, showSecrets)));
+    add("request", client, [&](JsonText& line) {
+        line.add("message", messageName(request.messageId))
+            .add("id", request.messageId)
+            .add("members", membersOf(request, showSecrets));
+    });
 }
 
 void Journal::addResponse(unsigned client, const Request& request,
                           std::span<const std::byte> response) {
-    if (!opened) {
-        return;
-    }
     const unsigned id = request.messageId;
-    JsonText line = lineOf("response", client)
-                        .add("message", messageName(id))
-                        .add("id", id)
-                        .add("transport", request.transportResult);
-    if (request.transportResult == RAV_CLIENT_OK) {
+    add("response", client, [&](JsonText& line) {
+        line.add("message", messageName(id)).add("id", id);
+        line.add("transport", request.transportResult);
+        if (request.transportResult != RAV_CLIENT_OK) {
+            return;
+        }
         line.add("result", request.result).add("error", request.error);
         if (request.result == WDS_RESULT_SUCCESS_V01) {
             line.add("members", answerMembers(id, response, showSecrets));
@@ -187,41 +183,39 @@ void Journal::addResponse(unsigned client, const Request& request,
         if (showSecrets || id != RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
             line.add("bytes", packBytes(response));
         }
-    }
-    write(line);
+    });
 }
 
 void Journal::addIndication(unsigned client, unsigned messageId, std::span<const std::byte> bytes) {
-    if (!opened) {
-        return;
-    }
-    JsonText line =
-        lineOf("indication", client).add("message", messageName(messageId)).add("id", messageId);
-    wds_profile_changed_ind_msg_v01 message;
-    if (messageId == RAV_WDS_PROFILE_CHANGED_IND_V01 && decodeChange(bytes, message) &&
-        message.profile_changed_valid) {
-        const auto& change = message.profile_changed;
-        line.add("members", profileOf(change.profile_type, change.profile_index)
-                                .add("change", static_cast<int32_t>(change.change)));
-    }
-    write(line.add("bytes", packBytes(bytes)));
+    add("indication", client, [&](JsonText& line) {
+        line.add("message", messageName(messageId)).add("id", messageId);
+        wds_profile_changed_ind_msg_v01 message;
+        if (messageId == RAV_WDS_PROFILE_CHANGED_IND_V01 && decodeChange(bytes, message) &&
+            message.profile_changed_valid) {
+            const auto& change = message.profile_changed;
+            line.add("members", profileOf(change.profile_type, change.profile_index)
+                                    .add("change", static_cast<int32_t>(change.change)));
+        }
+        line.add("bytes", packBytes(bytes));
+    });
 }
 
 void Journal::addEvent(const char* direction, unsigned client, const std::string& what) {
+    add(direction, client, [&](JsonText& line) { line.add("what", what); });
+}
+
+template <class Compose>
+void Journal::add(const char* direction, unsigned client, Compose compose) {
     if (!opened) {
         return;
     }
-    write(lineOf(direction, client).add("what", what));
-}
-
-JsonText Journal::lineOf(const char* direction, unsigned client) const {
     const auto passed =
         std::chrono::duration_cast<std::chrono::microseconds>(threads.now() - start);
     JsonText line = JsonText::object().add("us", passed.count()).add("direction", direction);
-    return client == 0 ? line : line.add("client", client);
-}
-
-void Journal::write(const JsonText& line) {
+    if (client != 0) {
+        line.add("client", client);
+    }
+    compose(line);
     const std::string text = line.text() + '\n';
     isWhole = std::fwrite(text.data(), 1, text.size(), file) == text.size() && isWhole;
 }

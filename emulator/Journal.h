@@ -11,8 +11,6 @@
 
 namespace kiv::emulator {
 
-class JsonText;
-
 /// Writes what passes between the modem and its clients, and what happens to the modem: one JSON
 /// object a line.
 ///
@@ -36,8 +34,8 @@ public:
     void addEvent(const char* direction, unsigned client, const std::string& what);
 
 private:
-    JsonText lineOf(const char* direction, unsigned client) const;
-    void write(const JsonText& line);
+    template <class Compose>
+    void add(const char* direction, unsigned client, Compose compose);
 
     const Threads& threads;  ///< for the time
     std::atomic<bool> opened = false;

@@ -184,15 +184,14 @@ Scenario readScenarioFile(const std::string& path) {
 }
 
 Scenario parseScenario(const std::string& path, std::string_view text) {
-    Scenario scenario;
     try {
-        readJson(path, text, [&](JsonValue& value) {
-            value.object([&](JsonValue& members) { scenario = readScenario(members); });
-        });
+        Scenario scenario;
+        const auto read = [&](JsonValue& members) { scenario = readScenario(members); };
+        readJson(path, text, [&](JsonValue& value) { value.object(read); });
+        return scenario;
     } catch (const JsonError& error) {
         throw ScenarioFileError(error.what());
     }
-    return scenario;
 }
 
 }  // namespace kiv::emulator

@@ -6,11 +6,24 @@
 #include <utility>
 
 #include "Settings.h"
+#include "StateFile.h"
 
 namespace kiv::emulator {
 namespace {
 
 constexpr uint32_t kAllIndexes = 255;
+
+/// An empty APN name leaves the choice to the network.
+constexpr char kAsShipped[] = R"({"format": "kivr modem state", "version": 1, "tables": {
+    "3gpp": {"capacity": 255, "profiles": [
+        {"index": 1, "persistent": true, "settings": {
+            "apn_type_mask": 1, "profile_name": "default", "apn_name": "", "pdp_type": 3}},
+        {"index": 2, "persistent": true, "settings": {
+            "apn_type_mask": 2, "profile_name": "ims", "apn_name": "ims", "pdp_type": 3,
+            "apn_class": 1}}]},
+    "3gpp2": {"capacity": 255, "profiles": [
+        {"index": 0, "persistent": true, "settings": {
+            "apn_type_mask": 1, "apn_string_3gpp2": "", "pdn_type_3gpp2": 2}}]}}})";
 
 uint32_t errorOf(const ProfileTable* table, const Settings& settings) {
     if (!table) {
@@ -26,6 +39,64 @@ bool isEventType(wds_profile_type_enum_v01 type) {
 }
 
 }  // namespace
+
+std::optional<uint8_t> ProfileTable::create(const wds_profile_settings_type_v01& settings,
+                                            bool persistent) {
+    if (profiles.size() >= capacity) {
+        return std::nullopt;
+    }
+    auto index = static_cast<uint8_t>(firstIndex());
+    for (auto taken = profiles.begin(); taken != profiles.end() && taken->first == index; ++taken) {
+        ++index;
+    }
+    insert(index, settings, persistent);
+    return index;
+}
+
+bool ProfileTable::insert(uint8_t index, const wds_profile_settings_type_v01& settings,
+                          bool persistent) {
+    if (profiles.size() >= capacity || index < firstIndex() || index > lastIndex()) {
+        return false;
+    }
+    const auto [place, isNew] = profiles.try_emplace(index, Profile{type, index, persistent, {}});
+    if (isNew) {
+        mergeSettings(type, settings, place->second.settings);
+    }
+    return isNew;
+}
+
+bool ProfileTable::modify(uint8_t index, const wds_profile_settings_type_v01& settings) {
+    const auto found = profiles.find(index);
+    if (found == profiles.end()) {
+        return false;
+    }
+    mergeSettings(type, settings, found->second.settings);
+    return true;
+}
+
+bool ProfileTable::setCapacity(unsigned number) {
+    if (number > kMostProfiles) {
+        return false;
+    }
+    capacity = number;
+    return true;
+}
+
+void ProfileTable::dropTransient() {
+    std::erase_if(profiles, [](const auto& entry) { return !entry.second.persistent; });
+}
+
+ProfileTable* ProfileTables::find(wds_profile_type_enum_v01 type) {
+    if (type == WDS_PROFILE_TYPE_3GPP_V01) {
+        return &table3gpp;
+    }
+    return type == WDS_PROFILE_TYPE_3GPP2_V01 ? &table3gpp2 : nullptr;
+}
+
+const Profile* ProfileTables::find(wds_profile_type_enum_v01 type, uint8_t index) {
+    const ProfileTable* const table = find(type);
+    return table && table->all().contains(index) ? &table->all().at(index) : nullptr;
+}
 
 bool Session::isReported(const wds_profile_changed_ind_type_v01& change) const {
     return reportsChanges && events &&
@@ -250,6 +321,19 @@ uint32_t WdsService::deleteProfile(wds_profile_type_enum_v01 type, uint8_t index
 void WdsService::dropTransientProfiles() {
     tables.table3gpp.dropTransient();
     tables.table3gpp2.dropTransient();
+}
+
+void WdsService::installFactoryProfiles() {
+    static const ProfileTables shipped = parseState("profiles as shipped", kAsShipped);
+    for (const ProfileTable* from : {&shipped.table3gpp, &shipped.table3gpp2}) {
+        ProfileTable& to = *tables.find(from->technology());
+        const bool wasEmpty = to.all().empty();
+        for (const auto& [index, profile] : from->all()) {
+            if (wasEmpty) {
+                to.create(profile.settings, profile.persistent);
+            }
+        }
+    }
 }
 
 void WdsService::refreshConfiguration() {
