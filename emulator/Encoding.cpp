@@ -19,9 +19,10 @@ static_assert(std::endian::native == std::endian::little &&
 }  // namespace
 
 std::vector<std::byte> encodeChange(const wds_profile_changed_ind_type_v01& change) {
-    std::vector<std::byte> bytes = {kProfileChangedElement, std::byte{sizeof(change)}, {}};
-    const auto value = std::as_bytes(std::span(&change, 1));
-    bytes.insert(bytes.end(), value.begin(), value.end());
+    std::vector<std::byte> bytes(kHeaderLength + sizeof(change));
+    bytes[0] = kProfileChangedElement;
+    bytes[1] = std::byte{sizeof(change)};
+    std::memcpy(bytes.data() + kHeaderLength, &change, sizeof(change));
     return bytes;
 }
 
