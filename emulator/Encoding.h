@@ -2,6 +2,7 @@
 #define EMULATOR_ENCODING_H
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -22,13 +23,21 @@ std::vector<std::byte> encodeChange(const wds_profile_changed_ind_type_v01& chan
 /// beyond the bytes and for an element 0x10 of another length.
 bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_v01& message);
 
-/// Bytes as a text: two hexadecimal digits each, and a longer run of zeros as its length in
-/// parentheses, "0a(2019)ff".
-std::string packBytes(std::span<const std::byte> bytes);
+/// The number that bytes hold, the lowest first.
+uint64_t toNumber(std::span<const std::byte> bytes);
 
-/// Reads such a text, which may be hostile; none for any other text, and for one that stands for
-/// more than so many bytes.
-std::optional<std::vector<std::byte>> unpackBytes(std::string_view text, size_t most);
+/// A text of the modem up to its terminating zero; bytes beyond ASCII are shown as Latin-1.
+std::string toUtf8(std::span<const std::byte> bytes);
+
+/// Two hexadecimal digits for each byte.
+std::string toHex(std::span<const std::byte> bytes);
+
+/// Reads such a text; none for any other.
+std::optional<std::vector<std::byte>> fromHex(std::string_view text);
+
+/// Bytes as toHex writes them, but a longer run of zeros as its length in parentheses,
+/// "0a(2019)ff".
+std::string packBytes(std::span<const std::byte> bytes);
 
 }  // namespace kiv::emulator
 

@@ -20,6 +20,8 @@
 
 namespace kiv::emulator {
 
+struct Modem;
+
 /// One profile of the emulated modem, as its table holds it.
 struct Profile {
     wds_profile_type_enum_v01 type = WDS_PROFILE_TYPE_3GPP_V01;
@@ -28,24 +30,24 @@ struct Profile {
     wds_profile_settings_type_v01 settings{};
 };
 
-/// One request that a client sent, with what became of it.
+/// One request that a client sent, with its outcome.
 struct Request {
     uint64_t number = 0;     ///< counts all requests since the last factoryReset, from 1
     unsigned messageId = 0;  ///< RAV_WDS_*_V01
     std::vector<std::byte> bytes;
     int transportResult = RAV_CLIENT_OK;       ///< what rav_client_send_msg_sync returned
-    uint32_t result = WDS_RESULT_SUCCESS_V01;  ///< this and the error: where it was answered
+    uint32_t result = WDS_RESULT_SUCCESS_V01;  ///< result and error are the modem's answer
     uint32_t error = WDS_ERR_NONE_V01;
 };
 
 /// The modem of a development machine: it implements everything in platform/, and this interface
 /// lets tests and tools play the modem and its other users.
 ///
-/// Threads: every operation may be called on any thread, also from an observer or a rewrite, but
-/// for those that say that they block. Notify, error and indication callbacks are made on a thread
-/// of the emulator, never on a thread that called into it, one at a time and in the order of their
-/// causes, with no lock of the emulator held. A client that is released within a callback gets no
-/// further one; its release does not wait for the callback that it is called from.
+/// Threads: every operation may be called on any thread, also from the hook, but for those that
+/// say that they block. Notify, error and indication callbacks are made on a thread of the
+/// emulator, never on a thread that called into it, one at a time and in the order of their causes,
+/// with no lock of the emulator held. A client that is released within a callback gets no further
+/// callback; its release does not wait for the callback that it is called from.
 /// Ownership: one instance for the process, as a phone has one modem. It is never destroyed, so
 /// that clients may still be released while the process ends.
 /// Blocking: operations do not wait for clients, unless they say so.
@@ -57,11 +59,10 @@ public:
     ModemEmulator(const ModemEmulator&) = delete;
     ModemEmulator& operator=(const ModemEmulator&) = delete;
 
-    /// Powers the modem on: the service appears, and waiting notifiers are told. No effect if it
-    /// is on.
+    /// Powers the modem on: notifiers report that the service appeared. No effect if it is on.
     void start();
 
-    /// Powers the modem off: the service disappears, notifiers are told, clients get their error
+    /// Powers the modem off: notifiers report that the service disappeared, clients get their error
     /// callback, requests in progress fail with RAV_CLIENT_ERR_SERVICE_GONE. Profiles that are not
     /// persistent are dropped. No effect if it is off.
     void stop();
@@ -73,28 +74,27 @@ public:
 
     /// Chooses between the machine's clock, as at first, and a virtual one. False, and nothing
     /// changed, while the power is on or a request in progress. The virtual clock stands still
-    /// until a sender waits and nothing is to be done, and then jumps to what falls due next, so
-    /// that time-outs and delays cost no time. A request's callbacks have then returned before its
-    /// sender goes on. Limits of waits for other threads are real in either case.
+    /// until a sender waits and every thread is at rest, and then jumps to the next event, so that
+    /// time-outs and delays cost no time. A request's callbacks have then returned before its
+    /// sender goes on. The waits below are limited in real time with either clock.
     bool useVirtualClock(bool on);
 
     /// The time on the clock in use, from some moment in the past.
     std::chrono::milliseconds now() const;
 
-    /// Lets virtual time pass, at most so long, but only until something has fallen due and been
-    /// done. Answers to it may take up more time: what is to be reached is best kept as a moment.
-    /// Whatever waited for it is done first, and no time passes then. No time passes with the
-    /// machine's clock, and nothing happens on a thread of the emulator. Blocks until what is due
-    /// is done.
+    /// Advances the virtual clock to the next event, at most by atMost, and blocks until the event
+    /// has been handled. Handling an event may advance the clock further, so loop on an absolute
+    /// deadline. Actions and indications that wait for an idle modem are carried out first; the
+    /// clock then stands still. With the machine's clock nothing else happens, and on a thread of
+    /// the emulator nothing at all.
     void passTime(std::chrono::milliseconds atMost);
 
-    /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
-    /// requests, the scenario and the observer. The power stays as it is. Blocks until a running
-    /// observer or rewrite has returned, unless called from it.
+    /// Empties the tables without an indication, restores the capacities, and forgets faults,
+    /// requests, the scenario and the hook. The power stays as it is. Blocks until a running hook
+    /// has returned, unless called from the hook.
     void factoryReset();
 
-    /// Fills empty tables with a few persistent profiles, such as a modem is shipped with. Tells
-    /// no one.
+    /// Fills empty tables with a few persistent profiles, as on a new modem. No indication.
     void installFactoryProfiles();
 
     /// Writes the tables with their capacities into a file that only its owner may read, since
@@ -103,9 +103,9 @@ public:
     /// or if a table holds more than its capacity, as it does after a capacity was lowered.
     bool saveState(const std::string& path, std::string& error) const;
 
-    /// Puts the tables of such a file in place of the modem's, as a restart would: profiles that
-    /// are not persistent are dropped. Tells no one. False, with path, place and what is wrong, and
-    /// nothing changed, if the file can't be used or the modem is on.
+    /// Puts the tables of such a file in place of the modem's, without profiles that are not
+    /// persistent. No indication. False, with path, place and reason, and nothing changed, if the
+    /// file can't be used or the modem is on.
     bool loadState(const std::string& path, std::string& error);
 
     /// How many profiles a table can hold: 0 to 255, 255 at first. Profiles that it already holds
@@ -138,8 +138,7 @@ public:
     static std::vector<std::byte> encodeProfileChanged(
         const wds_profile_changed_ind_type_v01& change);
 
-    /// Arms a fault; several may be armed at once. Of those that strike the same request the delays
-    /// add up.
+    /// Arms a fault. Of several that strike the same request the delays add up.
     void addFault(Fault fault);
 
     /// Begins a scenario: arms its faults, schedules its events from now on, and seeds the random
@@ -149,8 +148,7 @@ public:
     /// Carries out an action at once.
     void perform(const Action& action);
 
-    /// Forgets all faults, also a rewrite that waits for a delayed answer. Blocks until a running
-    /// rewrite has returned, unless called from it.
+    /// Forgets all faults. A request that has met one keeps it.
     void clearFaults();
 
     /// The operations of the messaging client that can be made to fail.
@@ -164,19 +162,23 @@ public:
         MessageDecode
     };
 
-    /// Makes the next such call return the result and do nothing; of GetServiceObject, return null.
-    /// clearFaults and factoryReset forget it.
+    /// Makes the next such call return the result and do nothing; GetServiceObject returns null.
+    /// clearFaults and factoryReset forget the failure.
     void failNextCall(Call call, int result);
 
     /// The requests since the last factoryReset, in the order in which the modem took them: the
     /// latest 16384 of them. One that is still in progress has no outcome yet.
     std::vector<Request> requests() const;
 
-    /// Is called on the modem's thread with each request that is sent from now on, when its outcome
-    /// is known: right before its sender goes on, or after its sender gave up. It may not send
-    /// requests itself. An empty function ends it. Blocks until a running observer has returned,
-    /// unless called from it.
-    void setRequestObserver(std::function<void(const Request&)> observer);
+    /// Sees every request, and may rewrite its answer in place right before the answer is sent; the
+    /// sender waits for the hook without a limit. The answer of a request that failed is null; its
+    /// sender may have gone on already.
+    using Hook = std::function<void(const Request& request, void* answer, size_t length)>;
+
+    /// Calls the hook from now on, on the modem's thread and with no lock of the emulator held. A
+    /// hook must not send requests. An empty function removes the hook. Blocks until a running hook
+    /// has returned, unless called from the hook.
+    void setHook(Hook hook);
 
     /// Writes a journal of every message and event from now on, one JSON object a line, in place of
     /// the one before. Client numbers count from 1 again if no client is open. Passwords are left
@@ -187,26 +189,12 @@ public:
     /// Ends the journal. False if not all of it could be written.
     bool finishJournal();
 
-    /// Replays a journal from now on: what the modem did is done again, byte for byte, and requests
-    /// are held against those recorded. start and stop then only tell that the program has done
-    /// the next one of the journal; the power, answers and indications are the journal's, whatever
-    /// tables, faults, scenarios, actions and other parties would make of them. The program has to
-    /// do what it did when the journal was written, on the virtual clock. False, with path, line
-    /// and what is wrong, and nothing changed, if the journal can't be used, the modem is on or not
-    /// on the virtual clock, or a client is open.
-    bool startReplay(const std::string& path, std::string& error);
-
-    /// Ends the replay, with the modem off, and returns path, line and content of the first
-    /// difference; none if every request was as recorded and every one recorded was sent.
-    /// Passwords are not in it. After a difference the modem was off.
-    std::optional<std::string> finishReplay();
-
     /// Blocks until a client has bound, registered for indications and configured its profile
     /// events on the running modem. False after the time-out.
     bool waitForRegisteredClient(std::chrono::milliseconds timeout) const;
 
-    /// Blocks until every callback and observer call caused so far has been made; answers that are
-    /// being delayed don't count. False after the time-out, and at once from a callback, which
+    /// Blocks until every callback and call of the hook caused so far has been made; answers that
+    /// are being delayed don't count. False after the time-out, and at once from a callback, which
     /// can't wait for itself.
     bool waitForDeliveries(std::chrono::milliseconds timeout) const;
 
@@ -228,6 +216,8 @@ public:
 private:
     ModemEmulator();
     ~ModemEmulator() = delete;
+
+    Modem& modem;
 };
 
 }  // namespace kiv::emulator

@@ -11,22 +11,10 @@ namespace {
 
 constexpr unsigned kUnknownMessage = 0x7FFF;
 
-/// When what is to happen of itself does: never at once, beside what the program does just then.
-std::chrono::milliseconds soonest(std::chrono::milliseconds span) {
-    return std::max(span, std::chrono::milliseconds(1));
-}
-
 }  // namespace
 
-void Modem::start() {
-    std::lock_guard lock(mutex);
-    startAsPlayed();
-}
-
-void Modem::startAsPlayed() {
-    if (noteProgram(kStart)) {
-        return;
-    }
+void Modem::startAsTold() {
+    journal.addEvent("program", 0, "start");
     if (running || !std::exchange(isStartDelayed, false)) {
         startNow();
     } else if (startDelay) {
@@ -34,62 +22,29 @@ void Modem::startAsPlayed() {
     }
 }
 
-void Modem::stop() {
-    std::lock_guard lock(mutex);
-    stopAsTold();
-}
-
 void Modem::stopAsTold() {
-    if (!noteProgram(kStop)) {
-        stopNow(false);
-    }
+    journal.addEvent("program", 0, "stop");
+    stopNow(false);
 }
 
-void Modem::restart() {
-    // In one go, so that what clients are told always comes after both.
-    std::lock_guard lock(mutex);
-    stopAsTold();
-    startAsPlayed();
-}
-
-void Modem::play(const Scenario& scenario) {
-    std::lock_guard lock(mutex);
-    if (replay) {
-        return;
-    }
-    faults.seed(scenario.seed);
-    for (const Fault& fault : scenario.faults) {
-        faults.add(fault);
-    }
-    isStartDelayed = scenario.startsAfter || scenario.neverStarts;
-    startDelay = scenario.neverStarts ? std::nullopt : scenario.startsAfter;
-    for (const auto& [type, capacity] :
-         {std::pair(WDS_PROFILE_TYPE_3GPP_V01, scenario.capacity3gpp),
-          std::pair(WDS_PROFILE_TYPE_3GPP2_V01, scenario.capacity3gpp2)}) {
-        if (capacity) {
-            service.findTable(type)->setCapacity(*capacity);
-        }
-    }
-    for (const TimedAction& event : scenario.events) {
-        modemThread.post(
-            [this, action = event.action] { afterCallbacks([=, this] { performNow(action); }); },
-            soonest(event.at), &heldActions);
-    }
+void Modem::performLater(const Action& action, std::chrono::milliseconds delay,
+                         TaskName::Kind name) {
+    const auto task = [=, this] {
+        afterCallbacks(threads.isVirtual(), [=, this] {
+            std::lock_guard lock(mutex);
+            perform(action);
+        });
+    };
+    // Never at once, beside what the program does just then.
+    threads.post(Thread::Modem, task, std::max(delay, std::chrono::milliseconds(1)), {name});
 }
 
 void Modem::endScenario() {
-    modemThread.forget(&heldActions);
-    modemThread.forget(&startDelay);
+    threads.forget({TaskName::Kind::Event});
+    threads.forget({TaskName::Kind::PowerOn});
     isStartDelayed = false;
     heldIndications.clear();
     heldActions.clear();
-}
-
-void Modem::performNow(const Action& action) {
-    std::lock_guard lock(mutex);
-    if (!replay) {
-        perform(action);
-    }
 }
 
 void Modem::performAll(const Fault& fault, Moment moment) {
@@ -112,9 +67,7 @@ void Modem::perform(const Action& action) {
         case Kind::PowerOff:
             stopNow(action.silent);
             if (action.comesBackAfter) {
-                modemThread.post(
-                    [this] { afterCallbacks([this] { performNow({Kind::PowerOn}); }); },
-                    soonest(*action.comesBackAfter), &startDelay);
+                performLater({Kind::PowerOn}, *action.comesBackAfter, TaskName::Kind::PowerOn);
             }
             break;
         case Kind::CreateProfile:
@@ -127,26 +80,26 @@ void Modem::perform(const Action& action) {
             service.deleteProfile(action.type, action.index);
             break;
         case Kind::SubscriptionChange:
-            noteEvent("subscription changed");
+            journal.addEvent("event", 0, "subscription changed");
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_SUBSCRIPTION_V01});
             break;
         case Kind::ProfileReady:
-            noteEvent("profiles ready");
+            journal.addEvent("event", 0, "profiles ready");
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_READY_V01});
             break;
         case Kind::RefreshConfiguration:
-            noteEvent("stored configuration refreshed");
+            journal.addEvent("event", 0, "stored configuration refreshed");
             service.refreshConfiguration();
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_READY_V01});
             break;
         case Kind::SetCapacity:
-            noteEvent("capacity set");
-            if (ProfileTable* const table = service.findTable(action.type)) {
+            journal.addEvent("event", 0, "capacity set");
+            if (ProfileTable* const table = service.tables.find(action.type)) {
                 table->setCapacity(action.capacity);
             }
             break;
         case Kind::Indication:
-            noteEvent("indication sent");
+            journal.addEvent("event", 0, "indication sent");
             deliverBytes(action.messageId, action.bytes);
             break;
     }
@@ -155,7 +108,7 @@ void Modem::perform(const Action& action) {
 
 void Modem::deliverBytes(unsigned messageId, const std::vector<std::byte>& bytes) {
     for (const auto& [handle, client] : clients) {
-        if (!isReplaying() && client.session.reportsChanges) {
+        if (client.session.reportsChanges) {
             postIndication(handle, client, messageId, bytes);
         }
     }
@@ -176,9 +129,14 @@ void Modem::reportChangesOf(const Fault& fault) {
         if (fault.indications == IndicationFault::Malformed) {
             bytes.resize(bytes.size() / 2);
         }
-        for (const auto& [handle, client] : clients) {
-            for (int i = 0; client.session.isReported(change) && i < copies; ++i) {
-                heldIndications.push_back({handle, id, bytes});
+        for (const auto& entry : clients) {
+            const rav_client_type handle = entry.first;
+            for (int i = 0; entry.second.session.isReported(change) && i < copies; ++i) {
+                heldIndications.push_back([=, this] {
+                    if (const Client* const one = findClient(handle, false)) {
+                        postIndication(handle, *one, id, bytes);
+                    }
+                });
             }
         }
     }
@@ -188,21 +146,9 @@ void Modem::reportChangesOf(const Fault& fault) {
 }
 
 void Modem::deliverHeld() {
-    for (const HeldIndication& held : std::exchange(heldIndications, {})) {
-        if (const Client* const client = findClient(held.client, false)) {
-            postIndication(held.client, *client, held.messageId, held.bytes);
-        }
+    for (const auto& deliver : std::exchange(heldIndications, {})) {
+        deliver();
     }
-}
-
-bool Modem::deliverHeldAndIdle() {
-    std::lock_guard lock(mutex);
-    const bool isAny = !heldIndications.empty() || !heldActions.empty();
-    deliverHeld();
-    for (const Action& action : std::exchange(heldActions, {})) {
-        perform(action);
-    }
-    return isAny;
 }
 
 }  // namespace kiv::emulator

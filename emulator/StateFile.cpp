@@ -11,6 +11,9 @@
 #include <cstring>
 #include <utility>
 
+#include "Json.h"
+#include "Settings.h"
+
 namespace kiv::emulator {
 namespace {
 
@@ -18,26 +21,81 @@ namespace {
 constexpr size_t kMostBytes = size_t{4} << 20;
 constexpr size_t kBytesPerWrite = 4096;
 
+constexpr char kFormat[] = "kivr modem state";
+constexpr uint64_t kVersion = 1;
+
+JsonText describe(const ProfileTable& table) {
+    JsonText profiles = JsonText::list();
+    for (const auto& [index, profile] : table.all()) {
+        JsonText settings = JsonText::object();
+        for (const Setting& setting : allSettings()) {
+            if (setting.belongsTo(profile.type) && setting.isPresent(profile.settings)) {
+                settings.add(setting.name, setting.written(profile.settings));
+            }
+        }
+        profiles.add(JsonText::object()
+                         .add("index", index)
+                         .add("persistent", profile.persistent)
+                         .add("settings", settings));
+    }
+    return JsonText::object().add("capacity", table.getCapacity()).add("profiles", profiles);
+}
+
+void readProfile(JsonValue& value, ProfileTable& table) {
+    value.object([&](JsonValue& profile) {
+        const JsonValue index = profile.at("index");
+        const auto number =
+            static_cast<uint8_t>(index.number(table.firstIndex(), table.lastIndex()));
+        const bool persistent = profile.at("persistent").flag();
+        Settings settings{};
+        profile.at("settings").object([&](JsonValue& members) {
+            for (const Setting& setting : allSettings()) {
+                auto member = setting.belongsTo(table.technology()) ? members.find(setting.name)
+                                                                    : std::nullopt;
+                if (member) {
+                    setting.read(*member, settings);
+                }
+            }
+        });
+        if (!table.insert(number, settings, persistent)) {
+            index.refuse("another profile has " + std::to_string(number));
+        }
+    });
+}
+
+void readTable(JsonValue value, ProfileTable& table) {
+    value.object([&](JsonValue& members) {
+        const auto most = members.at("capacity").number(0, ProfileTable::kMostProfiles);
+        table.setCapacity(static_cast<unsigned>(most));
+        members.at("profiles").each([&](JsonValue& profile) {
+            if (table.all().size() == most) {
+                profile.refuse("more than the capacity, " + std::to_string(most));
+            }
+            readProfile(profile, table);
+        });
+    });
+}
+
 [[noreturn]] void failStep(const std::string& path, const std::string& step) {
     throw StateFileError(path + ": can't " + step + ": " + std::strerror(errno));
 }
 
 class Descriptor {
 public:
-    explicit Descriptor(int number) : number(number) {}
+    explicit Descriptor(int number = -1) : number(number) {}
     ~Descriptor() { close(); }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
 
     int get() const { return number; }
-    bool isOpen() const { return number >= 0; }
+    bool take(int opened) { return (number = opened) >= 0; }
     bool close() { return number < 0 || ::close(std::exchange(number, -1)) == 0; }
 
 private:
     int number;
 };
 
-/// One write of the file. What is left of the temporary file goes with it.
+/// One write of the file. A temporary file that is left over is removed with this.
 class Replacement {
 public:
     Replacement(const std::string& path, const WriteHook& hook)
@@ -51,8 +109,9 @@ public:
     Replacement& operator=(const Replacement&) = delete;
 
     void run(std::string_view text) {
+        Descriptor file, folder;
         // Made for the owner's eyes only.
-        Descriptor file(open("create", [&] { return mkostemp(temporary.data(), O_CLOEXEC); }));
+        carryOut("create", [&] { return file.take(mkostemp(temporary.data(), O_CLOEXEC)); });
         isTemporary = true;
         while (!text.empty()) {
             carryOut("write", [&] { return writeSome(file.get(), text); });
@@ -61,7 +120,13 @@ public:
         carryOut("close", [&] { return file.close(); });
         carryOut("rename", [&] { return std::rename(temporary.c_str(), path.c_str()) == 0; });
         isTemporary = false;
-        syncFolder();
+        // Only then is it sure that the name leads to the new file.
+        const size_t slash = path.rfind('/');
+        const std::string name = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+        carryOut("open its folder", [&] {
+            return folder.take(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        });
+        carryOut("sync its folder", [&] { return fsync(folder.get()) == 0; });
     }
 
 private:
@@ -76,13 +141,6 @@ private:
         }
     }
 
-    template <class Operation>
-    int open(const char* step, Operation operation) {
-        int descriptor = -1;
-        carryOut(step, [&] { return (descriptor = operation()) >= 0; });
-        return descriptor;
-    }
-
     static bool writeSome(int file, std::string_view& text) {
         const ssize_t count = write(file, text.data(), std::min(text.size(), kBytesPerWrite));
         if (count < 0) {
@@ -90,16 +148,6 @@ private:
         }
         text.remove_prefix(static_cast<size_t>(count));
         return true;
-    }
-
-    /// Only then is it sure that the name leads to the new file.
-    void syncFolder() {
-        const size_t slash = path.rfind('/');
-        const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-        const Descriptor opened(open("open its folder", [&] {
-            return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        }));
-        carryOut("sync its folder", [&] { return fsync(opened.get()) == 0; });
     }
 
     const std::string& path;
@@ -112,7 +160,7 @@ std::string readWhole(const std::string& path) {
     // Opening a pipe must not wait for somebody to write into it.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (!file.isOpen() || fstat(file.get(), &status) != 0) {
+    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
         failStep(path, "open");
     }
     if (!S_ISREG(status.st_mode)) {
@@ -135,6 +183,47 @@ std::string readWhole(const std::string& path) {
 }
 
 }  // namespace
+
+std::string formatState(const std::string& path, const ProfileTables& tables) {
+    for (const ProfileTable* table : {&tables.table3gpp, &tables.table3gpp2}) {
+        if (table->all().size() > table->getCapacity()) {
+            throw StateFileError(
+                path + ": not written, a table holds " + std::to_string(table->all().size()) +
+                " profiles, more than its capacity, " + std::to_string(table->getCapacity()));
+        }
+    }
+    const JsonText described = JsonText::object()
+                                   .add("3gpp", describe(tables.table3gpp))
+                                   .add("3gpp2", describe(tables.table3gpp2));
+    return JsonText::object()
+               .add("format", kFormat)
+               .add("version", kVersion)
+               .add("tables", described)
+               .indentedText() +
+           "\n";
+}
+
+ProfileTables parseState(const std::string& path, std::string_view text) {
+    ProfileTables read;
+    const auto readState = [&](JsonValue& state) {
+        // These two first, so that the file of another version is told from a damaged one.
+        const JsonValue format = state.at("format");
+        if (format.text() != kFormat) {
+            format.refuse(std::string("not '") + kFormat + "'");
+        }
+        state.at("version").number(kVersion, kVersion);
+        state.at("tables").object([&](JsonValue& tables) {
+            readTable(tables.at("3gpp"), read.table3gpp);
+            readTable(tables.at("3gpp2"), read.table3gpp2);
+        });
+    };
+    try {
+        readJson(path, text, [&](JsonValue& value) { value.object(readState); });
+    } catch (const JsonError& error) {
+        throw StateFileError(error.what());
+    }
+    return read;
+}
 
 void writeStateFile(const std::string& path, const ProfileTables& tables, const WriteHook& hook) {
     Replacement(path, hook).run(formatState(path, tables));

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "ProfileTable.h"
+#include "WdsService.h"
 
 namespace kiv::emulator {
 

@@ -5,22 +5,98 @@
 #include <iterator>
 #include <utility>
 
-#include "ProfileSettings.h"
+#include "Settings.h"
+#include "StateFile.h"
 
 namespace kiv::emulator {
 namespace {
 
 constexpr uint32_t kAllIndexes = 255;
 
-bool isTechnology(wds_profile_type_enum_v01 type) {
-    return type == WDS_PROFILE_TYPE_3GPP_V01 || type == WDS_PROFILE_TYPE_3GPP2_V01;
+/// An empty APN name leaves the choice to the network.
+constexpr char kAsShipped[] = R"({"format": "kivr modem state", "version": 1, "tables": {
+    "3gpp": {"capacity": 255, "profiles": [
+        {"index": 1, "persistent": true, "settings": {
+            "apn_type_mask": 1, "profile_name": "default", "apn_name": "", "pdp_type": 3}},
+        {"index": 2, "persistent": true, "settings": {
+            "apn_type_mask": 2, "profile_name": "ims", "apn_name": "ims", "pdp_type": 3,
+            "apn_class": 1}}]},
+    "3gpp2": {"capacity": 255, "profiles": [
+        {"index": 0, "persistent": true, "settings": {
+            "apn_type_mask": 1, "apn_string_3gpp2": "", "pdn_type_3gpp2": 2}}]}}})";
+
+uint32_t errorOf(const ProfileTable* table, const Settings& settings) {
+    if (!table) {
+        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
+    }
+    return areTextsTerminated(table->technology(), settings) ? WDS_ERR_NONE_V01
+                                                             : WDS_ERR_MALFORMED_MESSAGE_V01;
 }
 
 bool isEventType(wds_profile_type_enum_v01 type) {
-    return isTechnology(type) || type == WDS_PROFILE_TYPE_ALL_V01;
+    return type == WDS_PROFILE_TYPE_3GPP_V01 || type == WDS_PROFILE_TYPE_3GPP2_V01 ||
+           type == WDS_PROFILE_TYPE_ALL_V01;
 }
 
 }  // namespace
+
+std::optional<uint8_t> ProfileTable::create(const wds_profile_settings_type_v01& settings,
+                                            bool persistent) {
+    if (profiles.size() >= capacity) {
+        return std::nullopt;
+    }
+    auto index = static_cast<uint8_t>(firstIndex());
+    for (auto taken = profiles.begin(); taken != profiles.end() && taken->first == index; ++taken) {
+        ++index;
+    }
+    insert(index, settings, persistent);
+    return index;
+}
+
+bool ProfileTable::insert(uint8_t index, const wds_profile_settings_type_v01& settings,
+                          bool persistent) {
+    if (profiles.size() >= capacity || index < firstIndex() || index > lastIndex()) {
+        return false;
+    }
+    const auto [place, isNew] = profiles.try_emplace(index, Profile{type, index, persistent, {}});
+    if (isNew) {
+        mergeSettings(type, settings, place->second.settings);
+    }
+    return isNew;
+}
+
+bool ProfileTable::modify(uint8_t index, const wds_profile_settings_type_v01& settings) {
+    const auto found = profiles.find(index);
+    if (found == profiles.end()) {
+        return false;
+    }
+    mergeSettings(type, settings, found->second.settings);
+    return true;
+}
+
+bool ProfileTable::setCapacity(unsigned number) {
+    if (number > kMostProfiles) {
+        return false;
+    }
+    capacity = number;
+    return true;
+}
+
+void ProfileTable::dropTransient() {
+    std::erase_if(profiles, [](const auto& entry) { return !entry.second.persistent; });
+}
+
+ProfileTable* ProfileTables::find(wds_profile_type_enum_v01 type) {
+    if (type == WDS_PROFILE_TYPE_3GPP_V01) {
+        return &table3gpp;
+    }
+    return type == WDS_PROFILE_TYPE_3GPP2_V01 ? &table3gpp2 : nullptr;
+}
+
+const Profile* ProfileTables::find(wds_profile_type_enum_v01 type, uint8_t index) {
+    const ProfileTable* const table = find(type);
+    return table && table->all().contains(index) ? &table->all().at(index) : nullptr;
+}
 
 bool Session::isReported(const wds_profile_changed_ind_type_v01& change) const {
     return reportsChanges && events &&
@@ -32,195 +108,27 @@ bool Session::isReported(const wds_profile_changed_ind_type_v01& change) const {
            });
 }
 
-/// The messages of the service, each listed once: its id, its records and who handles it.
-struct MessageTable {
-    struct Message {
-        unsigned id;
-        MessageLengths lengths;
-        std::vector<std::byte> (*handle)(WdsService&, Session&, const std::byte* request);
-    };
+namespace {
 
-    template <class Request, class Response,
-              uint32_t (WdsService::*handler)(Session&, const Request&, Response&)>
-    static constexpr Message describe(unsigned id) {
-        return {id, {sizeof(Request), sizeof(Response)}, &handle<Request, Response, handler>};
-    }
+// Each carries out one request: fills in the response and returns the error code.
 
-    template <class Request, class Response,
-              uint32_t (WdsService::*handler)(Session&, const Request&, Response&)>
-    static std::vector<std::byte> handle(WdsService& service, Session& session,
-                                         const std::byte* bytes) {
-        Request request;
-        std::memcpy(&request, bytes, sizeof(request));
-        // Bytes hold any record of the interface; they are made here, already all zero.
-        std::vector<std::byte> answer(sizeof(Response));
-        auto& response = *reinterpret_cast<Response*>(answer.data());
-        const uint32_t error = (service.*handler)(session, request, response);
-        response.resp.result =
-            error == WDS_ERR_NONE_V01 ? WDS_RESULT_SUCCESS_V01 : WDS_RESULT_FAILURE_V01;
-        response.resp.error = error;
-        return answer;
-    }
-
-    static const Message* find(unsigned id) {
-        static constexpr Message kMessages[] = {
-            describe<wds_bind_subscription_req_msg_v01, wds_common_resp_msg_v01, &WdsService::bind>(
-                RAV_WDS_BIND_SUBSCRIPTION_REQ_V01),
-            describe<wds_indication_register_req_msg_v01, wds_common_resp_msg_v01,
-                     &WdsService::registerIndications>(RAV_WDS_INDICATION_REGISTER_REQ_V01),
-            describe<wds_configure_profile_event_list_req_msg_v01, wds_common_resp_msg_v01,
-                     &WdsService::configureEvents>(RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01),
-            describe<wds_create_profile_req_msg_v01, wds_create_profile_resp_msg_v01,
-                     &WdsService::create>(RAV_WDS_CREATE_PROFILE_REQ_V01),
-            describe<wds_modify_profile_settings_req_msg_v01,
-                     wds_modify_profile_settings_resp_msg_v01, &WdsService::modify>(
-                RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01),
-            describe<wds_delete_profile_req_msg_v01, wds_delete_profile_resp_msg_v01,
-                     &WdsService::remove>(RAV_WDS_DELETE_PROFILE_REQ_V01),
-            describe<wds_get_profile_settings_req_msg_v01, wds_get_profile_settings_resp_msg_v01,
-                     &WdsService::get>(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01),
-            describe<wds_get_profile_list_req_msg_v01, wds_get_profile_list_resp_msg_v01,
-                     &WdsService::list>(RAV_WDS_GET_PROFILE_LIST_REQ_V01),
-        };
-        const auto* const found =
-            std::find_if(std::begin(kMessages), std::end(kMessages),
-                         [id](const Message& message) { return message.id == id; });
-        return found == std::end(kMessages) ? nullptr : found;
-    }
-};
-
-std::optional<MessageLengths> findMessageLengths(unsigned messageId) {
-    const auto* const message = MessageTable::find(messageId);
-    return message ? std::optional(message->lengths) : std::nullopt;
-}
-
-bool isOfSession(unsigned messageId) {
-    return messageId == RAV_WDS_BIND_SUBSCRIPTION_REQ_V01 ||
-           messageId == RAV_WDS_INDICATION_REGISTER_REQ_V01 ||
-           messageId == RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01;
-}
-
-std::vector<std::byte> refuseRequest(unsigned messageId, uint32_t error) {
-    std::vector<std::byte> answer(MessageTable::find(messageId)->lengths.response);
-    const wds_response_type_v01 head{WDS_RESULT_FAILURE_V01, error};
-    std::memcpy(answer.data(), &head, sizeof(head));
-    return answer;
-}
-
-std::vector<std::byte> WdsService::handleRequest(Session& session, unsigned messageId,
-                                                 const std::vector<std::byte>& request) {
-    return MessageTable::find(messageId)->handle(*this, session, request.data());
-}
-
-uint32_t WdsService::createProfile(wds_profile_type_enum_v01 type,
-                                   const wds_profile_settings_type_v01& settings, bool persistent,
-                                   uint8_t& index) {
-    ProfileTable* const table = findTable(type);
-    if (!table) {
-        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
-    }
-    if (!areTextsTerminated(type, settings)) {
-        return WDS_ERR_MALFORMED_MESSAGE_V01;
-    }
-    const auto created = table->create(settings, persistent);
-    if (!created) {
-        return WDS_ERR_PROFILE_TABLE_FULL_V01;
-    }
-    index = *created;
-    noteChange(type, index, WDS_PROFILE_CHANGE_CREATED_V01);
-    noteChange(type, index, WDS_PROFILE_CHANGE_MODIFIED_V01);
-    return WDS_ERR_NONE_V01;
-}
-
-uint32_t WdsService::modifyProfile(wds_profile_type_enum_v01 type, uint8_t index,
-                                   const wds_profile_settings_type_v01& settings) {
-    ProfileTable* const table = findTable(type);
-    if (!table) {
-        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
-    }
-    if (!areTextsTerminated(type, settings)) {
-        return WDS_ERR_MALFORMED_MESSAGE_V01;
-    }
-    if (!table->modify(index, settings)) {
-        return WDS_ERR_UNKNOWN_PROFILE_V01;
-    }
-    noteChange(type, index, WDS_PROFILE_CHANGE_MODIFIED_V01);
-    return WDS_ERR_NONE_V01;
-}
-
-uint32_t WdsService::deleteProfile(wds_profile_type_enum_v01 type, uint8_t index) {
-    ProfileTable* const table = findTable(type);
-    if (!table) {
-        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
-    }
-    if (!table->remove(index)) {
-        return WDS_ERR_UNKNOWN_PROFILE_V01;
-    }
-    noteChange(type, index, WDS_PROFILE_CHANGE_DELETED_V01);
-    return WDS_ERR_NONE_V01;
-}
-
-ProfileTable* WdsService::findTable(wds_profile_type_enum_v01 type) {
-    if (!isTechnology(type)) {
-        return nullptr;
-    }
-    return type == WDS_PROFILE_TYPE_3GPP_V01 ? &table3gpp : &table3gpp2;
-}
-
-const Profile* WdsService::findProfile(wds_profile_type_enum_v01 type, uint8_t index) {
-    const ProfileTable* const table = findTable(type);
-    return table ? table->find(index) : nullptr;
-}
-
-void WdsService::dropTransientProfiles() {
-    table3gpp.dropTransient();
-    table3gpp2.dropTransient();
-}
-
-void WdsService::refreshConfiguration() {
-    table3gpp.clear();
-    table3gpp2.clear();
-    installFactoryProfiles();
-}
-
-void WdsService::reset() {
-    table3gpp.reset();
-    table3gpp2.reset();
-    changes.clear();
-}
-
-void WdsService::restore(const ProfileTables& tables) {
-    table3gpp = tables.table3gpp;
-    table3gpp2 = tables.table3gpp2;
-}
-
-std::vector<wds_profile_changed_ind_type_v01> WdsService::takeChanges() {
-    return std::exchange(changes, {});
-}
-
-void WdsService::noteChange(wds_profile_type_enum_v01 type, uint8_t index,
-                            wds_profile_change_enum_v01 change) {
-    changes.push_back({type, index, change});
-}
-
-uint32_t WdsService::bind(Session& session, const wds_bind_subscription_req_msg_v01& request,
-                          wds_common_resp_msg_v01&) {
+uint32_t handle(WdsService&, Session& session, const wds_bind_subscription_req_msg_v01& request,
+                wds_common_resp_msg_v01&) {
     session.subscription = request.subscription;
     return WDS_ERR_NONE_V01;
 }
 
-uint32_t WdsService::registerIndications(Session& session,
-                                         const wds_indication_register_req_msg_v01& request,
-                                         wds_common_resp_msg_v01&) {
+uint32_t handle(WdsService&, Session& session, const wds_indication_register_req_msg_v01& request,
+                wds_common_resp_msg_v01&) {
     if (request.report_profile_changes_valid) {
         session.reportsChanges = request.report_profile_changes != 0;
     }
     return WDS_ERR_NONE_V01;
 }
 
-uint32_t WdsService::configureEvents(Session& session,
-                                     const wds_configure_profile_event_list_req_msg_v01& request,
-                                     wds_common_resp_msg_v01&) {
+uint32_t handle(WdsService&, Session& session,
+                const wds_configure_profile_event_list_req_msg_v01& request,
+                wds_common_resp_msg_v01&) {
     // A list names the profiles; only where there is none does the flag speak for all of them.
     if (!request.profile_event_valid) {
         if (request.report_all_changes_valid) {
@@ -243,12 +151,13 @@ uint32_t WdsService::configureEvents(Session& session,
     return WDS_ERR_NONE_V01;
 }
 
-uint32_t WdsService::create(Session&, const wds_create_profile_req_msg_v01& request,
-                            wds_create_profile_resp_msg_v01& response) {
+uint32_t handle(WdsService& service, Session&, const wds_create_profile_req_msg_v01& request,
+                wds_create_profile_resp_msg_v01& response) {
     // A modem keeps what it isn't told to forget.
     const bool persistent = !request.persistent_valid || request.persistent != 0;
     uint8_t index = 0;
-    const uint32_t error = createProfile(request.profile_type, request.settings, persistent, index);
+    const uint32_t error =
+        service.createProfile(request.profile_type, request.settings, persistent, index);
     if (error == WDS_ERR_NONE_V01) {
         // One by one: what lies between them stays zero.
         response.profile.profile_type = request.profile_type;
@@ -257,26 +166,25 @@ uint32_t WdsService::create(Session&, const wds_create_profile_req_msg_v01& requ
     return error;
 }
 
-uint32_t WdsService::modify(Session&, const wds_modify_profile_settings_req_msg_v01& request,
-                            wds_modify_profile_settings_resp_msg_v01&) {
-    return modifyProfile(request.profile.profile_type, request.profile.profile_index,
-                         request.settings);
+uint32_t handle(WdsService& service, Session&,
+                const wds_modify_profile_settings_req_msg_v01& request,
+                wds_modify_profile_settings_resp_msg_v01&) {
+    return service.modifyProfile(request.profile.profile_type, request.profile.profile_index,
+                                 request.settings);
 }
 
-uint32_t WdsService::remove(Session&, const wds_delete_profile_req_msg_v01& request,
-                            wds_delete_profile_resp_msg_v01&) {
-    return deleteProfile(request.profile.profile_type, request.profile.profile_index);
+uint32_t handle(WdsService& service, Session&, const wds_delete_profile_req_msg_v01& request,
+                wds_delete_profile_resp_msg_v01&) {
+    return service.deleteProfile(request.profile.profile_type, request.profile.profile_index);
 }
 
-uint32_t WdsService::get(Session&, const wds_get_profile_settings_req_msg_v01& request,
-                         wds_get_profile_settings_resp_msg_v01& response) {
-    if (!isTechnology(request.profile.profile_type)) {
-        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
-    }
-    const Profile* const profile =
-        findProfile(request.profile.profile_type, request.profile.profile_index);
+uint32_t handle(WdsService& service, Session&, const wds_get_profile_settings_req_msg_v01& request,
+                wds_get_profile_settings_resp_msg_v01& response) {
+    const auto& [type, index] = request.profile;
+    const Profile* const profile = service.tables.find(type, index);
     if (!profile) {
-        return WDS_ERR_UNKNOWN_PROFILE_V01;
+        return service.tables.find(type) ? WDS_ERR_UNKNOWN_PROFILE_V01
+                                         : WDS_ERR_INVALID_PROFILE_TYPE_V01;
     }
     response.persistent_valid = 1;
     response.persistent = profile->persistent;
@@ -284,11 +192,11 @@ uint32_t WdsService::get(Session&, const wds_get_profile_settings_req_msg_v01& r
     return WDS_ERR_NONE_V01;
 }
 
-uint32_t WdsService::list(Session&, const wds_get_profile_list_req_msg_v01& request,
-                          wds_get_profile_list_resp_msg_v01& response) {
+uint32_t handle(WdsService& service, Session&, const wds_get_profile_list_req_msg_v01& request,
+                wds_get_profile_list_resp_msg_v01& response) {
     // Without a type the 3GPP profiles are meant.
-    const ProfileTable* const table =
-        findTable(request.profile_type_valid ? request.profile_type : WDS_PROFILE_TYPE_3GPP_V01);
+    const ProfileTable* const table = service.tables.find(
+        request.profile_type_valid ? request.profile_type : WDS_PROFILE_TYPE_3GPP_V01);
     if (!table) {
         return WDS_ERR_INVALID_PROFILE_TYPE_V01;
     }
@@ -300,6 +208,147 @@ uint32_t WdsService::list(Session&, const wds_get_profile_list_req_msg_v01& requ
                   std::end(profile.settings.profile_name), entry.profile_name);
     }
     return WDS_ERR_NONE_V01;
+}
+
+template <class Request, class Response>
+std::vector<std::byte> handleBytes(WdsService& service, Session& session, const std::byte* bytes) {
+    Request request;
+    std::memcpy(&request, bytes, sizeof(request));
+    // Bytes hold any record of the interface; they are made here, already all zero.
+    std::vector<std::byte> answer(sizeof(Response));
+    auto& response = *reinterpret_cast<Response*>(answer.data());
+    const uint32_t error = handle(service, session, request, response);
+    response.resp.result =
+        error == WDS_ERR_NONE_V01 ? WDS_RESULT_SUCCESS_V01 : WDS_RESULT_FAILURE_V01;
+    response.resp.error = error;
+    return answer;
+}
+
+template <class Request, class Response>
+constexpr Message describe(unsigned id, const char* name) {
+    return {id, name, sizeof(Request), sizeof(Response), &handleBytes<Request, Response>};
+}
+
+/// Each request once, with its records, and so with its handler.
+constexpr Message kMessages[] = {
+    describe<wds_bind_subscription_req_msg_v01, wds_common_resp_msg_v01>(
+        RAV_WDS_BIND_SUBSCRIPTION_REQ_V01, "bind"),
+    describe<wds_indication_register_req_msg_v01, wds_common_resp_msg_v01>(
+        RAV_WDS_INDICATION_REGISTER_REQ_V01, "registerIndications"),
+    describe<wds_configure_profile_event_list_req_msg_v01, wds_common_resp_msg_v01>(
+        RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01, "configureEvents"),
+    describe<wds_create_profile_req_msg_v01, wds_create_profile_resp_msg_v01>(
+        RAV_WDS_CREATE_PROFILE_REQ_V01, "create"),
+    describe<wds_modify_profile_settings_req_msg_v01, wds_modify_profile_settings_resp_msg_v01>(
+        RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, "modify"),
+    describe<wds_delete_profile_req_msg_v01, wds_delete_profile_resp_msg_v01>(
+        RAV_WDS_DELETE_PROFILE_REQ_V01, "delete"),
+    describe<wds_get_profile_list_req_msg_v01, wds_get_profile_list_resp_msg_v01>(
+        RAV_WDS_GET_PROFILE_LIST_REQ_V01, "list"),
+    describe<wds_get_profile_settings_req_msg_v01, wds_get_profile_settings_resp_msg_v01>(
+        RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01, "get"),
+};
+
+}  // namespace
+
+std::span<const Message> allMessages() { return kMessages; }
+
+const Message* findMessage(unsigned id) {
+    const auto* const found = std::find_if(std::begin(kMessages), std::end(kMessages),
+                                           [id](const Message& one) { return one.id == id; });
+    return found == std::end(kMessages) ? nullptr : found;
+}
+
+const char* messageName(unsigned id) {
+    const Message* const message = findMessage(id);
+    const char* const other = id == RAV_WDS_PROFILE_CHANGED_IND_V01 ? "profileChanged" : "unknown";
+    return message ? message->name : other;
+}
+
+std::vector<std::byte> refuseRequest(unsigned messageId, uint32_t error) {
+    std::vector<std::byte> answer(findMessage(messageId)->responseLength);
+    const wds_response_type_v01 head{WDS_RESULT_FAILURE_V01, error};
+    std::memcpy(answer.data(), &head, sizeof(head));
+    return answer;
+}
+
+std::vector<std::byte> WdsService::handleRequest(Session& session, unsigned messageId,
+                                                 const std::vector<std::byte>& request) {
+    return findMessage(messageId)->handle(*this, session, request.data());
+}
+
+uint32_t WdsService::createProfile(wds_profile_type_enum_v01 type, const Settings& settings,
+                                   bool persistent, uint8_t& index) {
+    ProfileTable* const table = tables.find(type);
+    if (const uint32_t error = errorOf(table, settings); error != WDS_ERR_NONE_V01) {
+        return error;
+    }
+    const auto created = table->create(settings, persistent);
+    if (!created) {
+        return WDS_ERR_PROFILE_TABLE_FULL_V01;
+    }
+    index = *created;
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_CREATED_V01});
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_MODIFIED_V01});
+    return WDS_ERR_NONE_V01;
+}
+
+uint32_t WdsService::modifyProfile(wds_profile_type_enum_v01 type, uint8_t index,
+                                   const Settings& settings) {
+    ProfileTable* const table = tables.find(type);
+    if (const uint32_t error = errorOf(table, settings); error != WDS_ERR_NONE_V01) {
+        return error;
+    }
+    if (!table->modify(index, settings)) {
+        return WDS_ERR_UNKNOWN_PROFILE_V01;
+    }
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_MODIFIED_V01});
+    return WDS_ERR_NONE_V01;
+}
+
+uint32_t WdsService::deleteProfile(wds_profile_type_enum_v01 type, uint8_t index) {
+    ProfileTable* const table = tables.find(type);
+    if (!table) {
+        return WDS_ERR_INVALID_PROFILE_TYPE_V01;
+    }
+    if (!table->remove(index)) {
+        return WDS_ERR_UNKNOWN_PROFILE_V01;
+    }
+    changes.push_back({type, index, WDS_PROFILE_CHANGE_DELETED_V01});
+    return WDS_ERR_NONE_V01;
+}
+
+void WdsService::dropTransientProfiles() {
+    tables.table3gpp.dropTransient();
+    tables.table3gpp2.dropTransient();
+}
+
+void WdsService::installFactoryProfiles() {
+    static const ProfileTables shipped = parseState("profiles as shipped", kAsShipped);
+    for (const ProfileTable* from : {&shipped.table3gpp, &shipped.table3gpp2}) {
+        ProfileTable& to = *tables.find(from->technology());
+        const bool wasEmpty = to.all().empty();
+        for (const auto& [index, profile] : from->all()) {
+            if (wasEmpty) {
+                to.create(profile.settings, profile.persistent);
+            }
+        }
+    }
+}
+
+void WdsService::refreshConfiguration() {
+    tables.table3gpp.clear();
+    tables.table3gpp2.clear();
+    installFactoryProfiles();
+}
+
+void WdsService::reset() {
+    tables = {};
+    changes.clear();
+}
+
+std::vector<wds_profile_changed_ind_type_v01> WdsService::takeChanges() {
+    return std::exchange(changes, {});
 }
 
 }  // namespace kiv::emulator

@@ -19,21 +19,29 @@ using testing::IsEmpty;
 
 class ManagerTest : public EngineTest {
 protected:
-    /// Keeps the modem from answering one request. Has to outlive that request.
-    class HeldRequest {
+    /// Keeps the modem from answering the first requests of a kind. Has to outlive these.
+    class HeldRequests {
     public:
-        explicit HeldRequest(unsigned messageId, unsigned nth = 1) {
-            modem().addFault({messageId, nth, {}, {}, {}, [this](void*, size_t) {
-                                  reached.set_value();
-                                  answer.get_future().wait();
-                              }});
+        explicit HeldRequests(unsigned messageId, size_t count = 1) : held(count) {
+            modem().setHook([this, messageId](const emulator::Request& request, void*, size_t) {
+                if (request.messageId == messageId && next < held.size()) {
+                    Held& one = held[next++];
+                    one.reached.set_value();
+                    one.answer.get_future().wait();
+                }
+            });
         }
-        void waitUntilReached() { reached.get_future().wait(); }
-        void release() { answer.set_value(); }
+        ~HeldRequests() { modem().setHook(nullptr); }
+
+        void waitUntilReached(size_t number = 0) { held[number].reached.get_future().wait(); }
+        void release(size_t number = 0) { held[number].answer.set_value(); }
 
     private:
-        std::promise<void> reached;
-        std::promise<void> answer;
+        struct Held {
+            std::promise<void> reached, answer;
+        };
+        std::vector<Held> held;
+        size_t next = 0;
     };
 };
 
@@ -60,7 +68,7 @@ TEST_F(ManagerTest, BeforeInitEveryOperationFails) {
 }
 
 TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
-    HeldRequest held(RAV_WDS_CREATE_PROFILE_REQ_V01);
+    HeldRequests held(RAV_WDS_CREATE_PROFILE_REQ_V01);
     std::vector<std::jthread> clients;
     clients.emplace_back([this] { add("in flight"); });
     held.waitUntilReached();
@@ -78,7 +86,7 @@ TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
 }
 
 TEST_F(ManagerTest, ClientsAreServedInTheOrderInWhichTheyCame) {
-    HeldRequest held(RAV_WDS_CREATE_PROFILE_REQ_V01);
+    HeldRequests held(RAV_WDS_CREATE_PROFILE_REQ_V01);
     std::vector<std::jthread> clients;
     clients.emplace_back([this] { add("in flight"); });
     held.waitUntilReached();
@@ -102,20 +110,19 @@ TEST_F(ManagerTest, ClientsAreServedInTheOrderInWhichTheyCame) {
 
 TEST_F(ManagerTest, AnsweredClientLeavesWhateverTheWorkerDoesNext) {
     const auto key = add("apn", true);
-    HeldRequest first(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, 1);
-    HeldRequest second(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, 2);
+    HeldRequests held(RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, 2);
     std::jthread before([&] { manager.modifyProfile(userName("first"), key); });
-    first.waitUntilReached();
+    held.waitUntilReached(0);
     std::promise<bool> matched;
     const std::jthread client =
         startUntilAsleep([&] { matched.set_value(manager.match(FilterProfileParams(), key)); });
     const std::jthread after =
         startUntilAsleep([&] { manager.modifyProfile(userName("second"), key); });
-    first.release();
-    second.waitUntilReached();
+    held.release(0);
+    held.waitUntilReached(1);
     auto result = matched.get_future();
     EXPECT_EQ(result.wait_for(kPatience), std::future_status::ready);
-    second.release();
+    held.release(1);
     EXPECT_TRUE(result.get());
 }
 

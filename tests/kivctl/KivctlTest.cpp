@@ -177,13 +177,9 @@ TEST(MismatchTest, faultOfTheModemIsNoticed) {
         ElementsAre("emergency library profile a new profile -", "release modem profile - present",
                     "release library profiles 3 4", "release library profile - present"));
 
-    disabling.rewrite = [](void* response, size_t) {
-        const auto* answer = static_cast<const wds_create_profile_resp_msg_v01*>(response);
-        wds_profile_settings_type_v01 settings{};
-        settings.apn_disabled_valid = settings.apn_disabled = 1;
-        ModemEmulator::getInstance().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01,
-                                                   answer->profile.profile_index, settings);
-    };
+    emulator::Action disable{.kind = emulator::Action::Kind::ModifyProfile, .index = 3};
+    disable.settings.apn_disabled_valid = disable.settings.apn_disabled = 1;
+    disabling.consequences = {{emulator::Moment::BeforeReply, disable}};
     EXPECT_THAT(mismatchesOf("00101", {disabling}), Contains("default modem disabled - yes"));
 }
 

@@ -17,7 +17,7 @@ class ScenarioRunTest : public testing::Test {
 protected:
     ScenarioRunTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
     ~ScenarioRunTest() override {
-        for (const std::string& file : {input, journal, replayed}) {
+        for (const std::string& file : {input, journal}) {
             std::remove(file.c_str());
         }
     }
@@ -39,17 +39,12 @@ protected:
         std::ofstream(input) << text;
         return journalOf({journal.c_str(), "--scenario", input.c_str(), "--seed", "3"}, status, "");
     }
-    std::string replay(const std::string& recorded, int status, const char* told) {
-        std::ofstream(input) << recorded;
-        return journalOf({replayed.c_str(), "--replay", input.c_str()}, status, told);
-    }
 
     // The same names in the processes that the test starts, which read what was written so far.
     const std::string base =
         testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name();
     const std::string input = base + "-input";
     const std::string journal = base + "-journal";
-    const std::string replayed = base + "-replayed";
 };
 
 TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachTime) {
@@ -71,26 +66,7 @@ TEST_F(ScenarioRunTest, ARunEndsWithTheStatusOfWhatItFoundAndTheSameJournalEachT
         SCOPED_TRACE(text);
         const std::string recorded = play(text, status);
         EXPECT_EQ(play(text, status), recorded);
-        if (status != kCannotRead) {
-            EXPECT_EQ(replay(recorded, kOk, "replay: as recorded"), recorded);
-        }
     }
-}
-
-TEST_F(ScenarioRunTest, AReplayTellsTheFirstRequestThatDiffers) {
-    const std::string recorded = play("{}", kOk);
-    const std::string request = R"("request","client":2,"message":"create","id":39,"members":)";
-    const std::string name = R"("apn_name":")";
-    const size_t create = recorded.find(request);
-    ASSERT_NE(create, std::string::npos);
-    std::string changed = recorded;
-    changed.insert(changed.find(name, create) + name.size(), "x");
-    replay(changed, kFailed, "create: members/settings/apn_name: recorded \"x");
-    changed = recorded;
-    changed.erase(changed.rfind('\n', create) + 1);
-    replay(changed, kFailed, "the end: sent create, recorded nothing more");
-    replay(recorded + recorded.substr(recorded.rfind(request) - 40), kCannotRead,
-           "line [0-9]+: not a JSON object");
 }
 
 }  // namespace

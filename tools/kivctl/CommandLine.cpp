@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 #include <sstream>
 
 #include "ApnFile.h"
@@ -16,11 +15,10 @@ namespace {
 constexpr char kFooter[] =
     "Exit status:\n"
     "  0  all went well\n"
-    "  1  a mismatch, a failed step, a replay that differs, or an operator that is not in the "
-    "file\n"
+    "  1  a mismatch, a failed step, or an operator that is not in the file\n"
     "  2  wrong usage\n"
     "  3  entries of the APN file could not be read and were left out; the rest went well\n"
-    "  4  the APN file, the modem's state, the scenario or the journal can't be read\n"
+    "  4  the APN file, the modem's state or the scenario can't be read\n"
     "  5  the modem can't be reached\n"
     "  6  output could not be written\n";
 
@@ -82,16 +80,6 @@ void addProvisionOptions(CLI::App& command, RawOptions& raw) {
                     "Write every message and event here, one JSON object a line")
         ->check(isNamed)
         ->type_name("FILE");
-    CLI::Option* replay =
-        command
-            .add_option("--replay", raw.options.replayFile,
-                        "Have the modem do what such a journal says, written with --show-secrets, "
-                        "and report the library's first request that differs")
-            ->check(isNamed)
-            ->type_name("FILE");
-    for (const char* other : {"--scenario", "--seed", "--state"}) {
-        replay->excludes(command.get_option(other));
-    }
     // No option group, which takes an empty argument for its name and then never ends.
     CLI::Option* plmn =
         command
@@ -142,10 +130,6 @@ std::optional<CommandLine> parseCommandLine(int argc, const char* const* argv, O
         if (provision->parsed() && provision->count("--plmn") + provision->count("--all") == 0) {
             throw CLI::RequiredError("--plmn or --all");
         }
-        std::error_code ignored;
-        if (std::filesystem::equivalent(raw.options.replayFile, raw.options.journalFile, ignored)) {
-            throw CLI::ValidationError("--journal", "the file that is replayed");
-        }
     } catch (const CLI::ParseError& parsed) {
         std::ostringstream results;
         std::ostringstream messages;
@@ -183,9 +167,6 @@ int runKivctl(int argc, const char* const* argv, Output& output) {
         output.complain(error.what());
         return kCannotRead;
     } catch (const StateUnreadable& error) {
-        output.complain(error.what());
-        return kCannotRead;
-    } catch (const ReplayUnusable& error) {
         output.complain(error.what());
         return kCannotRead;
     } catch (const std::exception& error) {

@@ -14,7 +14,7 @@ namespace kiv::kivctl {
 /// kCannotRead, kFailed, kUnreadableEntries.
 enum ExitStatus : int {
     kOk = 0,
-    kFailed = 1,             ///< a mismatch, a failed step, a replay that differs, no such operator
+    kFailed = 1,             ///< a mismatch, a failed step, no such operator
     kUsage = 2,              ///< the command line makes no sense; nothing was started
     kUnreadableEntries = 3,  ///< entries of the APN file were left out, all else went well
     kCannotRead = 4,         ///< the APN file, the modem's state, the scenario or the journal
@@ -32,7 +32,6 @@ struct Options {
     std::string scenarioFile;      ///< empty for none
     std::optional<uint64_t> seed;  ///< in place of the scenario's; also without one
     std::string journalFile;       ///< empty for none
-    std::string replayFile;        ///< a journal that stands for the modem; empty for none
     bool allOperators = false;
     std::string plmn;  ///< empty for the entries without one
 };

@@ -155,25 +155,6 @@ bool serveAll(const std::vector<const Operator*>& served, const Options& options
     return totals.mismatches.empty();
 }
 
-/// Does the same again with the modem of a journal, whose tables nobody knows. False if the library
-/// did anything else.
-bool replayAll(const std::vector<const Operator*>& served, const Options& options, Session& session,
-               JournalFile& journal, Output& output) {
-    Totals totals;
-    try {
-        for (const Operator* one : served) {
-            serve(*one, options, session, totals);
-        }
-        session.settle();
-    } catch (const ModemUnreachable&) {
-        // So it was when the journal was written, or the difference tells why.
-    }
-    journal.finish();
-    const auto difference = emulator::ModemEmulator::getInstance().finishReplay();
-    output.print("replay: " + (difference ? *difference : "as recorded") + "\n");
-    return !difference;
-}
-
 /// The scenario that was asked for; a seed alone is one in which nothing happens.
 std::optional<emulator::Scenario> chooseScenario(const Options& options) {
     if (options.scenarioFile.empty() && !options.seed) {
@@ -228,17 +209,12 @@ int runProvision(const Options& options, Output& output) {
         return kFailed;
     }
     Session session(options.bindValue);
-    if (!options.replayFile.empty()) {
-        session.useReplay(options.replayFile);
-    } else if (scenario) {
+    if (scenario) {
         output.complain("scenario: seed " + std::to_string(scenario->seed));
         session.usePlay(*scenario);
     }
     JournalFile journal(options);
-    const bool isReplayed = !options.replayFile.empty();
-    const bool isRight = isReplayed ? replayAll(served, options, session, journal, output)
-                                    : serveAll(served, options, session, journal, output);
-    if (!isRight) {
+    if (!serveAll(served, options, session, journal, output)) {
         return kFailed;
     }
     return file.problems.empty() ? kOk : kUnreadableEntries;

@@ -55,14 +55,6 @@ void Session::rest() {
     }).join();
 }
 
-void Session::useReplay(const std::string& journalFile) {
-    usePlay({});
-    std::string error;
-    if (!modem().startReplay(journalFile, error)) {
-        throw ReplayUnusable(error);
-    }
-}
-
 void Session::resetModem(const std::string& stateFile) {
     // Echoes that were not delivered would be taken for echoes of the next modem's changes.
     settle();

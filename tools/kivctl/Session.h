@@ -21,11 +21,6 @@ struct StateUnreadable : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The journal can't be replayed.
-struct ReplayUnusable : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 /// The emulated modem and the library on it. The library is started with the first modem and then
 /// lives through the modem's restarts, as on a phone.
 ///
@@ -43,10 +38,6 @@ public:
     /// Plays a scenario from the next modem on. Before the first modem; the thread that calls this
     /// is the one that uses the library and the session.
     void usePlay(emulator::Scenario chosen);
-
-    /// Has a journal stand for all modems; on the virtual clock, as with a scenario. Before the
-    /// first modem. Throws ReplayUnusable.
-    void useReplay(const std::string& journalFile);
 
     /// Powers the modem off and brings it back to its factory state, or to the one that the file
     /// holds; no name, or one that no file has, is the factory state. No key may be held. Throws
