@@ -69,7 +69,11 @@ Fault FaultList::strike(unsigned messageId) {
     for (auto one = armed.begin(); one != armed.end();) {
         const Fault& fault = one->fault;
         const bool isMeant = fault.messageId == 0 || fault.messageId == messageId;
-        if (!isMeant || !strikes(*one)) {
+        const bool isStruck = isMeant && strikes(*one);
+        if (isStruck && fault.struck) {
+            ++*fault.struck;
+        }
+        if (!isStruck) {
             ++one;
         } else if (isRepeated(fault)) {
             combine(whole, fault);

@@ -233,6 +233,13 @@ bool Modem::startJournal(const std::string& path, bool showSecrets) {
     return journal.open(path, showSecrets, now());
 }
 
+void Modem::markJournal(const std::string& what) {
+    std::lock_guard lock(mutex);
+    if (journal.isOpen()) {
+        journal.addEvent(now(), kProgram, 0, what);
+    }
+}
+
 bool Modem::finishJournal() {
     std::lock_guard lock(mutex);
     return journal.close();

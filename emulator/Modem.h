@@ -78,6 +78,7 @@ public:
     uint64_t callbacksSoFar() const { return callbackCount; }
     size_t openClients() const;
     bool startJournal(const std::string& path, bool showSecrets);
+    void markJournal(const std::string& what);
     bool finishJournal();
 
     /// Runs an operation on the service, and reports the changes that it made.

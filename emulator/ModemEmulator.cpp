@@ -153,6 +153,8 @@ bool ModemEmulator::startJournal(const std::string& path, bool showSecrets) {
     return modem().startJournal(path, showSecrets);
 }
 
+void ModemEmulator::markJournal(const std::string& what) { modem().markJournal(what); }
+
 bool ModemEmulator::finishJournal() { return modem().finishJournal(); }
 
 bool ModemEmulator::waitForRegisteredClient(std::chrono::milliseconds timeout) const {
