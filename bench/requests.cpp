@@ -33,7 +33,7 @@ struct Message {
 template <class Request>
 Message describe(unsigned id, const Request& request) {
     const auto* const first = reinterpret_cast<const std::byte*>(&request);
-    return {id, {first, first + sizeof(request)}, findMessageLengths(id)->response};
+    return {id, {first, first + sizeof(request)}, findMessage(id)->responseLength};
 }
 
 wds_profile_settings_type_v01 settings() {

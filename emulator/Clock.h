@@ -43,6 +43,12 @@ public:
     void useVirtual(bool on);
     TimePoint now() const { return virtualTime ? moment : std::chrono::steady_clock::now(); }
 
+    /// The same for a caller without the mutex.
+    TimePoint timeNow() {
+        std::lock_guard lock(mutex);
+        return now();
+    }
+
     /// Jumps if every queue is at rest and a sender waits; false if it did not.
     bool jump() { return senders > 0 && jumpUntil(TimePoint::max()); }
 

@@ -1,12 +1,14 @@
-#include "DiagLog.h"
+// The C interface of the diagnostic log, and what it collected.
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <string>
 #include <utility>
 
+#include "ModemEmulator.h"
 #include "diag_log.h"
 
 namespace kiv::emulator {
@@ -26,46 +28,18 @@ Log& sharedLog() {
     return log;
 }
 
-std::string formatLine(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, again);
-    va_end(again);
-    if (length < 0) {
-        return {};
-    }
-    std::string text(static_cast<size_t>(length) + 1, '\0');
-    std::vsnprintf(text.data(), text.size(), format, arguments);
-    text.pop_back();
-    return text;
-}
-
-void addLine(uint32_t mask, std::string text) {
-    Log& log = sharedLog();
-    std::lock_guard lock(log.mutex);
-    // As on a device, a line written by nobody's leave is lost.
-    if (log.users == 0) {
-        return;
-    }
-    if (log.lines.size() == kMostLines) {
-        log.lines.pop_front();
-    }
-    log.lines.push_back({mask, std::move(text)});
-}
-
 }  // namespace
 
-std::vector<ModemEmulator::DiagLine> takeDiagnosticLines() {
+std::vector<ModemEmulator::DiagLine> ModemEmulator::takeDiagLines() {
     Log& log = sharedLog();
     std::lock_guard lock(log.mutex);
     const auto lines = std::exchange(log.lines, {});
     return {lines.begin(), lines.end()};
 }
 
-int countDiagnosticUsers() {
-    Log& log = sharedLog();
-    std::lock_guard lock(log.mutex);
-    return log.users;
+int ModemEmulator::diagUsers() const {
+    std::lock_guard lock(sharedLog().mutex);
+    return sharedLog().users;
 }
 
 }  // namespace kiv::emulator
@@ -96,7 +70,21 @@ KIV_EMULATOR_API void msg_sprintf(const diag_msg_descriptor* descriptor, ...) {
     }
     va_list arguments;
     va_start(arguments, descriptor);
-    std::string text = kiv::emulator::formatLine(descriptor->format, arguments);
+    char* text = nullptr;
+    const int length = vasprintf(&text, descriptor->format, arguments);
     va_end(arguments);
-    kiv::emulator::addLine(descriptor->mask, std::move(text));
+    const std::string line = length < 0 ? "" : text;
+    if (length >= 0) {
+        std::free(text);
+    }
+    auto& log = sharedLog();
+    std::lock_guard lock(log.mutex);
+    // As on a device, a line written by nobody's leave is lost.
+    if (log.users == 0) {
+        return;
+    }
+    if (log.lines.size() == kiv::emulator::kMostLines) {
+        log.lines.pop_front();
+    }
+    log.lines.push_back({descriptor->mask, line});
 }

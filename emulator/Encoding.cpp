@@ -1,37 +1,27 @@
 #include "Encoding.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 namespace kiv::emulator {
 namespace {
 
-constexpr uint32_t kProfileChangedElement = 0x10;
+constexpr std::byte kProfileChangedElement{0x10};
 constexpr size_t kHeaderLength = 3;
-constexpr size_t kWord = 4;
-constexpr size_t kProfileChangedLength = 3 * kWord;
+constexpr std::string_view kDigits = "0123456789abcdef";
 
-void append(std::vector<std::byte>& bytes, uint32_t value, size_t width) {
-    for (size_t i = 0; i < width; ++i) {
-        bytes.push_back(static_cast<std::byte>(value >> (8 * i)));
-    }
-}
-
-wds_profile_changed_ind_type_v01 readChange(std::span<const std::byte> value) {
-    return {static_cast<wds_profile_type_enum_v01>(toNumber(value.subspan(0, kWord))),
-            static_cast<uint32_t>(toNumber(value.subspan(kWord, kWord))),
-            static_cast<wds_profile_change_enum_v01>(toNumber(value.subspan(2 * kWord, kWord)))};
-}
+// The record lies in memory as its three numbers lie on the wire.
+static_assert(std::endian::native == std::endian::little &&
+              sizeof(wds_profile_changed_ind_type_v01) == 12);
 
 }  // namespace
 
 std::vector<std::byte> encodeChange(const wds_profile_changed_ind_type_v01& change) {
-    std::vector<std::byte> bytes;
-    append(bytes, kProfileChangedElement, 1);
-    append(bytes, kProfileChangedLength, 2);
-    append(bytes, static_cast<uint32_t>(change.profile_type), kWord);
-    append(bytes, change.profile_index, kWord);
-    append(bytes, static_cast<uint32_t>(change.change), kWord);
+    std::vector<std::byte> bytes = {kProfileChangedElement, std::byte{sizeof(change)}, {}};
+    const auto value = std::as_bytes(std::span(&change, 1));
+    bytes.insert(bytes.end(), value.begin(), value.end());
     return bytes;
 }
 
@@ -41,17 +31,17 @@ bool decodeChange(std::span<const std::byte> bytes, wds_profile_changed_ind_msg_
         if (bytes.size() < kHeaderLength) {
             return false;
         }
-        const uint64_t type = toNumber(bytes.first(1));
+        const std::byte type = bytes[0];
         const size_t length = toNumber(bytes.subspan(1, 2));
         bytes = bytes.subspan(kHeaderLength);
         if (length > bytes.size()) {
             return false;
         }
         if (type == kProfileChangedElement) {
-            if (length != kProfileChangedLength) {
+            if (length != sizeof(message.profile_changed)) {
                 return false;
             }
-            message.profile_changed = readChange(bytes.first(length));
+            std::memcpy(&message.profile_changed, bytes.data(), length);
             message.profile_changed_valid = 1;
         }
         bytes = bytes.subspan(length);
@@ -84,21 +74,36 @@ std::string toUtf8(std::span<const std::byte> bytes) {
     return text;
 }
 
+std::string toHex(std::span<const std::byte> bytes) {
+    std::string text;
+    for (const std::byte one : bytes) {
+        text += {kDigits[std::to_integer<size_t>(one >> 4)],
+                 kDigits[std::to_integer<size_t>(one & std::byte{0xF})]};
+    }
+    return text;
+}
+
+std::optional<std::vector<std::byte>> fromHex(std::string_view text) {
+    if (text.size() % 2 != 0 || text.find_first_not_of(kDigits) != std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::vector<std::byte> bytes;
+    for (size_t i = 0; i < text.size(); i += 2) {
+        bytes.push_back(
+            static_cast<std::byte>(kDigits.find(text[i]) << 4 | kDigits.find(text[i + 1])));
+    }
+    return bytes;
+}
+
 std::string packBytes(std::span<const std::byte> bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
     constexpr size_t kShortestRun = 3;
     std::string text;
     while (!bytes.empty()) {
-        const auto value = std::to_integer<unsigned>(bytes[0]);
         const auto end =
             std::find_if(bytes.begin(), bytes.end(), [](std::byte b) { return b != std::byte{}; });
         const auto zeros = static_cast<size_t>(end - bytes.begin());
         const bool isRun = zeros >= kShortestRun;
-        if (isRun) {
-            text += '(' + std::to_string(zeros) + ')';
-        } else {
-            text += {kDigits[value >> 4], kDigits[value & 0xF]};
-        }
+        text += isRun ? '(' + std::to_string(zeros) + ')' : toHex(bytes.first(1));
         bytes = bytes.subspan(isRun ? zeros : 1);
     }
     return text;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,8 +29,14 @@ uint64_t toNumber(std::span<const std::byte> bytes);
 /// A text of the modem up to its terminating zero; bytes beyond ASCII are shown as Latin-1.
 std::string toUtf8(std::span<const std::byte> bytes);
 
-/// Bytes as a text: two hexadecimal digits each, and a longer run of zeros as its length in
-/// parentheses, "0a(2019)ff".
+/// Two hexadecimal digits for each byte.
+std::string toHex(std::span<const std::byte> bytes);
+
+/// Reads such a text; none for any other.
+std::optional<std::vector<std::byte>> fromHex(std::string_view text);
+
+/// Bytes as toHex writes them, but a longer run of zeros as its length in parentheses,
+/// "0a(2019)ff".
 std::string packBytes(std::span<const std::byte> bytes);
 
 }  // namespace kiv::emulator

@@ -38,16 +38,17 @@ wds_profile_settings_type_v01 describe3gpp2() {
 
 void WdsService::installFactoryProfiles() {
     constexpr bool kPersistent = true;
-    if (table3gpp.all().empty()) {
+    if (tables.table3gpp.all().empty()) {
         // An empty APN name leaves the choice to the network.
-        table3gpp.create(describe3gpp("default", "", WDS_APN_TYPE_MASK_DEFAULT_V01), kPersistent);
+        tables.table3gpp.create(describe3gpp("default", "", WDS_APN_TYPE_MASK_DEFAULT_V01),
+                                kPersistent);
         auto ims = describe3gpp("ims", "ims", WDS_APN_TYPE_MASK_IMS_V01);
         ims.apn_class_valid = 1;
         ims.apn_class = 1;
-        table3gpp.create(ims, kPersistent);
+        tables.table3gpp.create(ims, kPersistent);
     }
-    if (table3gpp2.all().empty()) {
-        table3gpp2.create(describe3gpp2(), kPersistent);
+    if (tables.table3gpp2.all().empty()) {
+        tables.table3gpp2.create(describe3gpp2(), kPersistent);
     }
 }
 

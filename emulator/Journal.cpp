@@ -5,99 +5,106 @@
 
 #include <algorithm>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Encoding.h"
+#include "Json.h"
 #include "Settings.h"
+#include "WdsService.h"
 
 namespace kiv::emulator {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
+/// The bytes are as long as the record, or the request would not have been taken.
 template <class Record>
 Record read(std::span<const std::byte> bytes) {
     Record record;
-    std::memset(&record, 0, sizeof(record));
-    std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(record)),
-                reinterpret_cast<std::byte*>(&record));
+    std::memcpy(&record, bytes.data(), sizeof(record));
     return record;
 }
 
-Json settingsOf(const Settings& settings, bool showSecrets) {
-    Json members = Json::object();
+JsonText settingsOf(const Settings& settings, bool showSecrets) {
+    JsonText members = JsonText::object();
     for (const Setting& setting : allSettings()) {
         if (!setting.isPresent(settings)) {
             continue;
         }
-        Json& member = members[std::string(setting.name)];
         if (setting.isSecret && !showSecrets) {
-            member = "***";
+            members.add(setting.name, "***");
         } else if (setting.isText) {
-            member = setting.shown(settings);
+            members.add(setting.name, setting.shown(settings));
         } else {
-            member = toNumber(setting.value(settings));
+            members.add(setting.name, toNumber(setting.value(settings)));
         }
     }
     return members;
 }
 
-Json profileOf(int64_t type, uint64_t index) { return {{"type", type}, {"index", index}}; }
+JsonText profileOf(int32_t type, uint32_t index) {
+    return JsonText::object().add("type", type).add("index", index);
+}
 
-Json identifierOf(const wds_profile_identifier_type_v01& profile) {
+JsonText identifierOf(const wds_profile_identifier_type_v01& profile) {
     return profileOf(profile.profile_type, profile.profile_index);
 }
 
-Json requestMembers(const Request& request, bool showSecrets) {
+void addOptional(JsonText& members, const char* name, uint8_t valid, int64_t value) {
+    if (valid) {
+        members.add(name, value);
+    }
+}
+
+void addEvents(JsonText& members, const wds_configure_profile_event_list_req_msg_v01& record) {
+    const uint32_t length = record.profile_event_valid ? record.profile_event_len : 0;
+    const auto count = std::min<uint32_t>(length, WDS_PROFILE_LIST_MAX_V01);
+    JsonText events = JsonText::list();
+    for (uint32_t i = 0; i < count; ++i) {
+        events.add(identifierOf(record.profile_event[i]));
+    }
+    if (count > 0) {
+        members.add("profile_event", events);
+    }
+    addOptional(members, "report_all_changes", record.report_all_changes_valid,
+                record.report_all_changes);
+}
+
+JsonText membersOf(const Request& request, bool showSecrets) {
     const std::span<const std::byte> bytes = request.bytes;
-    Json members = Json::object();
+    JsonText members = JsonText::object();
     switch (request.messageId) {
         case RAV_WDS_BIND_SUBSCRIPTION_REQ_V01:
-            members["subscription"] = read<wds_bind_subscription_req_msg_v01>(bytes).subscription;
+            members.add("subscription",
+                        read<wds_bind_subscription_req_msg_v01>(bytes).subscription);
             break;
         case RAV_WDS_INDICATION_REGISTER_REQ_V01: {
             const auto record = read<wds_indication_register_req_msg_v01>(bytes);
-            if (record.report_profile_changes_valid) {
-                members["report_profile_changes"] = record.report_profile_changes;
-            }
+            addOptional(members, "report_profile_changes", record.report_profile_changes_valid,
+                        record.report_profile_changes);
             break;
         }
-        case RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01: {
-            const auto record = read<wds_configure_profile_event_list_req_msg_v01>(bytes);
-            const uint32_t count = record.profile_event_valid ? record.profile_event_len : 0;
-            for (uint32_t i = 0; i < std::min<uint32_t>(count, WDS_PROFILE_LIST_MAX_V01); ++i) {
-                members["profile_event"].push_back(identifierOf(record.profile_event[i]));
-            }
-            if (record.report_all_changes_valid) {
-                members["report_all_changes"] = record.report_all_changes;
-            }
+        case RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01:
+            addEvents(members, read<wds_configure_profile_event_list_req_msg_v01>(bytes));
             break;
-        }
         case RAV_WDS_CREATE_PROFILE_REQ_V01: {
             const auto record = read<wds_create_profile_req_msg_v01>(bytes);
-            members["profile_type"] = static_cast<int>(record.profile_type);
-            if (record.persistent_valid) {
-                members["persistent"] = record.persistent;
-            }
-            members["settings"] = settingsOf(record.settings, showSecrets);
+            members.add("profile_type", static_cast<int32_t>(record.profile_type));
+            addOptional(members, "persistent", record.persistent_valid, record.persistent);
+            members.add("settings", settingsOf(record.settings, showSecrets));
             break;
         }
         case RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01: {
             const auto record = read<wds_modify_profile_settings_req_msg_v01>(bytes);
-            members["profile"] = identifierOf(record.profile);
-            members["settings"] = settingsOf(record.settings, showSecrets);
+            members.add("profile", identifierOf(record.profile));
+            members.add("settings", settingsOf(record.settings, showSecrets));
             break;
         }
         case RAV_WDS_DELETE_PROFILE_REQ_V01:
         case RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01:
-            members["profile"] = identifierOf(read<wds_profile_identifier_type_v01>(bytes));
+            members.add("profile", identifierOf(read<wds_profile_identifier_type_v01>(bytes)));
             break;
         case RAV_WDS_GET_PROFILE_LIST_REQ_V01: {
             const auto record = read<wds_get_profile_list_req_msg_v01>(bytes);
-            if (record.profile_type_valid) {
-                members["profile_type"] = static_cast<int>(record.profile_type);
-            }
+            addOptional(members, "profile_type", record.profile_type_valid, record.profile_type);
             break;
         }
         default:
@@ -106,25 +113,26 @@ Json requestMembers(const Request& request, bool showSecrets) {
     return members;
 }
 
-Json responseMembers(unsigned messageId, std::span<const std::byte> bytes, bool showSecrets) {
-    Json members = Json::object();
+JsonText answerMembers(unsigned messageId, std::span<const std::byte> bytes, bool showSecrets) {
+    JsonText members = JsonText::object();
     if (messageId == RAV_WDS_CREATE_PROFILE_REQ_V01) {
-        members["profile"] = identifierOf(read<wds_create_profile_resp_msg_v01>(bytes).profile);
+        members.add("profile", identifierOf(read<wds_create_profile_resp_msg_v01>(bytes).profile));
     } else if (messageId == RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
         const auto record = read<wds_get_profile_settings_resp_msg_v01>(bytes);
-        if (record.persistent_valid) {
-            members["persistent"] = record.persistent;
-        }
-        members["settings"] = settingsOf(record.settings, showSecrets);
+        addOptional(members, "persistent", record.persistent_valid, record.persistent);
+        members.add("settings", settingsOf(record.settings, showSecrets));
     } else if (messageId == RAV_WDS_GET_PROFILE_LIST_REQ_V01) {
         const auto record = read<wds_get_profile_list_resp_msg_v01>(bytes);
-        members["profile_list_len"] = record.profile_list_len;
         const auto count = std::min<uint32_t>(record.profile_list_len, WDS_PROFILE_LIST_MAX_V01);
+        JsonText list = JsonText::list();
         for (uint32_t i = 0; i < count; ++i) {
             const auto& entry = record.profile_list[i];
-            Json one = profileOf(entry.profile_type, entry.profile_index);
-            one["name"] = toUtf8(std::as_bytes(std::span(entry.profile_name)));
-            members["profile_list"].push_back(std::move(one));
+            list.add(profileOf(entry.profile_type, entry.profile_index)
+                         .add("name", toUtf8(std::as_bytes(std::span(entry.profile_name)))));
+        }
+        members.add("profile_list_len", record.profile_list_len);
+        if (count > 0) {
+            members.add("profile_list", list);
         }
     }
     return members;
@@ -132,32 +140,7 @@ Json responseMembers(unsigned messageId, std::span<const std::byte> bytes, bool 
 
 }  // namespace
 
-const char* messageName(unsigned id) {
-    switch (id) {
-        case RAV_WDS_INDICATION_REGISTER_REQ_V01:
-            return "registerIndications";
-        case RAV_WDS_CREATE_PROFILE_REQ_V01:
-            return "create";
-        case RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01:
-            return "modify";
-        case RAV_WDS_DELETE_PROFILE_REQ_V01:
-            return "delete";
-        case RAV_WDS_GET_PROFILE_LIST_REQ_V01:
-            return "list";
-        case RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01:
-            return "get";
-        case RAV_WDS_CONFIGURE_PROFILE_EVENT_LIST_REQ_V01:
-            return "configureEvents";
-        case RAV_WDS_PROFILE_CHANGED_IND_V01:
-            return "profileChanged";
-        case RAV_WDS_BIND_SUBSCRIPTION_REQ_V01:
-            return "bind";
-        default:
-            return "unknown";
-    }
-}
-
-bool Journal::open(const std::string& path, bool withSecrets, TimePoint now) {
+bool Journal::open(const std::string& path, bool withSecrets) {
     close();
     // Only the owner may read it, as passwords may get into it.
     const int fd =
@@ -165,7 +148,7 @@ bool Journal::open(const std::string& path, bool withSecrets, TimePoint now) {
     file = fd < 0 ? nullptr : fdopen(fd, "w");
     showSecrets = withSecrets;
     isWhole = true;
-    start = now;
+    start = clock.timeNow();
     opened = file != nullptr;
     return opened;
 }
@@ -175,70 +158,72 @@ bool Journal::close() {
     return file == nullptr || (std::fclose(std::exchange(file, nullptr)) == 0 && isWhole);
 }
 
-template <class Fill>
-void Journal::add(TimePoint now, const char* direction, unsigned client, Fill fill) {
+void Journal::addRequest(unsigned client, const Request& request) {
     if (!opened) {
         return;
     }
-    Json line;
-    line["us"] = std::chrono::duration_cast<std::chrono::microseconds>(now - start).count();
-    line["direction"] = direction;
-    if (client != 0) {
-        line["client"] = client;
-    }
-    fill(line);
-    const std::string text = line.dump() + '\n';
-    isWhole = std::fwrite(text.data(), 1, text.size(), file) == text.size() && isWhole;
+    write(lineOf(kRequest, client)
+              .add("message", messageName(request.messageId))
+              .add("id", request.messageId)
+              .add("members", membersOf(request, showSecrets)));
 }
 
-void Journal::addRequest(TimePoint now, unsigned client, const Request& request) {
-    add(now, kRequest, client, [&](Json& line) {
-        line["message"] = messageName(request.messageId);
-        line["id"] = request.messageId;
-        line["members"] = requestMembers(request, showSecrets);
-    });
-}
-
-void Journal::addResponse(TimePoint now, unsigned client, const Request& request,
+void Journal::addResponse(unsigned client, const Request& request,
                           std::span<const std::byte> response) {
-    add(now, kResponse, client, [&](Json& line) {
-        line["message"] = messageName(request.messageId);
-        line["id"] = request.messageId;
-        line["transport"] = request.transportResult;
-        if (request.transportResult == RAV_CLIENT_OK) {
-            line["result"] = request.result;
-            line["error"] = request.error;
-            if (request.result == WDS_RESULT_SUCCESS_V01) {
-                line["members"] = responseMembers(request.messageId, response, showSecrets);
-            }
-            // Passwords are in these alone, and a lie may put them anywhere.
-            if (showSecrets || request.messageId != RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
-                line["bytes"] = packBytes(response);
-            }
+    if (!opened) {
+        return;
+    }
+    const unsigned id = request.messageId;
+    JsonText line = lineOf(kResponse, client)
+                        .add("message", messageName(id))
+                        .add("id", id)
+                        .add("transport", request.transportResult);
+    if (request.transportResult == RAV_CLIENT_OK) {
+        line.add("result", request.result).add("error", request.error);
+        if (request.result == WDS_RESULT_SUCCESS_V01) {
+            line.add("members", answerMembers(id, response, showSecrets));
         }
-    });
+        // Passwords are in these alone, and a lie may put them anywhere.
+        if (showSecrets || id != RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) {
+            line.add("bytes", packBytes(response));
+        }
+    }
+    write(line);
 }
 
-void Journal::addIndication(TimePoint now, unsigned client, unsigned messageId,
-                            std::span<const std::byte> bytes) {
-    add(now, kIndication, client, [&](Json& line) {
-        line["message"] = messageName(messageId);
-        line["id"] = messageId;
-        wds_profile_changed_ind_msg_v01 message;
-        if (messageId == RAV_WDS_PROFILE_CHANGED_IND_V01 && decodeChange(bytes, message) &&
-            message.profile_changed_valid) {
-            const auto& change = message.profile_changed;
-            Json members = profileOf(change.profile_type, change.profile_index);
-            members["change"] = static_cast<int>(change.change);
-            line["members"] = std::move(members);
-        }
-        line["bytes"] = packBytes(bytes);
-    });
+void Journal::addIndication(unsigned client, unsigned messageId, std::span<const std::byte> bytes) {
+    if (!opened) {
+        return;
+    }
+    JsonText line =
+        lineOf(kIndication, client).add("message", messageName(messageId)).add("id", messageId);
+    wds_profile_changed_ind_msg_v01 message;
+    if (messageId == RAV_WDS_PROFILE_CHANGED_IND_V01 && decodeChange(bytes, message) &&
+        message.profile_changed_valid) {
+        const auto& change = message.profile_changed;
+        line.add("members", profileOf(change.profile_type, change.profile_index)
+                                .add("change", static_cast<int32_t>(change.change)));
+    }
+    write(line.add("bytes", packBytes(bytes)));
 }
 
-void Journal::addEvent(TimePoint now, const char* direction, unsigned client,
-                       const std::string& what) {
-    add(now, direction, client, [&](Json& line) { line["what"] = what; });
+void Journal::addEvent(const char* direction, unsigned client, const std::string& what) {
+    if (!opened) {
+        return;
+    }
+    write(lineOf(direction, client).add("what", what));
+}
+
+JsonText Journal::lineOf(const char* direction, unsigned client) const {
+    const auto passed =
+        std::chrono::duration_cast<std::chrono::microseconds>(clock.timeNow() - start);
+    JsonText line = JsonText::object().add("us", passed.count()).add("direction", direction);
+    return client == 0 ? line : line.add("client", client);
+}
+
+void Journal::write(const JsonText& line) {
+    const std::string text = line.text() + '\n';
+    isWhole = std::fwrite(text.data(), 1, text.size(), file) == text.size() && isWhole;
 }
 
 }  // namespace kiv::emulator

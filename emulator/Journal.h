@@ -11,6 +11,8 @@
 
 namespace kiv::emulator {
 
+class JsonText;
+
 /// The direction of a line, with its name in the file.
 constexpr const char* kRequest = "request";
 constexpr const char* kResponse = "response";
@@ -21,48 +23,34 @@ constexpr const char* kOpen = "open";
 constexpr const char* kEvent = "event";
 constexpr const char* kProgram = "program";
 
-/// What a notifier tells.
-constexpr const char* kAppeared = "appeared";
-constexpr const char* kDisappeared = "disappeared";
-
-/// What the program that controls the modem does.
-constexpr const char* kStart = "start";
-constexpr const char* kStop = "stop";
-
-/// What happens to the modem's power.
-constexpr const char* kServiceUp = "service up";
-constexpr const char* kServiceDown = "service down";
-constexpr const char* kServiceDownSilently = "service down, silently";
-
-/// The name of a message in the journal.
-const char* messageName(unsigned id);
-
 /// Writes what passes between the modem and its clients, and what happens to the modem: one JSON
 /// object a line.
 ///
 /// Threads: one at a time, but for isOpen. Ownership: plain value. Blocking: as a file does.
 class Journal {
 public:
+    explicit Journal(Clock& clock) : clock(clock) {}
+
     bool isOpen() const { return opened; }
     /// Replaces the file; false, with errno, if it can't be opened. Passwords get into it only if
     /// they are to.
-    bool open(const std::string& path, bool showSecrets, TimePoint start);
+    bool open(const std::string& path, bool showSecrets);
     /// False unless all has got into the file.
     bool close();
 
-    void addRequest(TimePoint now, unsigned client, const Request& request);
-    void addResponse(TimePoint now, unsigned client, const Request& request,
-                     std::span<const std::byte> response);
-    void addIndication(TimePoint now, unsigned client, unsigned messageId,
-                       std::span<const std::byte> bytes);
+    // Nothing happens while no journal is open.
+    void addRequest(unsigned client, const Request& request);
+    void addResponse(unsigned client, const Request& request, std::span<const std::byte> response);
+    void addIndication(unsigned client, unsigned messageId, std::span<const std::byte> bytes);
     /// What is no message: a client that is opened, what a callback tells, and, for
     /// client 0, what happens to the modem, of itself or by the program.
-    void addEvent(TimePoint now, const char* direction, unsigned client, const std::string& what);
+    void addEvent(const char* direction, unsigned client, const std::string& what);
 
 private:
-    template <class Fill>
-    void add(TimePoint now, const char* direction, unsigned client, Fill fill);
+    JsonText lineOf(const char* direction, unsigned client) const;
+    void write(const JsonText& line);
 
+    Clock& clock;
     std::atomic<bool> opened = false;
     std::FILE* file = nullptr;
     bool showSecrets = false;

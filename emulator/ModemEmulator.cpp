@@ -1,54 +1,104 @@
 #include "ModemEmulator.h"
 
+#include <algorithm>
 #include <utility>
 
-#include "DiagLog.h"
 #include "Encoding.h"
 #include "Modem.h"
 #include "StateFile.h"
 
 namespace kiv::emulator {
-namespace {
 
-Modem& modem() { return Modem::getInstance(); }
-
-}  // namespace
-
-ModemEmulator::ModemEmulator() = default;
+ModemEmulator::ModemEmulator() : modem(Modem::getInstance()) {}
 
 ModemEmulator& ModemEmulator::getInstance() {
     static ModemEmulator& emulator = *new ModemEmulator;
     return emulator;
 }
 
-void ModemEmulator::start() { modem().start(); }
-
-void ModemEmulator::stop() { modem().stop(); }
-
-void ModemEmulator::restart() { Modem::getInstance().restart(); }
-
-bool ModemEmulator::useVirtualClock(bool on) { return modem().useVirtualClock(on); }
-
-std::chrono::milliseconds ModemEmulator::now() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(modem().now().time_since_epoch());
+void ModemEmulator::start() {
+    std::lock_guard lock(modem.mutex);
+    modem.startAsTold();
 }
 
-void ModemEmulator::passTime(std::chrono::milliseconds atMost) { modem().passTime(atMost); }
+void ModemEmulator::stop() {
+    std::lock_guard lock(modem.mutex);
+    modem.stopAsTold();
+}
 
-bool ModemEmulator::isRunning() const { return modem().isRunning(); }
+void ModemEmulator::restart() {
+    // In one go, so that what clients are told always comes after both.
+    std::lock_guard lock(modem.mutex);
+    modem.stopAsTold();
+    modem.startAsTold();
+}
 
-void ModemEmulator::factoryReset() { modem().reset(); }
+bool ModemEmulator::isRunning() const {
+    std::lock_guard lock(modem.mutex);
+    return modem.running;
+}
+
+bool ModemEmulator::useVirtualClock(bool on) {
+    std::lock_guard lock(modem.mutex);
+    const bool isBusy =
+        std::any_of(modem.inProgress.begin(), modem.inProgress.end(),
+                    [](const auto& request) { return request->state < Modem::State::Decided; });
+    if (modem.running || isBusy) {
+        return false;
+    }
+    std::lock_guard clockLock(modem.clock.mutex);
+    modem.clock.useVirtual(on);
+    return true;
+}
+
+std::chrono::milliseconds ModemEmulator::now() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        modem.clock.timeNow().time_since_epoch());
+}
+
+void ModemEmulator::passTime(std::chrono::milliseconds atMost) {
+    if (modem.modemThread.isCurrentThread() || modem.callbackThread.isCurrentThread()) {
+        return;
+    }
+    {
+        std::lock_guard lock(modem.mutex);
+        if (!modem.heldIndications.empty() || !modem.heldActions.empty()) {
+            // Clients have to see to what they were told before anything else happens.
+            atMost = {};
+        }
+        modem.deliverHeld();
+        for (const Action& action : std::exchange(modem.heldActions, {})) {
+            modem.perform(action);
+        }
+    }
+    if (modem.clock.isVirtual()) {
+        std::unique_lock lock(modem.clock.mutex);
+        modem.clock.pass(lock, modem.clock.now() + sensible(atMost));
+    }
+}
+
+void ModemEmulator::factoryReset() {
+    std::shared_ptr<const Hook> former;  // destroyed outside the lock
+    std::unique_lock lock(modem.mutex);
+    modem.service.reset();
+    modem.endScenario();
+    modem.faults = {};
+    modem.callFailures.clear();
+    modem.log.clear();
+    modem.sentBeforeReset = modem.sentCount;
+    modem.hook.swap(former);
+    modem.waitForHook(lock);
+}
 
 void ModemEmulator::installFactoryProfiles() {
-    modem().withService([](WdsService& service) {
-        service.installFactoryProfiles();
-        return true;
-    });
+    std::lock_guard lock(modem.mutex);
+    modem.service.installFactoryProfiles();
 }
 
 bool ModemEmulator::saveState(const std::string& path, std::string& error) const {
-    const auto tables =
-        modem().withService([](const WdsService& service) { return service.tables(); });
+    std::unique_lock lock(modem.mutex);
+    const ProfileTables tables = modem.service.tables;
+    lock.unlock();
     try {
         writeStateFile(path, tables);
         return true;
@@ -60,7 +110,11 @@ bool ModemEmulator::saveState(const std::string& path, std::string& error) const
 
 bool ModemEmulator::loadState(const std::string& path, std::string& error) {
     try {
-        if (modem().restore(readStateFile(path))) {
+        const ProfileTables read = readStateFile(path);
+        std::lock_guard lock(modem.mutex);
+        if (!modem.running) {
+            modem.service.tables = read;
+            modem.service.dropTransientProfiles();
             return true;
         }
         error = path + ": not loaded, the modem is on";
@@ -71,61 +125,62 @@ bool ModemEmulator::loadState(const std::string& path, std::string& error) {
 }
 
 bool ModemEmulator::setCapacity(wds_profile_type_enum_v01 type, unsigned capacity) {
-    return modem().withService([&](WdsService& service) {
-        ProfileTable* const table = service.findTable(type);
-        return table && table->setCapacity(capacity);
-    });
+    std::lock_guard lock(modem.mutex);
+    ProfileTable* const table = modem.service.tables.find(type);
+    return table && table->setCapacity(capacity);
 }
 
 std::vector<Profile> ModemEmulator::profiles(wds_profile_type_enum_v01 type) const {
-    return modem().withService([&](WdsService& service) {
-        std::vector<Profile> found;
-        if (const ProfileTable* const table = service.findTable(type)) {
-            for (const auto& [index, profile] : table->all()) {
-                found.push_back(profile);
-            }
+    std::lock_guard lock(modem.mutex);
+    std::vector<Profile> found;
+    if (const ProfileTable* const table = modem.service.tables.find(type)) {
+        for (const auto& [index, profile] : table->all()) {
+            found.push_back(profile);
         }
-        return found;
-    });
+    }
+    return found;
 }
 
 std::optional<Profile> ModemEmulator::profile(wds_profile_type_enum_v01 type, uint8_t index) const {
-    return modem().withService([&](WdsService& service) {
-        const Profile* const found = service.findProfile(type, index);
-        return found ? std::optional(*found) : std::nullopt;
-    });
+    std::lock_guard lock(modem.mutex);
+    const Profile* const found = modem.service.tables.find(type, index);
+    return found ? std::optional(*found) : std::nullopt;
 }
 
 std::optional<uint8_t> ModemEmulator::createProfile(wds_profile_type_enum_v01 type,
                                                     const wds_profile_settings_type_v01& settings,
                                                     bool persistent) {
-    return modem().withService([&](WdsService& service) {
-        uint8_t index = 0;
-        const bool isCreated =
-            service.createProfile(type, settings, persistent, index) == WDS_ERR_NONE_V01;
-        return isCreated ? std::optional(index) : std::nullopt;
-    });
+    std::lock_guard lock(modem.mutex);
+    uint8_t index = 0;
+    const bool isCreated =
+        modem.service.createProfile(type, settings, persistent, index) == WDS_ERR_NONE_V01;
+    modem.reportChanges();
+    return isCreated ? std::optional(index) : std::nullopt;
 }
 
 bool ModemEmulator::modifyProfile(wds_profile_type_enum_v01 type, uint8_t index,
                                   const wds_profile_settings_type_v01& settings) {
-    return modem().withService([&](WdsService& service) {
-        return service.modifyProfile(type, index, settings) == WDS_ERR_NONE_V01;
-    });
+    std::lock_guard lock(modem.mutex);
+    const uint32_t error = modem.service.modifyProfile(type, index, settings);
+    modem.reportChanges();
+    return error == WDS_ERR_NONE_V01;
 }
 
 bool ModemEmulator::deleteProfile(wds_profile_type_enum_v01 type, uint8_t index) {
-    return modem().withService([&](WdsService& service) {
-        return service.deleteProfile(type, index) == WDS_ERR_NONE_V01;
-    });
+    std::lock_guard lock(modem.mutex);
+    const uint32_t error = modem.service.deleteProfile(type, index);
+    modem.reportChanges();
+    return error == WDS_ERR_NONE_V01;
 }
 
 void ModemEmulator::sendProfileChanged(const wds_profile_changed_ind_type_v01& change) {
-    modem().sendChange(change);
+    std::lock_guard lock(modem.mutex);
+    modem.deliverChange(change);
 }
 
 void ModemEmulator::sendIndication(unsigned messageId, const std::vector<std::byte>& bytes) {
-    modem().sendIndication(messageId, bytes);
+    std::lock_guard lock(modem.mutex);
+    modem.deliverBytes(messageId, bytes);
 }
 
 std::vector<std::byte> ModemEmulator::encodeProfileChanged(
@@ -133,46 +188,108 @@ std::vector<std::byte> ModemEmulator::encodeProfileChanged(
     return encodeChange(change);
 }
 
-void ModemEmulator::addFault(Fault fault) { modem().addFault(std::move(fault)); }
+void ModemEmulator::addFault(Fault fault) {
+    std::lock_guard lock(modem.mutex);
+    modem.faults.add(std::move(fault));
+}
 
-void ModemEmulator::play(const Scenario& scenario) { modem().play(scenario); }
+void ModemEmulator::play(const Scenario& scenario) {
+    std::lock_guard lock(modem.mutex);
+    modem.faults.seed(scenario.seed);
+    for (const Fault& fault : scenario.faults) {
+        modem.faults.add(fault);
+    }
+    modem.isStartDelayed = scenario.startsAfter || scenario.neverStarts;
+    modem.startDelay = scenario.neverStarts ? std::nullopt : scenario.startsAfter;
+    ProfileTables& tables = modem.service.tables;
+    tables.table3gpp.setCapacity(scenario.capacity3gpp.value_or(tables.table3gpp.getCapacity()));
+    tables.table3gpp2.setCapacity(scenario.capacity3gpp2.value_or(tables.table3gpp2.getCapacity()));
+    for (const TimedAction& event : scenario.events) {
+        modem.performLater(event.action, event.at, TaskName::Kind::Event);
+    }
+}
 
-void ModemEmulator::perform(const Action& action) { modem().performNow(action); }
+void ModemEmulator::perform(const Action& action) {
+    std::lock_guard lock(modem.mutex);
+    modem.perform(action);
+}
 
-void ModemEmulator::clearFaults() { modem().clearFaults(); }
+void ModemEmulator::clearFaults() {
+    std::lock_guard lock(modem.mutex);
+    modem.faults = {};
+    modem.callFailures.clear();
+}
 
-void ModemEmulator::failNextCall(Call call, int result) { modem().failCall(call, result); }
+void ModemEmulator::failNextCall(Call call, int result) {
+    std::lock_guard lock(modem.mutex);
+    modem.callFailures[call] = result;
+}
 
-std::vector<Request> ModemEmulator::requests() const { return modem().requests(); }
+std::vector<Request> ModemEmulator::requests() const {
+    std::lock_guard lock(modem.mutex);
+    std::vector<Request> records;
+    records.reserve(modem.log.size());
+    for (const auto& request : modem.log) {
+        records.push_back(request->record);
+    }
+    return records;
+}
 
-void ModemEmulator::setRequestObserver(std::function<void(const Request&)> observer) {
-    modem().setObserver(std::move(observer));
+void ModemEmulator::setHook(Hook hook) {
+    auto former = hook ? std::make_shared<const Hook>(std::move(hook)) : nullptr;
+    std::unique_lock lock(modem.mutex);
+    modem.hook.swap(former);
+    modem.waitForHook(lock);
 }
 
 bool ModemEmulator::startJournal(const std::string& path, bool showSecrets) {
-    return modem().startJournal(path, showSecrets);
+    std::lock_guard lock(modem.mutex);
+    if (modem.clients.empty()) {
+        modem.clientCount = 0;
+    }
+    return modem.journal.open(path, showSecrets);
 }
 
-void ModemEmulator::markJournal(const std::string& what) { modem().markJournal(what); }
+void ModemEmulator::markJournal(const std::string& what) {
+    std::lock_guard lock(modem.mutex);
+    modem.journal.addEvent(kProgram, 0, what);
+}
 
-bool ModemEmulator::finishJournal() { return modem().finishJournal(); }
+bool ModemEmulator::finishJournal() {
+    std::lock_guard lock(modem.mutex);
+    return modem.journal.close();
+}
 
 bool ModemEmulator::waitForRegisteredClient(std::chrono::milliseconds timeout) const {
-    return modem().waitForRegisteredClient(realTimeAfter(timeout));
+    std::unique_lock lock(modem.mutex);
+    return modem.sessionChanged.wait_until(lock, realTimeAfter(timeout), [this] {
+        return std::any_of(modem.clients.begin(), modem.clients.end(),
+                           [](const auto& entry) { return entry.second.session.isComplete(); });
+    });
 }
 
 bool ModemEmulator::waitForDeliveries(std::chrono::milliseconds timeout) const {
-    return modem().waitForDeliveries(realTimeAfter(timeout));
+    const TimePoint deadline = realTimeAfter(timeout);
+    TaskQueue& callbacks = modem.callbackThread;
+    // A callback can't wait for itself, and the hook is itself a task of the modem thread.
+    if (callbacks.isCurrentThread() || modem.modemThread.isCurrentThread()) {
+        return !callbacks.isCurrentThread() && callbacks.waitForDue(deadline);
+    }
+    // An answer waits for callbacks, and callbacks for what follows it.
+    for (int round = 0; round < (modem.clock.isVirtual() ? 2 : 1); ++round) {
+        if (!modem.modemThread.waitForDue(deadline) || !modem.waitForFinish(deadline) ||
+            !callbacks.waitForDue(deadline)) {
+            return false;
+        }
+    }
+    return true;
 }
 
-uint64_t ModemEmulator::callbacksSoFar() const { return modem().callbacksSoFar(); }
+uint64_t ModemEmulator::callbacksSoFar() const { return modem.callbackCount; }
 
-size_t ModemEmulator::openClients() const { return modem().openClients(); }
-
-std::vector<ModemEmulator::DiagLine> ModemEmulator::takeDiagLines() {
-    return takeDiagnosticLines();
+size_t ModemEmulator::openClients() const {
+    std::lock_guard lock(modem.mutex);
+    return modem.clients.size();
 }
-
-int ModemEmulator::diagUsers() const { return countDiagnosticUsers(); }
 
 }  // namespace kiv::emulator

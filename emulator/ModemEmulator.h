@@ -20,6 +20,8 @@
 
 namespace kiv::emulator {
 
+struct Modem;
+
 /// One profile of the emulated modem, as its table holds it.
 struct Profile {
     wds_profile_type_enum_v01 type = WDS_PROFILE_TYPE_3GPP_V01;
@@ -41,11 +43,11 @@ struct Request {
 /// The modem of a development machine: it implements everything in platform/, and this interface
 /// lets tests and tools play the modem and its other users.
 ///
-/// Threads: every operation may be called on any thread, also from an observer or a rewrite, but
-/// for those that say that they block. Notify, error and indication callbacks are made on a thread
-/// of the emulator, never on a thread that called into it, one at a time and in the order of their
-/// causes, with no lock of the emulator held. A client that is released within a callback gets no
-/// further one; its release does not wait for the callback that it is called from.
+/// Threads: every operation may be called on any thread, also from the hook, but for those that
+/// say that they block. Notify, error and indication callbacks are made on a thread of the
+/// emulator, never on a thread that called into it, one at a time and in the order of their causes,
+/// with no lock of the emulator held. A client that is released within a callback gets no further
+/// callback; its release does not wait for the callback that it is called from.
 /// Ownership: one instance for the process, as a phone has one modem. It is never destroyed, so
 /// that clients may still be released while the process ends.
 /// Blocking: operations do not wait for clients, unless they say so.
@@ -81,16 +83,16 @@ public:
     /// The time on the clock in use, from some moment in the past.
     std::chrono::milliseconds now() const;
 
-    /// Lets virtual time pass, at most so long, but only until something has fallen due and been
-    /// done. Answers to it may take up more time: what is to be reached is best kept as a moment.
-    /// Whatever waited for it is done first, and no time passes then. No time passes with the
-    /// machine's clock, and nothing happens on a thread of the emulator. Blocks until what is due
-    /// is done.
+    /// Advances the virtual clock to the next event, at most by atMost, and blocks until the event
+    /// has been handled. Handling an event may advance the clock further, so loop on an absolute
+    /// deadline. Actions and indications that wait for an idle modem are carried out first; the
+    /// clock then stands still. With the machine's clock nothing else happens, and on a thread of
+    /// the emulator nothing at all.
     void passTime(std::chrono::milliseconds atMost);
 
     /// Empties the tables without telling anyone, restores the capacities, and forgets faults,
-    /// requests, the scenario and the observer. The power stays as it is. Blocks until a running
-    /// observer or rewrite has returned, unless called from it.
+    /// requests, the scenario and the hook. The power stays as it is. Blocks until a running hook
+    /// has returned, unless called from the hook.
     void factoryReset();
 
     /// Fills empty tables with a few persistent profiles, such as a modem is shipped with. Tells
@@ -149,8 +151,7 @@ public:
     /// Carries out an action at once.
     void perform(const Action& action);
 
-    /// Forgets all faults, also a rewrite that waits for a delayed answer. Blocks until a running
-    /// rewrite has returned, unless called from it.
+    /// Forgets all faults. A request that has met one keeps it.
     void clearFaults();
 
     /// The operations of the messaging client that can be made to fail.
@@ -172,11 +173,15 @@ public:
     /// latest 16384 of them. One that is still in progress has no outcome yet.
     std::vector<Request> requests() const;
 
-    /// Is called on the modem's thread with each request that is sent from now on, when its outcome
-    /// is known: right before its sender goes on, or after its sender gave up. It may not send
-    /// requests itself. An empty function ends it. Blocks until a running observer has returned,
-    /// unless called from it.
-    void setRequestObserver(std::function<void(const Request&)> observer);
+    /// A program's eye and hand on every request. An answer is passed right before it goes out,
+    /// and the hook may rewrite it in place; its sender waits for the hook, however long that
+    /// takes. Of a request that failed the answer is null, and its sender may have gone on already.
+    using Hook = std::function<void(const Request& request, void* answer, size_t length)>;
+
+    /// Has the hook called with each request whose outcome is known from now on, on the modem's
+    /// thread and with no lock of the emulator held. It must not send requests. An empty function
+    /// ends it. Blocks until a running hook has returned, unless called from the hook.
+    void setHook(Hook hook);
 
     /// Writes a journal of every message and event from now on, one JSON object a line, in place of
     /// the one before. Client numbers count from 1 again if no client is open. Passwords are left
@@ -194,8 +199,8 @@ public:
     /// events on the running modem. False after the time-out.
     bool waitForRegisteredClient(std::chrono::milliseconds timeout) const;
 
-    /// Blocks until every callback and observer call caused so far has been made; answers that are
-    /// being delayed don't count. False after the time-out, and at once from a callback, which
+    /// Blocks until every callback and call of the hook caused so far has been made; answers that
+    /// are being delayed don't count. False after the time-out, and at once from a callback, which
     /// can't wait for itself.
     bool waitForDeliveries(std::chrono::milliseconds timeout) const;
 
@@ -217,6 +222,8 @@ public:
 private:
     ModemEmulator();
     ~ModemEmulator() = delete;
+
+    Modem& modem;
 };
 
 }  // namespace kiv::emulator

@@ -1,9 +1,9 @@
 // The part of the modem that takes requests: from a client's thread to the modem thread and back.
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
-#include "Lies.h"
 #include "Modem.h"
 
 namespace kiv::emulator {
@@ -13,341 +13,255 @@ constexpr size_t kMostLoggedRequests = 16384;
 
 }  // namespace
 
-int Modem::sendRequest(rav_client_type handle, unsigned messageId, std::vector<std::byte> request,
-                       void* response, std::chrono::milliseconds timeout) {
+int Modem::sendRequest(rav_client_type handle, const Message& message,
+                       std::span<const std::byte> bytes, std::span<std::byte> response,
+                       std::chrono::milliseconds timeout) {
     const TimePoint deadline = realTimeAfter(timeout);
     std::unique_lock lock(mutex);
     const Client* const client = findClient(handle, false);
     if (!client) {
         return RAV_CLIENT_ERR_INVALID;
     }
-    if (client->isGone) {
+    if (bytes.size() != message.requestLength || response.size() != message.responseLength) {
+        return RAV_CLIENT_ERR_MALFORMED;
+    }
+    if (client->state == Client::Service::Gone) {
         return RAV_CLIENT_ERR_SERVICE_GONE;
     }
-    const TransactionPointer transaction =
-        putRequest(handle, *client, messageId, std::move(request), timeout);
+    const TransactionPointer request = putRequest(handle, *client, timeout);
+    request->record.messageId = message.id;
+    request->record.bytes.assign(bytes.begin(), bytes.end());
     lock.unlock();
     modemThread.wake();
     lock.lock();
-    const auto isAnswered = [&] { return transaction->isAnswered; };
-    if (transaction->isCounted) {
-        transaction->answered.wait(lock, isAnswered);
-    } else if (!transaction->answered.wait_until(lock, deadline, isAnswered) &&
-               !transaction->isDecided) {
-        // What is decided counts, also while a slow observer still holds it back.
-        giveUp(transaction, RAV_CLIENT_ERR_TIMEOUT);
+    const auto isFree = [&] { return request->state >= State::Free; };
+    if (request->isCounted) {
+        request->freed.wait(lock, isFree);
+    } else if (!request->freed.wait_until(lock, deadline, isFree)) {
+        // An answer that the hook has before it is in time.
+        hookEnded.wait(lock, [&] { return request->state != State::Answering; });
+        if (request->state < State::Decided) {
+            giveUp(request, RAV_CLIENT_ERR_TIMEOUT);
+        }
     }
-    const int result = transaction->record.transportResult;
+    const int result = request->record.transportResult;
     if (result == RAV_CLIENT_OK) {
-        std::memcpy(response, transaction->response.data(), transaction->response.size());
-        transaction->response = std::vector<std::byte>();  // {} alone would keep the memory
+        std::copy(request->answer.begin(), request->answer.end(), response.begin());
+        request->answer = std::vector<std::byte>();  // {} alone would keep the memory
     }
     return result;
 }
 
 Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client& client,
-                                            unsigned messageId, std::vector<std::byte> request,
                                             std::chrono::milliseconds timeout) {
-    auto transaction = std::make_shared<Transaction>();
-    transaction->client = handle;
-    transaction->clientNumber = client.number;
-    transaction->timeout = timeout;
-    transaction->isFromCallback = callbackThread.isCurrentThread();
-    transaction->record.messageId = messageId;
-    transaction->record.bytes = std::move(request);
-    modemThread.put([=, this] { afterCallbacks(transaction, &Modem::takeRequest); });
-    // It is not taken before the mutex is free.
-    transaction->isCounted = clock.isVirtual();
-    if (transaction->isCounted) {
+    const auto request = std::make_shared<Transaction>();
+    request->client = handle;
+    request->clientNumber = client.number;
+    request->timeout = timeout;
+    request->isCounted = clock.isVirtual();
+    request->isFromCallback = callbackThread.isCurrentThread();
+    request->name = {TaskName::Kind::Request, sentCount + 1};
+    request->record.number = sentCount + 1 - sentBeforeReset;
+    modemThread.put([=, this] { afterCallbacks(request, &Modem::take); });
+    // The request is not taken before the mutex is free.
+    ++sentCount;
+    if (request->isCounted) {
         clock.enterSender();
-        if (transaction->isFromCallback) {
+        if (request->isFromCallback) {
             callbackThread.holdUp(true);
         }
     }
-    transaction->record.number = ++requestCount;
-    transaction->observerNumber = observersSoFar;
     if (log.size() == kMostLoggedRequests) {
         log.pop_front();
     }
-    log.push_back(transaction);
-    open.push_back(transaction);
-    return transaction;
+    log.push_back(request);
+    inProgress.push_back(request);
+    return request;
 }
 
-void Modem::takeRequest(const TransactionPointer& transaction) {
+void Modem::moveTo(State next, Transaction& request) {
+    if (request.state == State::Timed) {
+        modemThread.forget(request.name);
+    }
+    if (request.state < State::Free && next >= State::Free && request.isCounted) {
+        clock.leaveSender();
+        if (request.isFromCallback) {
+            callbackThread.holdUp(false);
+        }
+    }
+    request.state = next;
+}
+
+void Modem::take(const TransactionPointer& request) {
     std::unique_lock lock(mutex);
     deliverHeld();
-    Client* const client = findClient(transaction->client, false);
-    if (!client || client->isGone) {
+    Client* const client = findClient(request->client, false);
+    if (!client || client->state == Client::Service::Gone) {
         return;
     }
-    if (journal.isOpen()) {
-        journal.addRequest(now(), transaction->clientNumber, transaction->record);
+    journal.addRequest(request->clientNumber, request->record);
+    if (client->state == Client::Service::Served) {
+        request->fault = faults.strike(request->record.messageId);
+        carryOut(*client, *request);
     }
-    if (!client->isDeaf) {
-        transaction->fault = faults.strike(transaction->record.messageId);
-        carryOut(*client, *transaction);
-    }
-    if (transaction->isDecided) {
+    if (request->state >= State::Decided) {
         return;
     }
-    if (client->isDeaf || transaction->fault.drop) {
-        lose(transaction);
+    if (client->state == Client::Service::Deaf || request->fault.drop) {
+        lose(request);
         return;
     }
-    const auto delay = transaction->fault.delay;
-    if (delay.count() > 0) {
+    if (const auto delay = request->fault.delay; delay.count() > 0) {
         // First, for an answer that comes with the time-out is in time.
-        modemThread.post([=, this] { afterCallbacks(transaction, &Modem::answer); }, delay,
-                         transaction.get());
-        lose(transaction);
+        modemThread.post([=, this] { afterCallbacks(request, &Modem::answer); }, delay,
+                         request->name);
+        lose(request);
         return;
     }
     lock.unlock();
-    afterCallbacks(transaction, &Modem::answer);
+    afterCallbacks(request, &Modem::answer);
 }
 
-void Modem::carryOut(Client& client, Transaction& transaction) {
-    const Request& record = transaction.record;
-    const Fault& fault = transaction.fault;
+void Modem::carryOut(Client& client, Transaction& request) {
+    const Request& record = request.record;
+    const Fault& fault = request.fault;
     performAll(fault, Moment::BeforeDelivery);
-    if (client.isGone || client.isDeaf) {
+    if (client.state != Client::Service::Served) {
         return;
     }
     if (fault.error) {
-        transaction.response = refuseRequest(record.messageId, *fault.error);
+        request.answer = refuseRequest(record.messageId, *fault.error);
     } else if (!fault.transportResult) {
-        transaction.response =
-            service.handleRequest(client.session, record.messageId, record.bytes);
-        tellLie(fault.lie, record.messageId, transaction.response);
+        request.answer = service.handleRequest(client.session, record.messageId, record.bytes);
+        tellLie(fault.lie, record.messageId, request.answer);
         reportChangesOf(fault);
         sessionChanged.notify_all();
     }
     performAll(fault, Moment::BeforeReply);
 }
 
-void Modem::lose(const TransactionPointer& transaction) {
+void Modem::lose(const TransactionPointer& request) {
     // With the machine's clock the sender itself looks to its time-out.
-    if (clock.isVirtual() && !transaction->hasTimers) {
-        transaction->hasTimers = true;
-        modemThread.post([=, this] { expire(transaction); }, transaction->timeout,
-                         transaction.get());
+    if (request->isCounted && request->state != State::Timed) {
+        moveTo(State::Timed, *request);
+        modemThread.post([=, this] { expire(request); }, request->timeout, request->name);
     }
 }
 
-void Modem::afterCallbacks(const TransactionPointer& transaction,
-                           void (Modem::*step)(const TransactionPointer&)) {
-    const bool isOrdered = clock.isVirtual() || transaction->fault.order == IndicationOrder::Before;
-    if (!isOrdered || transaction->isFromCallback || callbackThread.hasNothingToDo()) {
-        (this->*step)(transaction);
-    } else {
-        // Looks again: a callback may have caused others.
-        callbackThread.post(
-            [=, this] { modemThread.post([=, this] { afterCallbacks(transaction, step); }); });
-    }
-}
-
-void Modem::afterCallbacks(std::function<void()> step) {
-    if (!clock.isVirtual() || callbackThread.hasNothingToDo()) {
-        step();
-    } else {
-        callbackThread.post([=, this] { modemThread.post([=, this] { afterCallbacks(step); }); });
-    }
-}
-
-void Modem::expire(const TransactionPointer& transaction) {
+void Modem::expire(const TransactionPointer& request) {
     std::lock_guard lock(mutex);
-    if (!transaction->isDecided) {
-        giveUp(transaction, RAV_CLIENT_ERR_TIMEOUT);
+    if (request->state < State::Decided) {
+        giveUp(request, RAV_CLIENT_ERR_TIMEOUT);
     }
 }
 
-void Modem::answer(const TransactionPointer& transaction) {
+void Modem::answer(const TransactionPointer& request) {
     std::unique_lock lock(mutex);
-    if (transaction->isDecided) {
+    if (request->state >= State::Decided) {
         return;
     }
-    const Client* const client = findClient(transaction->client, false);
-    if (client && client->isDeaf) {
-        lose(transaction);
+    const Client* const client = findClient(request->client, false);
+    if (client && client->state == Client::Service::Deaf) {
+        lose(request);
         return;
     }
-    const int result = transaction->fault.transportResult.value_or(RAV_CLIENT_OK);
-    if (transaction->fault.rewrite && result == RAV_CLIENT_OK) {
-        runForeignCode(lock, [rewrite = std::exchange(transaction->fault.rewrite, nullptr),
-                              &response = transaction->response] {
-            rewrite(response.data(), response.size());
-        });
+    const int result = request->fault.transportResult.value_or(RAV_CLIENT_OK);
+    if (result == RAV_CLIENT_OK) {
+        moveTo(State::Answering, *request);
+        noteOutcome(*request, result);
+        runHook(lock, *request);
     }
-    if (decide(transaction, result)) {
-        performAll(transaction->fault, Moment::AfterReply);
-        finishing.push_back(transaction);
-        lock.unlock();
-        afterCallbacks(transaction, &Modem::finish);
+    decide(*request, result);
+    performAll(request->fault, Moment::AfterReply);
+    lock.unlock();
+    afterCallbacks(request, &Modem::finish);
+}
+
+void Modem::noteOutcome(Transaction& request, int result) {
+    request.record.transportResult = result;
+    if (result == RAV_CLIENT_OK) {
+        wds_response_type_v01 head;
+        std::memcpy(&head, request.answer.data(), sizeof(head));
+        request.record.result = head.result;
+        request.record.error = head.error;
     }
 }
 
-void Modem::finish(const TransactionPointer& transaction) {
+void Modem::decide(Transaction& request, int result) {
+    noteOutcome(request, result);
+    journal.addResponse(request.clientNumber, request.record, request.answer);
+    moveTo(State::Decided, request);
+}
+
+void Modem::finish(const TransactionPointer& request) {
     std::unique_lock lock(mutex);
-    observe(lock, *transaction);
-    letGo(*transaction);
+    if (request->record.transportResult != RAV_CLIENT_OK) {
+        runHook(lock, *request);
+    }
+    moveTo(State::Finished, *request);
     if (!clock.isVirtual()) {
         deliverHeld();
     }
-    std::erase(finishing, transaction);
-    finished.notify_all();
+    std::erase(inProgress, request);
+    requestFinished.notify_all();
     lock.unlock();
-    transaction->answered.notify_all();
+    request->freed.notify_all();
 }
 
-void Modem::letGo(Transaction& transaction) {
-    if (transaction.isCounted && !transaction.isAnswered) {
-        clock.leaveSender();
-        if (transaction.isFromCallback) {
-            callbackThread.holdUp(false);
-        }
+void Modem::giveUp(const TransactionPointer& request, int result) {
+    decide(*request, result);
+    if (!request->isCounted) {
+        moveTo(State::Free, *request);
+        request->freed.notify_all();
     }
-    transaction.isAnswered = true;
-}
-
-void Modem::observe(std::unique_lock<std::mutex>& lock, const Transaction& transaction) {
-    if (!observer || transaction.observerNumber != observersSoFar) {
-        return;
-    }
-    runForeignCode(lock, [current = observer, record = transaction.record] { current(record); });
-}
-
-bool Modem::decide(const TransactionPointer& transaction, int result) {
-    if (transaction->isDecided) {
-        return false;
-    }
-    Request& record = transaction->record;
-    record.transportResult = result;
-    if (result == RAV_CLIENT_OK) {
-        wds_response_type_v01 head;
-        std::memcpy(&head, transaction->response.data(), sizeof(head));
-        record.result = head.result;
-        record.error = head.error;
-    }
-    if (journal.isOpen()) {
-        journal.addResponse(now(), transaction->clientNumber, record, transaction->response);
-    }
-    transaction->isDecided = true;
-    if (transaction->hasTimers) {
-        modemThread.forget(transaction.get());
-    }
-    std::erase(open, transaction);
-    return true;
-}
-
-void Modem::giveUp(const TransactionPointer& transaction, int result) {
-    decide(transaction, result);
-    if (!transaction->isCounted) {
-        letGo(*transaction);
-        transaction->answered.notify_all();
-    }
-    finishing.push_back(transaction);
-    // A rewrite that was not run goes with the task, since what it holds is foreign code's.
-    modemThread.post([=, this, unused = std::exchange(transaction->fault.rewrite, nullptr)] {
-        afterCallbacks(transaction, &Modem::finish);
-    });
+    modemThread.post([=, this] { afterCallbacks(request, &Modem::finish); });
 }
 
 void Modem::abandonRequests(rav_client_type client, int result) {
-    const auto candidates = open;
-    for (const TransactionPointer& transaction : candidates) {
-        if (!client || transaction->client == client) {
-            giveUp(transaction, result);
+    for (const TransactionPointer& request : inProgress) {
+        if (request->state < State::Answering && (!client || request->client == client)) {
+            giveUp(request, result);
         }
     }
 }
 
-void Modem::reset() {
-    FaultList oldFaults;  // what all of these hold is foreign, and destroyed outside the lock
-    std::function<void(const Request&)> oldObserver;
-    std::deque<TransactionPointer> oldLog;
-    std::vector<std::function<void(void*, size_t)>> oldRewrites;
-    std::unique_lock lock(mutex);
-    service.reset();
-    endScenario();
-    oldFaults = std::exchange(faults, {});
-    oldObserver = std::exchange(observer, nullptr);
-    ++observersSoFar;
-    oldRewrites = takeRewrites();
-    callFailures.clear();
-    log.swap(oldLog);
-    requestCount = 0;
-    waitForForeignCode(lock);
-    lock.unlock();
+void Modem::afterCallbacks(const TransactionPointer& request,
+                           void (Modem::*step)(const TransactionPointer&)) {
+    const bool isOrdered = clock.isVirtual() || request->fault.order == IndicationOrder::Before;
+    afterCallbacks(isOrdered && !request->isFromCallback, [=, this] { (this->*step)(request); });
 }
 
-void Modem::addFault(Fault fault) {
-    std::lock_guard lock(mutex);
-    faults.add(std::move(fault));
-}
-
-void Modem::clearFaults() {
-    FaultList oldFaults;
-    std::vector<std::function<void(void*, size_t)>> oldRewrites;
-    std::unique_lock lock(mutex);
-    oldFaults = std::exchange(faults, {});
-    oldRewrites = takeRewrites();
-    callFailures.clear();
-    waitForForeignCode(lock);
-    lock.unlock();
-}
-
-void Modem::failCall(ModemEmulator::Call call, int result) {
-    std::lock_guard lock(mutex);
-    callFailures[call] = result;
-}
-
-std::optional<int> Modem::takeCallFailure(ModemEmulator::Call call) {
-    std::lock_guard lock(mutex);
-    const auto failure = callFailures.extract(call);
-    return failure ? std::optional(failure.mapped()) : std::nullopt;
-}
-
-std::vector<Request> Modem::requests() const {
-    std::lock_guard lock(mutex);
-    std::vector<Request> records;
-    records.reserve(log.size());
-    for (const TransactionPointer& transaction : log) {
-        records.push_back(transaction->record);
+void Modem::runHook(std::unique_lock<std::mutex>& lock, Transaction& request) {
+    auto running = hook;
+    if (!running) {
+        return;
     }
-    return records;
-}
-
-void Modem::setObserver(std::function<void(const Request&)> newObserver) {
-    std::unique_lock lock(mutex);
-    std::swap(observer, newObserver);
-    ++observersSoFar;
-    waitForForeignCode(lock);
+    runsHook = true;
+    const bool isAnswered = request.state == State::Answering;
     lock.unlock();
-}
-
-std::vector<std::function<void(void*, size_t)>> Modem::takeRewrites() {
-    std::vector<std::function<void(void*, size_t)>> rewrites;
-    for (const TransactionPointer& transaction : open) {
-        rewrites.push_back(std::exchange(transaction->fault.rewrite, nullptr));
-    }
-    return rewrites;
-}
-
-void Modem::waitForForeignCode(std::unique_lock<std::mutex>& lock) {
-    if (!modemThread.isCurrentThread()) {
-        foreignCodeEnded.wait(lock, [this] { return !runsForeignCode; });
-    }
-}
-
-void Modem::runForeignCode(std::unique_lock<std::mutex>& lock, std::function<void()> code) {
-    runsForeignCode = true;
-    lock.unlock();
-    code();
-    code = nullptr;  // what it captured is foreign as well
+    (*running)(request.record, isAnswered ? request.answer.data() : nullptr,
+               isAnswered ? request.answer.size() : 0);
+    running = nullptr;  // the hook may be destroyed here, with no lock held
     lock.lock();
-    runsForeignCode = false;
-    foreignCodeEnded.notify_all();
+    runsHook = false;
+    hookEnded.notify_all();
+}
+
+void Modem::waitForHook(std::unique_lock<std::mutex>& lock) {
+    if (!modemThread.isCurrentThread()) {
+        hookEnded.wait(lock, [this] { return !runsHook; });
+    }
+}
+
+/// Waits until all that has been decided by now is finished, however often callbacks put it off.
+bool Modem::waitForFinish(TimePoint deadline) {
+    std::unique_lock lock(mutex);
+    auto awaited = inProgress;
+    std::erase_if(awaited, [](const auto& request) { return request->state < State::Decided; });
+    return requestFinished.wait_until(lock, deadline, [&] {
+        return std::all_of(awaited.begin(), awaited.end(),
+                           [](const auto& request) { return request->state == State::Finished; });
+    });
 }
 
 }  // namespace kiv::emulator

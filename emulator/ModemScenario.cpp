@@ -11,20 +11,10 @@ namespace {
 
 constexpr unsigned kUnknownMessage = 0x7FFF;
 
-/// When what is to happen of itself does: never at once, beside what the program does just then.
-std::chrono::milliseconds soonest(std::chrono::milliseconds span) {
-    return std::max(span, std::chrono::milliseconds(1));
-}
-
 }  // namespace
 
-void Modem::start() {
-    std::lock_guard lock(mutex);
-    startAsPlayed();
-}
-
-void Modem::startAsPlayed() {
-    noteProgram(kStart);
+void Modem::startAsTold() {
+    journal.addEvent(kProgram, 0, "start");
     if (running || !std::exchange(isStartDelayed, false)) {
         startNow();
     } else if (startDelay) {
@@ -32,62 +22,29 @@ void Modem::startAsPlayed() {
     }
 }
 
-void Modem::noteProgram(const char* what) {
-    if (journal.isOpen()) {
-        journal.addEvent(now(), kProgram, 0, what);
-    }
-}
-
-void Modem::stop() {
-    std::lock_guard lock(mutex);
-    stopAsTold();
-}
-
 void Modem::stopAsTold() {
-    noteProgram(kStop);
+    journal.addEvent(kProgram, 0, "stop");
     stopNow(false);
 }
 
-void Modem::restart() {
-    // In one go, so that what clients are told always comes after both.
-    std::lock_guard lock(mutex);
-    stopAsTold();
-    startAsPlayed();
-}
-
-void Modem::play(const Scenario& scenario) {
-    std::lock_guard lock(mutex);
-    faults.seed(scenario.seed);
-    for (const Fault& fault : scenario.faults) {
-        faults.add(fault);
-    }
-    isStartDelayed = scenario.startsAfter || scenario.neverStarts;
-    startDelay = scenario.neverStarts ? std::nullopt : scenario.startsAfter;
-    for (const auto& [type, capacity] :
-         {std::pair(WDS_PROFILE_TYPE_3GPP_V01, scenario.capacity3gpp),
-          std::pair(WDS_PROFILE_TYPE_3GPP2_V01, scenario.capacity3gpp2)}) {
-        if (capacity) {
-            service.findTable(type)->setCapacity(*capacity);
-        }
-    }
-    for (const TimedAction& event : scenario.events) {
-        modemThread.post(
-            [this, action = event.action] { afterCallbacks([=, this] { performNow(action); }); },
-            soonest(event.at), &heldActions);
-    }
+void Modem::performLater(const Action& action, std::chrono::milliseconds delay,
+                         TaskName::Kind name) {
+    const auto task = [=, this] {
+        afterCallbacks(clock.isVirtual(), [=, this] {
+            std::lock_guard lock(mutex);
+            perform(action);
+        });
+    };
+    // Never at once, beside what the program does just then.
+    modemThread.post(task, std::max(delay, std::chrono::milliseconds(1)), {name});
 }
 
 void Modem::endScenario() {
-    modemThread.forget(&heldActions);
-    modemThread.forget(&startDelay);
+    modemThread.forget({TaskName::Kind::Event});
+    modemThread.forget({TaskName::Kind::PowerOn});
     isStartDelayed = false;
     heldIndications.clear();
     heldActions.clear();
-}
-
-void Modem::performNow(const Action& action) {
-    std::lock_guard lock(mutex);
-    perform(action);
 }
 
 void Modem::performAll(const Fault& fault, Moment moment) {
@@ -110,9 +67,7 @@ void Modem::perform(const Action& action) {
         case Kind::PowerOff:
             stopNow(action.silent);
             if (action.comesBackAfter) {
-                modemThread.post(
-                    [this] { afterCallbacks([this] { performNow({Kind::PowerOn}); }); },
-                    soonest(*action.comesBackAfter), &startDelay);
+                performLater({Kind::PowerOn}, *action.comesBackAfter, TaskName::Kind::PowerOn);
             }
             break;
         case Kind::CreateProfile:
@@ -125,26 +80,26 @@ void Modem::perform(const Action& action) {
             service.deleteProfile(action.type, action.index);
             break;
         case Kind::SubscriptionChange:
-            noteEvent("subscription changed");
+            journal.addEvent(kEvent, 0, "subscription changed");
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_SUBSCRIPTION_V01});
             break;
         case Kind::ProfileReady:
-            noteEvent("profiles ready");
+            journal.addEvent(kEvent, 0, "profiles ready");
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_READY_V01});
             break;
         case Kind::RefreshConfiguration:
-            noteEvent("stored configuration refreshed");
+            journal.addEvent(kEvent, 0, "stored configuration refreshed");
             service.refreshConfiguration();
             deliverChange({action.type, action.index, WDS_PROFILE_CHANGE_READY_V01});
             break;
         case Kind::SetCapacity:
-            noteEvent("capacity set");
-            if (ProfileTable* const table = service.findTable(action.type)) {
+            journal.addEvent(kEvent, 0, "capacity set");
+            if (ProfileTable* const table = service.tables.find(action.type)) {
                 table->setCapacity(action.capacity);
             }
             break;
         case Kind::Indication:
-            noteEvent("indication sent");
+            journal.addEvent(kEvent, 0, "indication sent");
             deliverBytes(action.messageId, action.bytes);
             break;
     }
@@ -191,16 +146,6 @@ void Modem::deliverHeld() {
             postIndication(held.client, *client, held.messageId, held.bytes);
         }
     }
-}
-
-bool Modem::deliverHeldAndIdle() {
-    std::lock_guard lock(mutex);
-    const bool isAny = !heldIndications.empty() || !heldActions.empty();
-    deliverHeld();
-    for (const Action& action : std::exchange(heldActions, {})) {
-        perform(action);
-    }
-    return isAny;
 }
 
 }  // namespace kiv::emulator

@@ -38,13 +38,6 @@ bool ProfileTable::modify(uint8_t index, const wds_profile_settings_type_v01& se
     return true;
 }
 
-bool ProfileTable::remove(uint8_t index) { return profiles.erase(index) != 0; }
-
-const Profile* ProfileTable::find(uint8_t index) const {
-    const auto found = profiles.find(index);
-    return found == profiles.end() ? nullptr : &found->second;
-}
-
 bool ProfileTable::setCapacity(unsigned number) {
     if (number > kMostProfiles) {
         return false;
@@ -57,9 +50,17 @@ void ProfileTable::dropTransient() {
     std::erase_if(profiles, [](const auto& entry) { return !entry.second.persistent; });
 }
 
-void ProfileTable::reset() {
-    profiles.clear();
-    capacity = kMostProfiles;
+ProfileTable* ProfileTables::find(wds_profile_type_enum_v01 type) {
+    if (type == WDS_PROFILE_TYPE_3GPP_V01) {
+        return &table3gpp;
+    }
+    return type == WDS_PROFILE_TYPE_3GPP2_V01 ? &table3gpp2 : nullptr;
+}
+
+const Profile* ProfileTables::find(wds_profile_type_enum_v01 type, uint8_t index) {
+    const ProfileTable* const table = find(type);
+    const auto found = table ? table->all().find(index) : decltype(table->all().end())();
+    return table && found != table->all().end() ? &found->second : nullptr;
 }
 
 }  // namespace kiv::emulator

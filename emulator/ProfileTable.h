@@ -25,22 +25,19 @@ public:
     /// table is full.
     bool insert(uint8_t index, const wds_profile_settings_type_v01& settings, bool persistent);
     bool modify(uint8_t index, const wds_profile_settings_type_v01& settings);
-    bool remove(uint8_t index);
+    bool remove(uint8_t index) { return profiles.erase(index) != 0; }
+    void clear() { profiles.clear(); }
+    void dropTransient();
 
     wds_profile_type_enum_v01 technology() const { return type; }
     unsigned firstIndex() const { return type == WDS_PROFILE_TYPE_3GPP_V01 ? 1 : 0; }
     unsigned lastIndex() const { return firstIndex() + kMostProfiles - 1; }
 
-    const Profile* find(uint8_t index) const;
     const std::map<uint8_t, Profile>& all() const { return profiles; }
 
     /// False, and nothing changed, for more than kMostProfiles. Profiles beyond the number stay.
     bool setCapacity(unsigned number);
     unsigned getCapacity() const { return capacity; }
-
-    void dropTransient();
-    void clear() { profiles.clear(); }
-    void reset();
 
 private:
     wds_profile_type_enum_v01 type;
@@ -52,6 +49,11 @@ private:
 struct ProfileTables {
     ProfileTable table3gpp{WDS_PROFILE_TYPE_3GPP_V01};
     ProfileTable table3gpp2{WDS_PROFILE_TYPE_3GPP2_V01};
+
+    /// The table of a type; null for any other type.
+    ProfileTable* find(wds_profile_type_enum_v01 type);
+    /// Null for an unknown profile or type.
+    const Profile* find(wds_profile_type_enum_v01 type, uint8_t index);
 };
 
 }  // namespace kiv::emulator

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -94,9 +93,6 @@ struct Fault {
     std::chrono::milliseconds delay{0};
     std::optional<int> transportResult{};  ///< fails in transport, before the modem sees it
     std::optional<uint32_t> error{};       ///< refused by the modem with this error code
-    /// Rewrites the modem's answer in place, right before it goes out; may be empty. Runs on an
-    /// emulator thread, with no lock of the emulator held.
-    std::function<void(void* response, size_t length)> rewrite{};
 
     unsigned every = 0;  ///< if not 0: and again every so many requests from the nth on
     double probability =

@@ -1,10 +1,13 @@
 #include "Settings.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <iterator>
 #include <type_traits>
 
 #include "Encoding.h"
+#include "Json.h"
 
 namespace kiv::emulator {
 namespace {
@@ -73,12 +76,50 @@ void Setting::set(Settings& settings, std::span<const std::byte> bytes) const {
               std::byte{0});
 }
 
+JsonText Setting::written(const Settings& settings) const {
+    const auto bytes = value(settings);
+    const auto isPrintable = [](std::byte b) {
+        return b >= std::byte{0x20} && b < std::byte{0x7f};
+    };
+    if (!isText) {
+        return toNumber(bytes);
+    }
+    return std::all_of(bytes.begin(), bytes.end(), isPrintable)
+               ? JsonText(toUtf8(bytes))
+               : JsonText::object().add("hex", toHex(bytes));
+}
+
+void Setting::read(JsonValue& json, Settings& settings) const {
+    if (!isText) {
+        const std::array number{json.number(0, UINT64_MAX >> (64 - 8 * size))};
+        static_assert(std::endian::native == std::endian::little);
+        set(settings, std::as_bytes(std::span(number)).first(size));
+        return;
+    }
+    std::vector<std::byte> bytes;
+    if (json.isObject()) {
+        json.object([&](JsonValue& object) { bytes = object.at("hex").bytes(); });
+    } else {
+        const auto text = std::as_bytes(std::span(json.text()));
+        bytes.assign(text.begin(), text.end());
+    }
+    if (bytes.size() >= size || std::find(bytes.begin(), bytes.end(), std::byte{}) != bytes.end()) {
+        json.refuse("not a text of at most " + std::to_string(size - 1) + " bytes");
+    }
+    set(settings, bytes);
+}
+
 std::string Setting::shown(const Settings& settings) const {
     const auto bytes = value(settings);
     return isText ? toUtf8(bytes) : std::to_string(toNumber(bytes));
 }
 
 std::span<const Setting> allSettings() { return kSettings; }
+
+const Setting& findSetting(std::string_view name) {
+    return *std::find_if(std::begin(kSettings), std::end(kSettings),
+                         [name](const Setting& setting) { return setting.name == name; });
+}
 
 std::vector<ShownSetting> listSettings(const Profile* profile) {
     std::vector<ShownSetting> list;

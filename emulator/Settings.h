@@ -12,6 +12,9 @@
 
 namespace kiv::emulator {
 
+class JsonValue;
+class JsonText;
+
 using Settings = wds_profile_settings_type_v01;
 
 /// One setting of a profile: its name, and its place in the data service's record.
@@ -37,12 +40,19 @@ struct Setting {
     std::span<const std::byte> value(const Settings& settings) const;
     /// Stores a value that fits, and sets the flag.
     void set(Settings& settings, std::span<const std::byte> bytes) const;
+    /// To and from a file; a text of other than printable ASCII is written as {"hex": "c3a9"}. A
+    /// value that does not fit is refused.
+    JsonText written(const Settings& settings) const;
+    void read(JsonValue& json, Settings& settings) const;
     /// The value for people: a number, or a text whose bytes beyond ASCII are shown as Latin-1.
     std::string shown(const Settings& settings) const;
 };
 
 /// All settings but the reserved one, in the order of the record.
 std::span<const Setting> allSettings();
+
+/// The setting of a name, which must be one of them.
+const Setting& findSetting(std::string_view name);
 
 /// A setting of a profile, to be shown.
 struct ShownSetting {

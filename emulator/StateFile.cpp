@@ -24,20 +24,20 @@ constexpr size_t kBytesPerWrite = 4096;
 
 class Descriptor {
 public:
-    explicit Descriptor(int number) : number(number) {}
+    explicit Descriptor(int number = -1) : number(number) {}
     ~Descriptor() { close(); }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
 
     int get() const { return number; }
-    bool isOpen() const { return number >= 0; }
+    bool take(int opened) { return (number = opened) >= 0; }
     bool close() { return number < 0 || ::close(std::exchange(number, -1)) == 0; }
 
 private:
     int number;
 };
 
-/// One write of the file. What is left of the temporary file goes with it.
+/// One write of the file. A temporary file that is left over is removed with this.
 class Replacement {
 public:
     Replacement(const std::string& path, const WriteHook& hook)
@@ -51,8 +51,9 @@ public:
     Replacement& operator=(const Replacement&) = delete;
 
     void run(std::string_view text) {
+        Descriptor file, folder;
         // Made for the owner's eyes only.
-        Descriptor file(open("create", [&] { return mkostemp(temporary.data(), O_CLOEXEC); }));
+        carryOut("create", [&] { return file.take(mkostemp(temporary.data(), O_CLOEXEC)); });
         isTemporary = true;
         while (!text.empty()) {
             carryOut("write", [&] { return writeSome(file.get(), text); });
@@ -61,7 +62,13 @@ public:
         carryOut("close", [&] { return file.close(); });
         carryOut("rename", [&] { return std::rename(temporary.c_str(), path.c_str()) == 0; });
         isTemporary = false;
-        syncFolder();
+        // Only then is it sure that the name leads to the new file.
+        const size_t slash = path.rfind('/');
+        const std::string name = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+        carryOut("open its folder", [&] {
+            return folder.take(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        });
+        carryOut("sync its folder", [&] { return fsync(folder.get()) == 0; });
     }
 
 private:
@@ -76,13 +83,6 @@ private:
         }
     }
 
-    template <class Operation>
-    int open(const char* step, Operation operation) {
-        int descriptor = -1;
-        carryOut(step, [&] { return (descriptor = operation()) >= 0; });
-        return descriptor;
-    }
-
     static bool writeSome(int file, std::string_view& text) {
         const ssize_t count = write(file, text.data(), std::min(text.size(), kBytesPerWrite));
         if (count < 0) {
@@ -90,16 +90,6 @@ private:
         }
         text.remove_prefix(static_cast<size_t>(count));
         return true;
-    }
-
-    /// Only then is it sure that the name leads to the new file.
-    void syncFolder() {
-        const size_t slash = path.rfind('/');
-        const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-        const Descriptor opened(open("open its folder", [&] {
-            return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        }));
-        carryOut("sync its folder", [&] { return fsync(opened.get()) == 0; });
     }
 
     const std::string& path;
@@ -112,7 +102,7 @@ std::string readWhole(const std::string& path) {
     // Opening a pipe must not wait for somebody to write into it.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (!file.isOpen() || fstat(file.get(), &status) != 0) {
+    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
         failStep(path, "open");
     }
     if (!S_ISREG(status.st_mode)) {

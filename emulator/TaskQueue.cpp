@@ -5,38 +5,42 @@
 namespace kiv::emulator {
 
 TaskQueue::TaskQueue(const char* threadName, Clock& timeSource)
-    : name(threadName), clock(timeSource), mutex(timeSource.mutex) {
+    : threadName(threadName), clock(timeSource), mutex(timeSource.mutex) {
     std::lock_guard lock(mutex);
     clock.add(*this);
 }
 
-void TaskQueue::post(Task task, std::chrono::milliseconds delay, Owner owner) {
-    put(std::move(task), delay, owner);
+void TaskQueue::post(Task task, std::chrono::milliseconds delay, TaskName name) {
+    put(std::move(task), delay, name);
     wake();
 }
 
-void TaskQueue::put(Task task, std::chrono::milliseconds delay, Owner owner) {
+void TaskQueue::put(Task task, std::chrono::milliseconds delay, TaskName name) {
     std::lock_guard lock(mutex);
-    start();
-    tasks.emplace(Key(clock.now() + sensible(delay), nextNumber++), Entry{std::move(task), owner});
-}
-
-void TaskQueue::cancel(Owner owner) {
-    std::unique_lock lock(mutex);
-    std::erase_if(tasks, [owner](const auto& task) { return task.second.owner == owner; });
-    finished.notify_all();
-    posted.notify_one();  // what comes next is another task
-    if (thread == std::this_thread::get_id()) {
-        return;
+    if (!started) {
+        std::thread([this] { run(); }).detach();
+        started = true;
     }
-    finished.wait(lock, [&] { return !running || running->owner != owner; });
+    tasks.emplace(Key(clock.now() + sensible(delay), nextNumber++), Entry{std::move(task), name});
 }
 
-void TaskQueue::forget(Owner owner) {
+void TaskQueue::cancel(TaskName name) {
+    std::unique_lock lock(mutex);
+    drop(name);
+    if (thread != std::this_thread::get_id()) {
+        finished.wait(lock, [&] { return !running || running->name != name; });
+    }
+}
+
+void TaskQueue::forget(TaskName name) {
     std::lock_guard lock(mutex);
-    std::erase_if(tasks, [owner](const auto& task) { return task.second.owner == owner; });
+    drop(name);
+}
+
+void TaskQueue::drop(TaskName name) {
+    std::erase_if(tasks, [name](const auto& task) { return task.second.name == name; });
     finished.notify_all();
-    posted.notify_one();
+    posted.notify_one();  // the thread may wait for the moment of a dropped task
 }
 
 bool TaskQueue::waitForDue(TimePoint deadline) {
@@ -87,15 +91,8 @@ bool TaskQueue::isCurrentThread() const {
     return thread == std::this_thread::get_id();
 }
 
-void TaskQueue::start() {
-    if (!started) {
-        std::thread([this] { run(); }).detach();
-        started = true;
-    }
-}
-
 void TaskQueue::run() {
-    pthread_setname_np(pthread_self(), name);
+    pthread_setname_np(pthread_self(), threadName);
     std::unique_lock lock(mutex);
     thread = std::this_thread::get_id();
     for (;;) {
@@ -116,7 +113,7 @@ void TaskQueue::run() {
 void TaskQueue::runFirst(std::unique_lock<std::mutex>& lock) {
     const auto first = tasks.begin();
     Task task = std::move(first->second.task);
-    running = Running{first->second.owner, first->first.second};
+    running = Running{first->second.name, first->first.second};
     tasks.erase(first);
     lock.unlock();
     task();

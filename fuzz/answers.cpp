@@ -7,17 +7,26 @@ using namespace kiv::fuzz;
 
 namespace {
 
-/// Puts the bytes somewhere into the nth answer of a kind from now on.
-void rewriteAnswer(unsigned messageId, unsigned nth, size_t place, std::vector<std::byte> bytes) {
-    kiv::emulator::Fault fault;
-    fault.messageId = messageId;
-    fault.nth = nth;
-    fault.rewrite = [place, bytes](void* response, size_t length) {
-        const size_t start = place % length;
-        std::copy_n(bytes.begin(), std::min(bytes.size(), length - start),
-                    static_cast<std::byte*>(response) + start);
-    };
-    modem().addFault(fault);
+/// Puts bytes somewhere into the nth answer of a kind from now on.
+struct Rewrite {
+    unsigned messageId;
+    unsigned nth;
+    size_t place;
+    std::vector<std::byte> bytes;
+};
+
+void useRewrites(std::vector<Rewrite> rewrites) {
+    modem().setHook(
+        [rewrites](const kiv::emulator::Request& request, void* answer, size_t length) mutable {
+            for (Rewrite& one : rewrites) {
+                if (request.messageId != one.messageId || !answer || one.nth-- != 1) {
+                    continue;
+                }
+                const size_t start = one.place % length;
+                std::copy_n(one.bytes.begin(), std::min(one.bytes.size(), length - start),
+                            static_cast<std::byte*>(answer) + start);
+            }
+        });
 }
 
 void useProfiles(kiv::Manager& manager) {
@@ -42,14 +51,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         RAV_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01, RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01};
     kiv::Manager& manager = library();
     FuzzInput input(data, size);
-    for (int rewrites = 0; rewrites < 16 && !input.empty(); ++rewrites) {
+    std::vector<Rewrite> rewrites;
+    while (rewrites.size() < 16 && !input.empty()) {
         const uint8_t head = input.takeByte();
         const size_t place = input.takeByte() * (head & 0x80 ? size_t{14} : size_t{1});
-        rewriteAnswer(kMessages[head % 4], 1 + (head >> 2) % 4, place, input.takeCounted());
+        rewrites.push_back({kMessages[head % 4], 1U + (head >> 2) % 4, place, input.takeCounted()});
     }
+    useRewrites(std::move(rewrites));
     manager.refresh(kiv::PDCRefreshStatus::Complete);
     useProfiles(manager);
-    modem().clearFaults();
+    modem().setHook(nullptr);
     manager.refresh(kiv::PDCRefreshStatus::Complete);
     require(manager.filter({}).size() == 3);
     return 0;

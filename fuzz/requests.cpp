@@ -31,19 +31,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (!input.empty()) {
         const uint8_t head = input.takeByte();
         const unsigned id = kMessages[head % 8];
-        const auto lengths = findMessageLengths(id);
+        const Message* const message = findMessage(id);
         const std::byte filling{static_cast<uint8_t>(head & 0x80 ? 0xff : 0)};
-        std::vector<std::byte> request(lengths->request, filling);
+        std::vector<std::byte> request(message->requestLength, filling);
         const size_t place = (input.takeByte() * size_t{4}) % request.size();
         const auto bytes = input.takeCounted();
         std::copy_n(bytes.begin(), std::min(bytes.size(), request.size() - place),
                     request.begin() + static_cast<std::ptrdiff_t>(place));
-        require(service.handleRequest(session, id, request).size() == lengths->response);
+        require(service.handleRequest(session, id, request).size() == message->responseLength);
         for (const auto& change : service.takeChanges()) {
             static_cast<void>(session.isReported(change));
         }
     }
-    const std::string saved = formatState("saved", service.tables());
+    const std::string saved = formatState("saved", service.tables);
     require(formatState("read", parseState("saved", saved)) == saved);
     return 0;
 }

@@ -64,11 +64,12 @@ TEST_F(ManagerTest, KeysThatAreNotTheLibrarysAreRefused) {
 TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
     std::promise<void> reached;
     std::promise<void> answer;
-    const auto holdBack = [&](void*, size_t) {
-        reached.set_value();
-        answer.get_future().wait();
-    };
-    modem().addFault({RAV_WDS_CREATE_PROFILE_REQ_V01, 1, {}, {}, {}, holdBack});
+    modem().setHook([&](const emulator::Request& request, void*, size_t) {
+        if (request.messageId == RAV_WDS_CREATE_PROFILE_REQ_V01) {
+            reached.set_value();
+            answer.get_future().wait();
+        }
+    });
     std::vector<std::jthread> clients;
     clients.emplace_back([this] { add("in flight"); });
     reached.get_future().wait();
@@ -78,6 +79,7 @@ TEST_F(ManagerTest, ClientsLeaveAnEngineThatIsReplaced) {
     std::thread replacer([this] { manager.init(1, true); });
     log.waitFor("kiv::ClientRequestManager: destructor");
     answer.set_value();
+    modem().setHook(nullptr);
     clients.clear();  // waits for them
     replacer.join();
     ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));

@@ -21,7 +21,7 @@ protected:
         modem().stop();
         EXPECT_TRUE(modem().useVirtualClock(false));
     }
-    void delayNext(milliseconds delay) { modem().addFault({kCreate, 1, delay, {}, {}, {}}); }
+    void delayNext(milliseconds delay) { modem().addFault({.messageId = kCreate, .delay = delay}); }
 };
 
 TEST_F(ClockTest, ARequestsCallbacksHaveReturnedBeforeItsSenderGoesOn) {

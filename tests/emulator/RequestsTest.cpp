@@ -84,17 +84,25 @@ TEST_F(RequestsTest, SettingsComeBackCleanAndOfTheirOwnTechnologyOnly) {
 }
 
 TEST_F(RequestsTest, AnAnswerThatComesTooLateLeavesTheCallersMemoryAlone) {
-    Events gate;
-    const auto wait = [&](void*, size_t) { gate.waitForCount(1); };
-    modem().addFault({kCreate, 1, {}, {}, {}, wait});
-    std::memset(&client.created, 0xA5, sizeof(client.created));
-    const auto before = client.created;
-    EXPECT_EQ(client.sendCreate(k3gpp, 1), RAV_CLIENT_ERR_TIMEOUT);
+    // The modem is busy with the answer to another request.
+    Events busy, gate;
+    modem().setHook([&](const Request& request, void*, size_t) {
+        busy.add("");
+        gate.waitForCount(request.messageId == kCreate ? 0 : 1);
+    });
+    std::thread other([&] { remove(k3gpp, 1); });
+    busy.waitForCount(1);
+    TestClient late;
+    std::memset(&late.created, 0xA5, sizeof(late.created));
+    const auto before = late.created;
+    EXPECT_EQ(late.sendCreate(k3gpp, 1), RAV_CLIENT_ERR_TIMEOUT);
     gate.add("open");
+    other.join();
     EXPECT_TRUE(modem().waitForDeliveries(kPatience));
-    EXPECT_EQ(std::memcmp(&client.created, &before, sizeof(before)), 0);
+    modem().setHook(nullptr);
+    EXPECT_EQ(std::memcmp(&late.created, &before, sizeof(before)), 0);
     EXPECT_EQ(modem().profiles(k3gpp).size(), 1U) << "the modem carries it out all the same";
-    EXPECT_EQ(modem().requests().at(0).transportResult, RAV_CLIENT_ERR_TIMEOUT);
+    EXPECT_EQ(modem().requests().at(1).transportResult, RAV_CLIENT_ERR_TIMEOUT);
 }
 
 }  // namespace

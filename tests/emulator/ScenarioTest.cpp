@@ -77,10 +77,10 @@ TEST_F(ScenarioTest, EventsComeInTheirTimeAndEndWithAFactoryReset) {
 TEST_F(ScenarioTest, FilesAreRefusedForWhatIsNotKnownToTheLastMember) {
     const std::pair<const char*, const char*> kCases[] = {
         {"", "empty"},
-        {"{\"seed\": 1,\n  \"faults\": [}", "line 2, column 14"},
+        {"{\"seed\": 1,\n  \"faults\": [}", ":2:14: "},
         {"[]", "the file: not an object"},
         {R"({"sed": 1})", "sed: unknown"},
-        {R"({"seed": 1, "seed": 2})", "seed: given twice"},
+        {R"({"seed": 1, "seed": 2})", ":1:18: 'seed' is given twice"},
         {R"({"seed": -1})", "seed: not a whole number from 0 to 18446744073709551615"},
         {R"({"faults": [{}, {"nth": 0}]})", "faults[1].nth: not a whole number from 1"},
         {R"({"faults": [{"request": "creat"}]})", "faults[0].request: not one of any, bind"},

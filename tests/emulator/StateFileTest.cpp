@@ -109,17 +109,17 @@ std::string stateText(const std::string& profiles, const std::string& capacity =
 
 TEST_F(StateFileTest, ADamagedTextIsRefusedWithPlaceAndReason) {
     const std::string good = stateText(profileText(R"({"apn_name":{"hex":"c3a9"}})"));
-    const std::string place = "f: /tables/3gpp/profiles/0/settings/";
+    const std::string place = "f: tables.3gpp.profiles[0].settings.";
     const std::pair<std::string, std::string> kCases[] = {
         {good, ""},
-        {"{\n \"a\":1,\"b\":2,\"a\":3}", "f:2:16: 'a' appears twice"},
+        {"{\n \"a\":1,\"b\":2,\"a\":3}", "f:2:16: 'a' is given twice"},
         {std::string(5000, '['), "f:1:10: nested too deeply"},
         {stateText(profileText("{}") + "," + profileText("{}")),
-         "f: /tables/3gpp/profiles/1/index: another profile has 1"},
+         "f: tables.3gpp.profiles[1].index: another profile has 1"},
         {stateText(profileText(R"({"apn_name":")" + std::string(151, 'a') + "\"}")),
-         place + "apn_name: 151 bytes are more than 150"},
+         place + "apn_name: not a text of at most 150 bytes"},
         {stateText(profileText(R"({"pdp_type":4294967296})")),
-         place + "pdp_type: 4294967296 is not from 0 to 4294967295"},
+         place + "pdp_type: not a whole number from 0 to 4294967295"},
     };
     for (const auto& [text, message] : kCases) {
         EXPECT_EQ(errorOf(text), message) << text;
@@ -146,7 +146,7 @@ TEST_F(StateFileTest, ARefusedFileAndTheTablesStayAsTheyAre) {
     std::ofstream(path, std::ios::binary) << damaged;
     modem().factoryReset();
     EXPECT_FALSE(modem().loadState(path, error));
-    EXPECT_EQ(error, path + ": /tables/3gpp2/profiles/0/index: 255 is not from 0 to 254");
+    EXPECT_EQ(error, path + ": tables.3gpp2.profiles[0].index: not a whole number from 0 to 254");
     EXPECT_EQ(contents(), damaged);
     EXPECT_TRUE(modem().profiles(k3gpp).empty());
 

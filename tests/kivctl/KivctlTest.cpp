@@ -215,19 +215,15 @@ TEST(MismatchTest, faultOfTheModemIsNoticed) {
                             R"(release others 3GPP 3 profile null "present")"));
 
     // The modem changes what it holds behind the back of the library.
-    const auto change3gpp = [](uint8_t index, auto set) {
-        return [index, set](void*, size_t) {
-            auto& modem = ModemEmulator::getInstance();
-            wds_profile_settings_type_v01 settings{};
-            set(settings);
-            modem.modifyProfile(WDS_PROFILE_TYPE_3GPP_V01, index, settings);
-        };
-    };
+    emulator::Action disable{.kind = emulator::Action::Kind::ModifyProfile, .index = 3};
+    disable.settings.apn_disabled_valid = disable.settings.apn_disabled = 1;
+    disabling.consequences = {{emulator::Moment::BeforeReply, disable}};
     disabling.indications = emulator::IndicationFault::Withheld;
-    disabling.rewrite = change3gpp(3, [](auto& s) { s.apn_disabled_valid = s.apn_disabled = 1; });
     EXPECT_THAT(mismatchesOf("00101", {disabling}),
                 testing::Contains(HasSubstr("3GPP 3 disabled")));
-    disabling.rewrite = change3gpp(1, [](auto& s) { s.clat_enabled_valid = s.clat_enabled = 1; });
+    emulator::Action clat{.kind = emulator::Action::Kind::ModifyProfile, .index = 1};
+    clat.settings.clat_enabled_valid = clat.settings.clat_enabled = 1;
+    disabling.consequences = {{emulator::Moment::BeforeReply, clat}};
     EXPECT_THAT(mismatchesOf("00103", {disabling}), testing::Contains(HasSubstr("3GPP 1 clat")));
 }
 

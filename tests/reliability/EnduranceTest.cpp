@@ -54,7 +54,7 @@ protected:
         modem().stop();
         modem().factoryReset();
         modem().installFactoryProfiles();
-        modem().setRequestObserver([this](const emulator::Request&) { ++requests; });
+        modem().setHook([this](const emulator::Request&, void*, size_t) { ++requests; });
         modem().start();
         ASSERT_TRUE(modem().waitForRegisteredClient(kPatience));
         for (const uint64_t end = requests + 1000; requests < end;) {
@@ -104,7 +104,7 @@ TEST_F(EnduranceTest, NothingGrows) {
     EXPECT_TRUE(!kIsMemoryOurs || after.resident - before.resident < kMostGrowth);
     EXPECT_EQ(after.descriptors, before.descriptors);
     EXPECT_EQ(after.threads, before.threads);
-    modem().setRequestObserver(nullptr);
+    modem().setHook(nullptr);
 }
 
 }  // namespace

@@ -25,7 +25,6 @@ struct Trace {
     std::vector<Event> events;
     Model::Responses responses;
     std::map<std::string, Hint> hints;  ///< by the dump of the request
-    std::vector<std::byte> answer;      ///< the modem's latest
     std::atomic<uint64_t> activity{0};
     std::atomic<int64_t> requests{0};
     std::atomic<bool> isClientRefused{false};  ///< meant: only a new engine tries again
@@ -251,12 +250,12 @@ World::World() {
     modem().setCapacity(WDS_PROFILE_TYPE_3GPP_V01, 12);
     modem().setCapacity(WDS_PROFILE_TYPE_3GPP2_V01, 12);
     modem().installFactoryProfiles();
-    modem().setRequestObserver([](const emulator::Request& request) {
+    modem().setHook([](const emulator::Request& request, const void* answer, size_t length) {
         ++trace().activity;
         ++trace().requests;
-        trace().add({What::Answer, {}, {}, request, std::exchange(trace().answer, {})});
+        const auto* const bytes = static_cast<const std::byte*>(answer);
+        trace().add({What::Answer, {}, {}, request, {bytes, bytes + length}});
     });
-    disarm();
     // Before the power is on, so that only one engine ever meets this modem.
     manager().init(0, true);
     settle();
@@ -274,20 +273,9 @@ World::World() {
     check();
 }
 
-World::~World() { modem().setRequestObserver(nullptr); }
+World::~World() { modem().setHook(nullptr); }
 
 int64_t World::requestsSoFar() { return trace().requests; }
-
-/// Forgets every fault but the one that copies each answer right before it goes out.
-void World::disarm() {
-    modem().clearFaults();
-    Fault copy{.every = 1};
-    copy.rewrite = [](void* answer, size_t length) {
-        const auto* const bytes = static_cast<std::byte*>(answer);
-        trace().answer.assign(bytes, bytes + length);
-    };
-    modem().addFault(copy);
-}
 
 void World::settle() {
     const auto soFar = [] { return trace().activity + modem().callbacksSoFar(); };
@@ -352,7 +340,7 @@ void World::playAlone(Client& client, const Op& op) {
     play(client, op);
     settle();
     if (fault) {
-        disarm();
+        modem().clearFaults();
         // For what waits until the modem is idle, and then for its return.
         for (const auto span : {milliseconds(1), milliseconds(400)}) {
             modem().passTime(span);
@@ -406,7 +394,7 @@ void World::interfere(const Op& op, const ProfileParams& params) {
 
 /// A new engine, whose cache is empty.
 void World::renew() {
-    disarm();
+    modem().clearFaults();
     settle();
     trace().add({What::Engine});
     manager().init(0, true);
@@ -481,7 +469,7 @@ void World::check() {
 }
 
 void World::recover() {
-    disarm();
+    modem().clearFaults();
     isFaithful = model.isSteady = false;
     if (trace().isClientRefused) {
         renew();

@@ -75,7 +75,6 @@ public:
     bool isFaithful = true;  ///< the library could hear of every change, and in time
 
 private:
-    void disarm();
     void renew();
     void letUndecodedGo();
 

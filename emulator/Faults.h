@@ -1,8 +1,9 @@
-#ifndef EMULATOR_FAULTLIST_H
-#define EMULATOR_FAULTLIST_H
+#ifndef EMULATOR_FAULTS_H
+#define EMULATOR_FAULTS_H
 
 #include <list>
 #include <random>
+#include <vector>
 
 #include "Scenario.h"
 
@@ -14,9 +15,9 @@ public:
     void add(Fault fault);
     void seed(uint64_t number) { random.seed(number); }
 
-    /// Counts one request of the kind and returns what is to be done to it: all faults that strike
-    /// it in one, delays added up, rewrites and consequences one after the other, else the first
-    /// that says anything.
+    /// Counts one request of the kind and returns all faults that strike the request as one fault.
+    /// Delays add up, and consequences follow one another. For each of the other members the first
+    /// fault that sets the member wins.
     Fault strike(unsigned messageId);
 
 private:
@@ -29,6 +30,9 @@ private:
     std::list<Armed> armed;
     std::mt19937_64 random;
 };
+
+/// Makes an answer of the service inconsistent. The answer has the length of its message.
+void tellLie(Lie lie, unsigned messageId, std::vector<std::byte>& answer);
 
 }  // namespace kiv::emulator
 
