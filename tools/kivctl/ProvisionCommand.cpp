@@ -121,9 +121,7 @@ private:
                 scenario = emulator::readScenarioFile(options.scenarioFile);
             }
         } catch (const emulator::ScenarioFileError& error) {
-            // What was read last may be a password.
-            const std::string what = error.what();
-            throw Failure(kCannotRead, what.substr(0, what.find("; last read")));
+            throw Failure(kCannotRead, withoutContent(error.what()));
         }
         scenario.seed = options.seed.value_or(scenario.seed);
         context.output.complain("scenario: seed " + std::to_string(scenario.seed));

@@ -120,7 +120,10 @@ void Printer::add(const Report& report, const std::vector<Json>& values, Tone to
     if (table.columns.empty()) {
         return;
     }
-    Json object = {{"schema", kSchema}, {"report", report.name}};
+    Json object;
+    if (options.format == Format::json) {
+        object = {{"schema", kSchema}, {"report", report.name}};
+    }
     Row row{{}, tone};
     for (const size_t column : table.columns) {
         const Field& field = report.fields[column];
@@ -161,15 +164,7 @@ void Printer::finish() {
 void Printer::print(const Table& table) {
     out.print(std::exchange(isFirst, false) ? "" : "\n");
     if (table.report->isSentence) {
-        for (const Row& row : table.rows) {
-            std::string line;
-            for (size_t i = 0; i < row.cells.size(); ++i) {
-                std::string name = table.report->fields[table.columns[i]].name;
-                std::replace(name.begin(), name.end(), '_', ' ');
-                line += (line.empty() ? "" : ", ") + name + ": " + row.cells[i];
-            }
-            out.print(line + "\n");
-        }
+        printSentences(table);
         return;
     }
     if (*table.report->title != '\0') {
@@ -206,6 +201,22 @@ void Printer::print(const Table& table) {
         }
     }
     printBlock(table, block, widths);
+}
+
+void Printer::printSentences(const Table& table) {
+    for (const Row& row : table.rows) {
+        size_t used = 0;
+        for (size_t i = 0; i < row.cells.size(); ++i) {
+            std::string name = table.report->fields[table.columns[i]].name;
+            std::replace(name.begin(), name.end(), '_', ' ');
+            const bool isLast = i + 1 == row.cells.size();
+            const std::string part = name + ": " + row.cells[i] + (isLast ? "" : ",");
+            const bool fits = out.width() == 0 || used + 1 + part.size() <= out.width();
+            out.print((used == 0 ? "" : fits ? " " : "\n") + part);
+            used = (fits && used > 0 ? used + 1 : 0) + part.size();
+        }
+        out.print("\n");
+    }
 }
 
 void Printer::printBlock(const Table& table, const std::vector<size_t>& block,

@@ -69,6 +69,7 @@ private:
 
     Table& tableOf(const Report& report);
     void print(const Table& table);
+    void printSentences(const Table& table);
     void printBlock(const Table& table, const std::vector<size_t>& block,
                     const std::vector<size_t>& widths);
 

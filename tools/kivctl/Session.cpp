@@ -8,6 +8,7 @@
 
 #include "Failure.h"
 #include "Manager.h"
+#include "Text.h"
 
 namespace kiv::kivctl {
 
@@ -85,16 +86,16 @@ void Session::renew() {
 }
 
 void Session::fill() {
-    const std::string& file = options.stateFile;
+    const std::string file = options.stateFile.empty() ? "" : targetOf(options.stateFile);
     std::error_code ignored;
-    if (file.empty() || std::filesystem::symlink_status(file, ignored).type() ==
-                            std::filesystem::file_type::not_found) {
+    if (file.empty() ||
+        std::filesystem::status(file, ignored).type() == std::filesystem::file_type::not_found) {
         modem().installFactoryProfiles();
         return;
     }
     std::string error;
     if (!modem().loadState(file, error)) {
-        throw Failure(kCannotRead, error);
+        throw Failure(kCannotRead, withoutContent(error));
     }
 }
 

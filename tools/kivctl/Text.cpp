@@ -45,6 +45,10 @@ std::string quote(std::string_view value) {
                                  : "'" + escape(value.substr(0, kMost)) + "...'";
 }
 
+std::string withoutContent(const std::string& error) {
+    return error.substr(0, error.find("; last read"));
+}
+
 std::string lowered(std::string_view text) {
     std::string result(text);
     for (char& c : result) {

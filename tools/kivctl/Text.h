@@ -15,6 +15,9 @@ std::string escape(std::string_view bytes);
 /// A value in a message: escaped, in quotation marks, and cut to a length that a line can hold.
 std::string quote(std::string_view value);
 
+/// What is wrong with a file in JSON, without what was read last: that may be a password.
+std::string withoutContent(const std::string& error);
+
 /// ASCII only, as the library and the modem fold APN names.
 std::string lowered(std::string_view text);
 
