@@ -47,7 +47,7 @@ protected:
     }
     ~BinaryTest() override {
         fs::permissions(folder, fs::perms::owner_all);
-        fs::current_path("/");
+        fs::current_path(before);
         fs::remove_all(folder);
     }
 
@@ -98,6 +98,7 @@ protected:
         return text;
     }
 
+    const fs::path before = fs::current_path();
     fs::path folder;
 };
 

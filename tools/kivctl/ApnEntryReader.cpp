@@ -1,10 +1,9 @@
-#include "ApnEntryReader.h"
-
 #include <bitset>
 #include <initializer_list>
 #include <limits>
 #include <unordered_map>
 
+#include "ApnFile.h"
 #include "SettingList.h"
 #include "Text.h"
 
@@ -88,11 +87,11 @@ private:
             return;
         }
         const std::string what = std::string(one.attribute) + ": " +
-                                 (one.isSecret ? "" : quote(unread) + " is ") + "not " +
+                                 (one.traits.isSecret ? "" : quote(unread) + " is ") + "not " +
                                  one.expected;
         if (!one.print(entry.params).is_null()) {
             add(Severity::warning, what, "what is unknown is dropped, the rest is kept");
-        } else if (one.isVital) {
+        } else if (!one.traits.isTuning) {
             leaveOut(what);
         } else {
             add(Severity::warning, what, "taken as not given");

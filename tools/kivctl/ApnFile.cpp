@@ -11,7 +11,6 @@
 #include <memory>
 #include <utility>
 
-#include "ApnEntryReader.h"
 #include "Failure.h"
 #include "Files.h"
 #include "Text.h"

@@ -69,6 +69,10 @@ ApnFile readApnFile(const std::string& path, const ReadingProgress& progress = n
 /// The same for a text; path is only used in messages.
 ApnFile parseApnFile(const std::string& path, std::string_view text);
 
+/// Reads the attributes of one <apn> element: names and values by turns, and a null at the end.
+/// Line and column are for the caller to set. Threads: any. Blocking: never.
+ApnEntry readApnEntry(const char* const* attributes);
+
 }  // namespace kiv::kivctl
 
 #endif

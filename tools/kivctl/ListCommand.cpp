@@ -8,7 +8,7 @@ namespace {
 Report profileReport() {
     Report report{"profile", "", {{"profile"}}};
     for (const Setting& setting : allSettings()) {
-        report.fields.push_back({setting.name, setting.isSecret});
+        report.fields.push_back({setting.name, setting.traits.isSecret});
     }
     return report;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <list>
 #include <map>
 #include <string_view>
@@ -17,14 +18,13 @@ using Key = std::shared_ptr<IProfileKey>;
 struct Step {
     const char* name;
     Need need;
-    bool isTakenWithoutEntry;  ///< the network finds an emergency PDN without an APN name
-    bool persists;             ///< what it creates
-    const char* library;       ///< how reports name what it creates
-    /// The settings that it writes to a profile that exists; null if it changes none.
-    const char* const* written;
-    Key (*run)(Util& util, const ProfileParams& asked);
+    bool isTakenWithoutEntry = false;  ///< the network finds an emergency PDN without an APN name
+    bool persists = false;             ///< what it creates
+    const char* library = "yes";       ///< how reports name what it creates
+    std::vector<std::string_view> written{};  ///< settings of a profile that exists
+    std::function<Key(Util&, const ProfileParams&)> run;
     /// What it asks for on its own when it creates a profile; may be null.
-    void (*complete)(ProfileParams& asked);
+    void (*complete)(ProfileParams& asked) = nullptr;
 };
 
 namespace {
@@ -37,53 +37,30 @@ constexpr char kAsked[] = "asked";
 constexpr char kOthers[] = "others";
 constexpr char kReading[] = "reading";
 
-constexpr const char* kAttachWrites[] = {"user",      "password",       "auth",      "types",
-                                         "max_conns", "max_conns_time", "wait_time", nullptr};
+Key takeDataCall(Util& util, const ProfileParams& asked) {
+    return util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, asked);
+}
+
+void completeEmergency(ProfileParams& asked) {
+    asked.setIsEmergencySupported(true);
+    asked.setApnTypesMask(toMask(ApnTypes::EMERGENCY));
+}
 
 const Step kSteps[] = {
-    {"attach",
-     {{ApnTypes::IA, ApnTypes::DEFAULT}, true},
-     false,
-     true,
-     "attach",
-     kAttachWrites,
-     [](Util& util, const ProfileParams& asked) {
-         return util.findOrCreateProfileForLteAttach(asked);
-     },
-     nullptr},
-    {"default",
-     {{ApnTypes::DEFAULT}},
-     false,
-     false,
-     "yes",
-     nullptr,
-     [](Util& util, const ProfileParams& asked) {
-         return util.findOrCreateProfileForSetupDataCall(TechType::Tech3gpp, asked);
-     },
-     nullptr},
-    {"emergency",
-     {{ApnTypes::EMERGENCY}},
-     true,
-     true,
-     "yes",
-     nullptr,
-     [](Util& util, const ProfileParams& asked) {
-         return util.findOrCreateProfileForEmergencyDataCall(asked);
-     },
-     [](ProfileParams& asked) {
-         asked.setIsEmergencySupported(true);
-         asked.setApnTypesMask(toMask(ApnTypes::EMERGENCY));
-     }},
+    {.name = "attach",
+     .need = {{ApnTypes::IA, ApnTypes::DEFAULT}, true},
+     .persists = true,
+     .library = "attach",
+     .written = {"user", "password", "auth", "types", "max_conns", "max_conns_time", "wait_time"},
+     .run = std::mem_fn(&Util::findOrCreateProfileForLteAttach)},
+    {.name = "default", .need = {{ApnTypes::DEFAULT}}, .run = takeDataCall},
+    {.name = "emergency",
+     .need = {{ApnTypes::EMERGENCY}},
+     .isTakenWithoutEntry = true,
+     .persists = true,
+     .run = std::mem_fn(&Util::findOrCreateProfileForEmergencyDataCall),
+     .complete = completeEmergency},
 };
-
-bool isWritten(const Step& step, std::string_view setting) {
-    for (const char* const* one = step.written; one != nullptr && *one != nullptr; ++one) {
-        if (*one == setting) {
-            return true;
-        }
-    }
-    return false;
-}
 
 ModemTable readModem() {
     auto& modem = emulator::ModemEmulator::getInstance();
@@ -201,13 +178,17 @@ void Provisioner::checkProfile(const Step& step, const ProfileParams& asked, con
     if (before == nullptr && step.complete != nullptr) {
         step.complete(wanted);
     }
+    const auto isWritten = [&](const Setting& setting) {
+        return std::find(step.written.begin(), step.written.end(), setting.name) !=
+               step.written.end();
+    };
     for (const Setting& setting : allSettings()) {
         const Json value = setting.print(wanted);
         const Json found = setting.print(*read);
         const Json old = before ? setting.print(before->params) : Json();
-        if (!value.is_null() && (before == nullptr || isWritten(step, setting.name))) {
+        if (!value.is_null() && (before == nullptr || isWritten(setting))) {
             verifier.compare(kAsked, profile, setting, value, found);
-        } else if (before != nullptr && (step.written == nullptr || value.is_null() ||
+        } else if (before != nullptr && (step.written.empty() || value.is_null() ||
                                          !kivctl::areEqual(setting, value, found))) {
             // What was not asked for stays as it was.
             verifier.compare(kOthers, profile, setting, old, found);

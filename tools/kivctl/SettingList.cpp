@@ -107,45 +107,48 @@ Json printLibrary(const ProfileParams& params) {
 
 using P = ProfileParams;
 
-#define KIV_SETTING(Name, read, Value, show) \
-    parse<&P::set##Name, read, Value>, print<&P::has##Name, &P::get##Name, show>
+constexpr Traits kPlain{};
+constexpr Traits kText{.isText = true};
+constexpr Traits kSecret{.isSecret = true, .isText = true};
+constexpr Traits kTuning{.isTuning = true};
+constexpr Traits kInverted{.isInverted = true};
+constexpr Traits kInvertedTuning{.isInverted = true, .isTuning = true};
 
 constexpr char kIps[] = "IP, IPV6 or IPV4V6";
 constexpr char kYesNo[] = "true or false";
 constexpr char kCounts[] = "a number from 0 to 65535";
 constexpr char kCredentials[] = "at most 127 bytes";
 
+#define KIV_SETTING(Name, Value, read, show) \
+    parse<&P::set##Name, read, Value>, print<&P::has##Name, &P::get##Name, show>
+#define KIV_TEXT(Name, read) KIV_SETTING(Name, std::string, read, showText)
+#define KIV_WORD(Name, Value, words) KIV_SETTING(Name, Value, readWord<words>, showWord<words>)
+#define KIV_FLAG(Name) KIV_SETTING(Name, bool, readWord<kBoolWords>, showBool)
+#define KIV_COUNT(Name) KIV_SETTING(Name, int, readCount, showNumber)
+
 const Setting kSettings[] = {
-    {"apn", "apn", "at most 150 bytes", false, true, false, true,
-     KIV_SETTING(ApnName, readApnName, std::string, showText)},
-    {"types", "type", "an APN type", false, false, false, true, parseTypes,
+    {"apn", "apn", "at most 150 bytes", kText, KIV_TEXT(ApnName, readApnName)},
+    {"types", "type", "an APN type", kPlain, parseTypes,
      print<&P::hasApnTypesMask, &P::getApnTypesMask, showTypes>},
-    {"home", "protocol", kIps, false, false, false, true,
-     KIV_SETTING(HomeIPType, readWord<kIpWords>, IPType, showWord<kIpWords>)},
-    {"roaming", "roaming_protocol", kIps, false, false, false, true,
-     KIV_SETTING(RoamIPType, readWord<kIpWords>, IPType, showWord<kIpWords>)},
-    {"auth", "authtype", "a number from 0 to 3", false, false, false, true,
-     KIV_SETTING(AuthType, readWord<kAuthWords>, AuthType, showWord<kAuthWords>)},
-    {"user", "user", kCredentials, false, true, false, true,
-     KIV_SETTING(UserName, readText<kMostCredential>, std::string, showText)},
-    {"password", "password", kCredentials, true, true, false, true,
-     KIV_SETTING(Password, readText<kMostCredential>, std::string, showText)},
-    {"class", "", "a number from 1 to 4", false, false, false, true,
-     KIV_SETTING(ApnClass, readWord<kClassWords>, ApnClass, showNumber)},
-    {"clat", "skip_464xlat", kYesNo, false, false, true, false,
-     KIV_SETTING(IsClatEnabled, readWord<kBoolWords>, bool, showBool)},
-    {"emergency", "", kYesNo, false, false, false, true,
-     KIV_SETTING(IsEmergencySupported, readWord<kBoolWords>, bool, showBool)},
-    {"disabled", "carrier_enabled", kYesNo, false, false, true, true,
-     KIV_SETTING(IsApnDisabled, readWord<kBoolWords>, bool, showBool)},
-    {"max_conns", "max_conns", kCounts, false, false, false, false,
-     KIV_SETTING(MaxPdnsConnPerBlock, readCount, int, showNumber)},
-    {"max_conns_time", "max_conns_time", kCounts, false, false, false, false,
-     KIV_SETTING(MaxPdnConnTimer, readCount, int, showNumber)},
-    {"wait_time", "wait_time", kCounts, false, false, false, false,
-     KIV_SETTING(PdnReqWaitInterval, readCount, int, showNumber)},
-    {"library", "", "nothing", false, false, false, true, parseNothing, printLibrary},
+    {"home", "protocol", kIps, kPlain, KIV_WORD(HomeIPType, IPType, kIpWords)},
+    {"roaming", "roaming_protocol", kIps, kPlain, KIV_WORD(RoamIPType, IPType, kIpWords)},
+    {"auth", "authtype", "a number from 0 to 3", kPlain, KIV_WORD(AuthType, AuthType, kAuthWords)},
+    {"user", "user", kCredentials, kText, KIV_TEXT(UserName, readText<kMostCredential>)},
+    {"password", "password", kCredentials, kSecret, KIV_TEXT(Password, readText<kMostCredential>)},
+    {"class", "", "a number from 1 to 4", kPlain,
+     KIV_SETTING(ApnClass, ApnClass, readWord<kClassWords>, showNumber)},
+    {"clat", "skip_464xlat", kYesNo, kInvertedTuning, KIV_FLAG(IsClatEnabled)},
+    {"emergency", "", kYesNo, kPlain, KIV_FLAG(IsEmergencySupported)},
+    {"disabled", "carrier_enabled", kYesNo, kInverted, KIV_FLAG(IsApnDisabled)},
+    {"max_conns", "max_conns", kCounts, kTuning, KIV_COUNT(MaxPdnsConnPerBlock)},
+    {"max_conns_time", "max_conns_time", kCounts, kTuning, KIV_COUNT(MaxPdnConnTimer)},
+    {"wait_time", "wait_time", kCounts, kTuning, KIV_COUNT(PdnReqWaitInterval)},
+    {"library", "", "nothing", kPlain, parseNothing, printLibrary},
 };
+#undef KIV_COUNT
+#undef KIV_FLAG
+#undef KIV_WORD
+#undef KIV_TEXT
 #undef KIV_SETTING
 
 }  // namespace
@@ -154,14 +157,14 @@ std::span<const Setting> allSettings() { return kSettings; }
 
 std::string attributeValue(const Setting& setting, std::string_view text) {
     const std::string_view value = trimmed(text);
-    if (setting.isText) {
+    if (setting.traits.isText) {
         return std::string(text);
     }
     if (value == "-1") {
         return {};
     }
     // The first two words are yes and no: that at 1 is the opposite of 1.
-    const auto truth = setting.isInverted ? valueOf(kBoolWords, value) : std::nullopt;
+    const auto truth = setting.traits.isInverted ? valueOf(kBoolWords, value) : std::nullopt;
     return truth ? std::string(kBoolWords[*truth].first) : std::string(value);
 }
 

@@ -12,6 +12,14 @@ namespace kiv::kivctl {
 
 using Json = nlohmann::ordered_json;
 
+/// What is particular about a setting.
+struct Traits {
+    bool isSecret = false;
+    bool isText = false;      ///< any text is a value, "-1" included
+    bool isInverted = false;  ///< the attribute says the opposite
+    bool isTuning = false;    ///< without it an entry still says what it asks for
+};
+
 /// One setting of a profile: how it is named, read and shown. APN files, options and reports all
 /// go by this list.
 ///
@@ -20,10 +28,7 @@ struct Setting {
     const char* name;       ///< in reports
     const char* attribute;  ///< in APN files; empty if they don't have the setting
     const char* expected;   ///< what values it takes, for messages
-    bool isSecret = false;
-    bool isText = false;      ///< any text is a value, "-1" included
-    bool isInverted = false;  ///< the attribute says the opposite
-    bool isVital = true;      ///< who can't read the value can't say what an entry asks for
+    Traits traits;
     /// Stores the value, and returns what of it can't be read and is left away; empty for nothing.
     std::string_view (*parse)(std::string_view text, ProfileParams& params);
     /// Null if the setting is absent.

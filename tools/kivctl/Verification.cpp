@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <optional>
+#include <string_view>
 #include <tuple>
+#include <utility>
 
 #include "Files.h"
 #include "ModemEmulator.h"
@@ -13,22 +17,27 @@ namespace {
 
 constexpr char kPresent[] = "present";
 
-/// The cached profiles as the library's dump has them, without their tokens; the same for any two
-/// caches that hold the same.
-std::string cacheText() {
-    std::vector<std::string> lines = Manager::getInstance().dump();
-    const auto begin = std::find(lines.begin(), lines.end(), "Cache:");
-    const auto end = std::find(begin, lines.end(), "Pending:");
-    for (auto line = begin; line != end; ++line) {
-        const size_t sign = line->find(": ");
-        line->erase(0, sign == line->npos ? 0 : sign);
+void sort(Snapshot& snapshot) {
+    std::sort(snapshot.begin(), snapshot.end(), [](const Held& a, const Held& b) {
+        return std::tie(a.techType, a.id) < std::tie(b.techType, b.id);
+    });
+}
+
+/// The profile that a line of the library's dump is about; none if it can't be found.
+std::optional<Held> findHeld(const std::string& line) {
+    char name[8] = "";
+    int id = 0;
+    if (std::sscanf(line.c_str(), "TechType=%7[^,],ProfileId=%d,", name, &id) != 2) {
+        return std::nullopt;
     }
-    std::sort(begin, end);
-    std::string text;
-    for (auto line = begin; line != end; ++line) {
-        text += *line + "\n";
-    }
-    return text;
+    FilterProfileParams filter;
+    filter.setFilterByTechType(name == std::string_view("3GPP2") ? TechType::Tech3gpp2
+                                                                 : TechType::Tech3gpp);
+    filter.setFilterByProfileId(id);
+    const auto keys = Manager::getInstance().filter(filter);
+    auto params = keys.empty() ? std::nullopt : Manager::getInstance().getProfile(keys.front());
+    return params ? std::optional(Held{filter.getFilterByTechType(), id, std::move(*params)})
+                  : std::nullopt;
 }
 
 }  // namespace
@@ -40,22 +49,35 @@ Snapshot readLibrary(Manager& manager) {
             snapshot.push_back({key->getTechType(), key->getProfileId(), std::move(*params)});
         }
     }
-    std::sort(snapshot.begin(), snapshot.end(), [](const Held& a, const Held& b) {
-        return std::tie(a.techType, a.id) < std::tie(b.techType, b.id);
-    });
+    sort(snapshot);
     return snapshot;
 }
 
-const Snapshot& CacheReader::read() {
-    constexpr size_t kMost = 100;
+Snapshot CacheReader::read() {
+    constexpr size_t kMost = 1000;
     if (known.size() > kMost) {
         known.clear();
     }
-    const auto [place, isNew] = known.try_emplace(cacheText());
-    if (isNew) {
-        place->second = readLibrary();
+    Snapshot snapshot;
+    const std::vector<std::string> lines = Manager::getInstance().dump();
+    const auto end = std::find(lines.begin(), lines.end(), "Pending:");
+    for (auto line = lines.begin(); line != end; ++line) {
+        const size_t sign = line->find(": ");  // behind the token
+        if (sign == line->npos) {
+            continue;
+        }
+        auto place = known.find(line->substr(sign + 2));
+        if (place == known.end()) {
+            std::optional<Held> held = findHeld(line->substr(sign + 2));
+            if (!held) {
+                return readLibrary();
+            }
+            place = known.emplace(line->substr(sign + 2), std::move(*held)).first;
+        }
+        snapshot.push_back(place->second);
     }
-    return place->second;
+    sort(snapshot);
+    return snapshot;
 }
 
 Snapshot readAnew(int bindValue) {
@@ -113,7 +135,8 @@ void Verifier::compare(const char* check, const Snapshot& expected, const Snapsh
 void Verifier::compare(const char* check, const std::string& profile, const Setting& setting,
                        const Json& expected, const Json& held) {
     if (!areEqual(setting, expected, held)) {
-        found.push_back({step, check, profile, setting.name, expected, held, setting.isSecret});
+        found.push_back(
+            {step, check, profile, setting.name, expected, held, setting.traits.isSecret});
     }
 }
 

@@ -26,14 +26,14 @@ using Snapshot = std::vector<Held>;
 
 Snapshot readLibrary(Manager& manager = Manager::getInstance());
 
-/// Reads the library's cache, but only where the text of it is not that of a reading before: many
-/// operators end as others do. Reading each profile takes its time; the text is there at once.
+/// Reads the library's cache without a wait for each profile: the cache's text is there at once,
+/// and only a profile whose line has not been seen before is asked for.
 class CacheReader {
 public:
-    const Snapshot& read();
+    Snapshot read();
 
 private:
-    std::unordered_map<std::string, Snapshot> known;
+    std::unordered_map<std::string, Held> known;  ///< by line
 };
 
 /// What a second reader of the modem reads, whose cache is not the library's. For a moment when
