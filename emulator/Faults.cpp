@@ -113,6 +113,9 @@ Fault FaultList::strike(unsigned messageId) {
         if (!isMeant || !strikes(*one)) {
             ++one;
         } else {
+            if (fault.struck) {
+                ++*fault.struck;
+            }
             combine(whole, fault);
             one = isRepeated(fault) ? std::next(one) : armed.erase(one);
         }

@@ -248,6 +248,11 @@ bool ModemEmulator::startJournal(const std::string& path, bool showSecrets) {
     return modem.journal.open(path, showSecrets);
 }
 
+void ModemEmulator::markJournal(const std::string& what) {
+    std::lock_guard lock(modem.mutex);
+    modem.journal.addEvent(kProgram, 0, what);
+}
+
 bool ModemEmulator::finishJournal() {
     std::lock_guard lock(modem.mutex);
     return modem.journal.close();

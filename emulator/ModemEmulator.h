@@ -186,6 +186,9 @@ public:
     /// with errno, if the file can't be written.
     bool startJournal(const std::string& path, bool showSecrets = false);
 
+    /// Puts a line of direction "program" into the journal, if there is one.
+    void markJournal(const std::string& what);
+
     /// Ends the journal. False if not all of it could be written.
     bool finishJournal();
 

@@ -1,9 +1,11 @@
 #ifndef EMULATOR_SCENARIO_H
 #define EMULATOR_SCENARIO_H
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -100,6 +102,7 @@ struct Fault {
     IndicationFault indications = IndicationFault::None;
     IndicationOrder order = IndicationOrder::Default;
     std::vector<Consequence> consequences{};
+    std::shared_ptr<std::atomic<unsigned>> struck{};  ///< counts the requests that it strikes
 };
 
 /// Something that happens at a time, counted from when the scenario was begun.

@@ -17,10 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     static std::FILE* const none = std::fopen("/dev/null", "w");
     Output output(none, none);
-    int status = -1;
-    const auto line =
-        parseCommandLine(static_cast<int>(arguments.size()), arguments.data(), output, status);
-    kiv::fuzz::require(line.has_value() == (status == -1));
-    kiv::fuzz::require(!line || line->options.bindValue >= 0);
+    try {
+        const auto read =
+            parseCommandLine(static_cast<int>(arguments.size()), arguments.data(), output);
+        kiv::fuzz::require(!read || read->options->session.bindValue >= 0);
+    } catch (const Failure& failure) {
+        kiv::fuzz::require(failure.status == kUsage);
+    }
     return 0;
 }

@@ -1,15 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "CommandLine.h"
-#include "Commands.h"
 #include "ModemEmulator.h"
+#include "Provisioning.h"
 
 namespace kiv::kivctl {
 namespace {
@@ -17,7 +17,6 @@ namespace {
 using emulator::Fault;
 using emulator::ModemEmulator;
 using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -54,32 +53,41 @@ Result run(std::vector<const char*> arguments, std::FILE* standardOutput = std::
     return {status, contentsOf(out.get()), contentsOf(err.get())};
 }
 
-Result provision(const char* file, const char* plmn, const char* more = "--format=tsv") {
-    return run({"provision", "--apns", dataFile(file).c_str(), "--plmn", plmn, more});
+Result provision(const char* file, const char* sim, const char* more = "--format=tsv") {
+    return run({"provision", "--apns", dataFile(file).c_str(), "--sim", sim, more});
 }
 
-TEST(KivctlTest, provisionTellsWhatEachStepTook) {
+TEST(KivctlTest, provisionTellsWhatEachStepTookAndWhy) {
     const Result full = provision("carriers.xml", "00101");
     EXPECT_EQ(full.status, kOk) << full.err << full.out;
     EXPECT_EQ(full.err, "");
     for (const char* line : {
-             "step\tattach\texisting, changed\t3GPP 2\tims\t7",
-             "step\temergency\tcreated\t3GPP 4\tsos\t10",
-             "step\ttypes\texisting, changed\t3GPP 3\t-\t-",
-             "summary\tAPNs\t4\nsummary\tprofiles made\t2",
-             "after\t3GPP 3\tno\tkiv_profile\tIPV4V6\tIP\tIPV6\tIPV6\tinternet.example\t"
-             "default,mms,supl\tIP\tIPV6\tPAP/CHAP\tme\t***\t-\tyes\t-\t-\t20\t300\t5\tyes",
+             "step\t00101\tFull attach\tattach\texisting, changed\t3GPP 2\tims\t7\t"
+             "first of type ia, by PLMN 00101",
+             "step\t00101\tFull\tdefault\tcreated\t3GPP 3\tInternet.Example\t4\t"
+             "first of type default, by PLMN 00101",
+             "step\t00101\tFull SOS\temergency\tcreated\t3GPP 4\tsos\t10\t"
+             "first of type emergency, by PLMN 00101",
+             "step\t00101\t-\ttypes\texisting, changed\t3GPP 3\t-\t-\ttypes of 4 entries",
+             "total\t1\t4\t2\t0",
          }) {
         EXPECT_THAT(full.out, HasSubstr("\n" + std::string(line) + "\n"));
     }
+    EXPECT_THAT(full.out, AllOf(HasSubstr("\nafter\t3GPP 3\tno\t"), HasSubstr("\t***\t")));
     EXPECT_THAT(provision("carriers.xml", "001002").out,
-                HasSubstr("\nstep\tattach\tskipped: no entry of type ia or default\t"));
-    EXPECT_EQ(run({"provision", "--apns", dataFile("carriers.xml").c_str(), "--all"}).out,
-              "operators: 4, APNs: 7, profiles made: 6, mismatches: 0\n");
+                HasSubstr("\nstep\t001002\t-\tattach\tskipped\t-\t-\t-\t"
+                          "none of type ia; none of type default\n"));
+    const Result all = run({"provision", "--apns", dataFile("carriers.xml").c_str(), "--all",
+                            "--format=json", "--fields=operator,result,operators,mismatches"});
+    EXPECT_THAT(all.out, StartsWith(R"({"schema":1,"report":"step","operator":"00101",)"
+                                    R"("result":"existing, changed"})"
+                                    "\n"));
+    EXPECT_THAT(all.out,
+                HasSubstr(R"({"schema":1,"report":"total","operators":3,"mismatches":0})"));
 }
 
 TEST(KivctlTest, passwordsAreHiddenUnlessAskedFor) {
-    for (const char* format : {"--format=tsv", "--format=table"}) {
+    for (const char* format : {"--format=tsv", "--format=table", "--format=json"}) {
         const Result hidden = provision("carriers.xml", "00101", format);
         EXPECT_THAT(hidden.out, AllOf(HasSubstr("***"), Not(HasSubstr("s3cret"))));
     }
@@ -87,53 +95,80 @@ TEST(KivctlTest, passwordsAreHiddenUnlessAskedFor) {
                 AllOf(HasSubstr("s3cret"), Not(HasSubstr("***"))));
 }
 
-TEST(KivctlTest, statusTellsWhatWentWrong) {
+TEST(KivctlTest, statusAndMessageTellWhatWentWrong) {
     const std::string good = dataFile("carriers.xml");
+    const std::string flawed = dataFile("flawed.xml");
+    const char* const apns = good.c_str();
     const struct {
-        const char* file;
-        const char* plmn;
+        std::vector<const char*> arguments;
         int status;
         std::string message;
     } cases[] = {
-        {"flawed.xml", "00101", kUnreadableEntries, ":3: unknown APN type 'gold'"},
-        {"carriers.xml", "26201", kFailed, ": no readable entry of operator 26201"},
-        {"none.xml", "26201", kCannotRead, ": No such file or directory"},
+        {{"provision", "--apns", flawed.c_str(), "--plmn", "00101"},
+         kUnreadableEntries,
+         flawed + ":3: type: 'gold' is not an APN type; entry left out"},
+        {{"provision", "--apns", apns, "--plmn", "26201"},
+         kFailed,
+         good + ": no entry serves SIM 26201"},
+        {{"provision", "--apns", flawed.c_str(), "--plmn", "00103"},
+         kFailed,
+         flawed + ": no entry serves SIM 00103; try --sim '00103,gid=a'"},
+        {{"provision", "--apns", "/none.xml", "--all"},
+         kCannotRead,
+         "/none.xml: No such file or directory"},
+        {{"list", "--log", "/nonexistent/log"},
+         kCannotWrite,
+         "/nonexistent/log: No such file or directory"},
+        {{"provision", "--apns", apns, "--plmn", "26x01"},
+         kUsage,
+         "--plmn: not 5 or 6 digits (MCC and MNC); see kivctl provision --help"},
+        {{"provision", "--apns", apns, "--plmn", "26201", "--all"},
+         kUsage,
+         "--plmn excludes --all; see kivctl provision --help"},
+        {{"provision", "--apns", apns},
+         kUsage,
+         "provision: whom to serve? give --plmn, --sim or --all"},
+        {{"provision", "--apns", apns, "--jornal", "x"},
+         kUsage,
+         "no option '--jornal'; did you mean --journal?"},
+        {{"lst"}, kUsage, "no command 'lst'; did you mean list?"},
+        {{"zebra"}, kUsage, "no command 'zebra'; see kivctl --help"},
+        {{}, kUsage, "no command given; see kivctl --help"},
+        {{"list", "--fields", "profile,aPn"},
+         kUsage,
+         "--fields: no field 'aPn'; did you mean apn?"},
+        {{"provision", "--apns", apns, "--all", "--journal", apns},
+         kUsage,
+         "--apns and --journal name the same file, '" + good.substr(0, 40)},
+        {{"provision", "--apns", apns, "--all", "--journal", "/x/y", "--log", "/x/../x/y"},
+         kUsage,
+         "--journal and --log name the same file, '/x/../x/y'"},
     };
     for (const auto& one : cases) {
-        const Result result = provision(one.file, one.plmn);
-        EXPECT_EQ(result.status, one.status);
-        EXPECT_EQ(result.err, "kivctl: " + dataFile(one.file) + one.message + "\n");
-    }
-    EXPECT_EQ(run({"list", "--log", "/nonexistent/log"}).status, kCannotWrite);
-    const std::vector<const char*> wrong[] = {
-        {"provision", "--apns", good.c_str(), "--plmn", "2620x"},
-        {"provision", "--apns", good.c_str(), "--plmn", "26201", "--all"},
-    };
-    for (const auto& arguments : wrong) {
-        const Result result = run(arguments);
-        EXPECT_EQ(result.status, kUsage) << testing::PrintToString(arguments);
-        EXPECT_EQ(result.out, "");
-        EXPECT_THAT(result.err, StartsWith("kivctl: "));
+        const Result result = run(one.arguments);
+        EXPECT_EQ(result.status, one.status) << testing::PrintToString(one.arguments);
+        EXPECT_THAT(result.err, StartsWith("kivctl: " + one.message))
+            << testing::PrintToString(one.arguments);
     }
 }
 
-TEST(KivctlTest, stateLivesFromRunToRun) {
-    const std::string state = testing::TempDir() + std::to_string(getpid()) + "kivctl-state.json";
-    const std::string option = "--state=" + state;
-    const Result first = provision("carriers.xml", "00101", option.c_str());
-    EXPECT_EQ(first.status, kOk) << first.err << first.out;
-    const Result second = provision("carriers.xml", "00101", option.c_str());
-    EXPECT_EQ(second.status, kOk) << second.err << second.out;
-    EXPECT_THAT(second.out, HasSubstr("existing, unchanged")) << "the attach profile is as it was";
-    EXPECT_THAT(run({"list", "--format=tsv", option.c_str()}).out,
-                HasSubstr("\nprofile\t3GPP 2\tims\tia\tIPV4V6\t-\t-\tattach\t"));
-
-    std::filesystem::resize_file(state, 1);
-    const Result damaged = run({"list", option.c_str()});
-    EXPECT_EQ(damaged.status, kCannotRead);
-    EXPECT_THAT(damaged.err, StartsWith("kivctl: " + state + ":1:"));
-    std::filesystem::remove(state);
-    EXPECT_EQ(run({"list", "--state", "/nonexistent/state"}).status, kCannotWrite);
+TEST(KivctlTest, checkListsAllFlawsWithTheirPlaceAndCost) {
+    const Result result = run({"check", dataFile("flawed.xml").c_str(), "--format=tsv"});
+    EXPECT_EQ(result.status, kUnreadableEntries);
+    EXPECT_EQ(result.out,
+              "#flaw\tline\tcolumn\tseverity\toperator\tflaw\tremedy\n"
+              "flaw\t3\t5\terror\t00101\ttype: 'gold' is not an APN type\tentry left out\n"
+              "flaw\t4\t5\twarning\t00101\tthe same as the entry of line 2\tthe first one serves\n"
+              "flaw\t5\t5\tnote\t00102\tcarrier_enabled is false\tnever serves\n"
+              "flaw\t6\t5\twarning\t00103,gid=a\ttype: 'gold' is not an APN type\t"
+              "what is unknown is dropped, the rest is kept\n"
+              "flaw\t6\t5\tnote\t00103,gid=a\tno apn\tthe network chooses\n"
+              "flaw\t5\t5\twarning\t00102\tthe operator has no entry for data\t"
+              "the step is skipped\n"
+              "flaw\t5\t5\twarning\t00102\tthe operator has no entry for attach\t"
+              "the step is skipped\n"
+              "#total\toperators\tentries\terrors\twarnings\tnotes\n"
+              "total\t3\t5\t1\t4\t2\n");
 }
 
 TEST(KivctlTest, outputErrorsAreTold) {
@@ -144,19 +179,21 @@ TEST(KivctlTest, outputErrorsAreTold) {
 
 /// The mismatches of one operator of carriers.xml on a modem with those faults.
 std::vector<std::string> mismatchesOf(const char* plmn, const std::vector<Fault>& faults) {
-    Session session(0);
-    session.resetModem();
+    Session session(SessionOptions{});
+    session.open();
     for (const Fault& fault : faults) {
         ModemEmulator::getInstance().addFault(fault);
     }
-    session.powerOn();
     const ApnFile file = readApnFile(dataFile("carriers.xml"));
-    const auto mismatches = Provisioner(session, *file.find(plmn)).run().mismatches;
-    EXPECT_THAT(mismatchText(mismatches, {}), Not(HasSubstr("s3cret")));
+    const Sim sim = parseSim(plmn);
+    const auto candidates = candidatesFor(file, sim);
+    Output output(stderr, stderr);
+    CacheReader cache;
+    Provisioner provisioner(session, sim, candidates, 0, cache, output);
     std::vector<std::string> texts;
-    for (const Mismatch& one : mismatches) {
-        texts.push_back(one.step + " " + one.holder + " " + one.setting + " " + cell(one.asked) +
-                        " " + cell(one.held));
+    for (const Mismatch& one : provisioner.run(false).mismatches) {
+        texts.push_back(one.step + " " + one.check + " " + one.profile + " " + one.setting + " " +
+                        one.expected.dump() + " " + one.found.dump());
     }
     return texts;
 }
@@ -168,19 +205,26 @@ TEST(MismatchTest, faultOfTheModemIsNoticed) {
     secondNew.nth = 2;
     deletion.messageId = RAV_WDS_DELETE_PROFILE_REQ_V01;
     change.error = secondNew.error = deletion.error = WDS_ERR_INTERNAL_V01;
+    EXPECT_THAT(mismatchesOf("00101", {}), ElementsAre());
     EXPECT_THAT(mismatchesOf("00101", {change}),
-                ElementsAre("attach modem types ia ims", "attach modem user attach -",
-                            "attach modem password s3cret -", "attach library types ia ims",
-                            "attach library user attach -", "attach library password s3cret -"));
-    EXPECT_THAT(
-        mismatchesOf("00101", {secondNew, deletion}),
-        ElementsAre("emergency library profile a new profile -", "release modem profile - present",
-                    "release library profiles 3 4", "release library profile - present"));
+                ElementsAre(R"(attach asked 3GPP 2 types "ia" "ims")",
+                            R"(attach asked 3GPP 2 user "attach" null)",
+                            R"(attach asked 3GPP 2 password "s3cret" null)"));
+    EXPECT_THAT(mismatchesOf("00101", {secondNew, deletion}),
+                ElementsAre(R"(emergency asked  profile "a profile" null)",
+                            R"(release others 3GPP 3 profile null "present")"));
 
+    // The modem changes what it holds behind the back of the library.
     emulator::Action disable{.kind = emulator::Action::Kind::ModifyProfile, .index = 3};
     disable.settings.apn_disabled_valid = disable.settings.apn_disabled = 1;
     disabling.consequences = {{emulator::Moment::BeforeReply, disable}};
-    EXPECT_THAT(mismatchesOf("00101", {disabling}), Contains("default modem disabled - yes"));
+    disabling.indications = emulator::IndicationFault::Withheld;
+    EXPECT_THAT(mismatchesOf("00101", {disabling}),
+                testing::Contains(HasSubstr("3GPP 3 disabled")));
+    emulator::Action clat{.kind = emulator::Action::Kind::ModifyProfile, .index = 1};
+    clat.settings.clat_enabled_valid = clat.settings.clat_enabled = 1;
+    disabling.consequences = {{emulator::Moment::BeforeReply, clat}};
+    EXPECT_THAT(mismatchesOf("00103", {disabling}), testing::Contains(HasSubstr("3GPP 1 clat")));
 }
 
 }  // namespace

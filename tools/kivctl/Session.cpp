@@ -1,21 +1,24 @@
 #include "Session.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <string>
-#include <thread>
 #include <utility>
 
+#include "Failure.h"
 #include "Manager.h"
-#include "Output.h"
+#include "Text.h"
 
 namespace kiv::kivctl {
 
 using emulator::ModemEmulator;
+using std::chrono::milliseconds;
 
 namespace {
 
 /// What passes between two steps: time enough for a modem that comes back soon.
-constexpr std::chrono::milliseconds kPause{1000};
+constexpr milliseconds kPause{1000};
 
 ModemEmulator& modem() { return ModemEmulator::getInstance(); }
 
@@ -30,94 +33,136 @@ void passThroughLibrary() {
 
 }  // namespace
 
-Session::~Session() { watchCalls(nullptr); }
-
-void Session::usePlay(emulator::Scenario chosen) {
-    if (!modem().useVirtualClock(true)) {
-        throw std::logic_error("the modem runs already");
+Session::Session(SessionOptions chosen) : options(std::move(chosen)) {
+    if (options.scenario) {
+        for (emulator::Fault& fault : options.scenario->faults) {
+            fault.struck = struck.emplace_back(std::make_shared<std::atomic<unsigned>>(0));
+        }
     }
-    scenario = std::move(chosen);
-    watchCalls(&beforeCall);
 }
 
-void Session::rest() {
-    modem().waitForDeliveries(patience);
-    if (!isLibraryStarted || callbacksAtRest == modem().callbacksSoFar()) {
+Session::~Session() { modem().finishJournal(); }
+
+void Session::open() {
+    if (modem().isRunning() && isLibraryStarted) {
         return;
     }
-    // On another thread, since the log holds a lock of its own while it tells of a call.
-    std::thread([this] {
-        while (callbacksAtRest != modem().callbacksSoFar()) {
-            callbacksAtRest = modem().callbacksSoFar();
-            passThroughLibrary();
-            modem().waitForDeliveries(patience);
-        }
-    }).join();
+    if (options.replacesState && !options.stateFile.empty()) {
+        const std::string target = targetOf(options.stateFile);
+        lock.emplace(target);
+        protectSecrets(target);
+    }
+    // What another session left in this process.
+    deliver();
+    modem().stop();
+    deliver();
+    if (options.scenario && !modem().useVirtualClock(true)) {
+        throw std::logic_error("the modem runs already");
+    }
+    protectSecrets(options.journalFile);
+    if (!options.journalFile.empty() &&
+        !modem().startJournal(options.journalFile, options.showSecrets)) {
+        throw Failure(kCannotWrite, options.journalFile + ": " + std::strerror(errno));
+    }
+    modem().factoryReset();
+    fill();
+    powerOn();
 }
 
-void Session::resetModem(const std::string& stateFile) {
+void Session::renew() {
     // Echoes that were not delivered would be taken for echoes of the next modem's changes.
     settle();
+    if (!options.scenario) {
+        modem().factoryReset();
+        modem().installFactoryProfiles();
+        Manager::getInstance().refresh(PDCRefreshStatus::Complete);
+        return;
+    }
     modem().stop();
     settle();
     modem().factoryReset();
+    modem().installFactoryProfiles();
+    powerOn();
+}
+
+void Session::fill() {
+    const std::string file = options.stateFile.empty() ? "" : targetOf(options.stateFile);
     std::error_code ignored;
-    if (stateFile.empty() || std::filesystem::symlink_status(stateFile, ignored).type() ==
-                                 std::filesystem::file_type::not_found) {
+    if (file.empty() ||
+        std::filesystem::status(file, ignored).type() == std::filesystem::file_type::not_found) {
         modem().installFactoryProfiles();
         return;
     }
     std::string error;
-    if (!modem().loadState(stateFile, error)) {
-        throw StateUnreadable(error);
-    }
-}
-
-void Session::saveModem(const std::string& stateFile) const {
-    std::string error;
-    if (!stateFile.empty() && !modem().saveState(stateFile, error)) {
-        throw OutputError(error);
+    if (!modem().loadState(file, error)) {
+        throw Failure(kCannotRead, withoutContent(error));
     }
 }
 
 void Session::powerOn() {
     Manager& manager = Manager::getInstance();
-    if (scenario) {
-        modem().play(*scenario);
+    if (scenario()) {
+        modem().play(*scenario());
     }
     modem().start();
     if (!isLibraryStarted) {
-        manager.init(bindValue, true);
+        manager.init(options.bindValue, true);
         isLibraryStarted = true;
     }
-    if (!waitForLibrary()) {
-        throw ModemUnreachable("the library has not registered with the modem within " +
-                               std::to_string(patience.count()) + " ms");
+    const auto isRegistered = [](milliseconds span) {
+        return modem().waitForRegisteredClient(span);
+    };
+    if (scenario()) {
+        letTimePass(options.patience, [&] { return isRegistered(milliseconds(0)); });
+    }
+    if (scenario() ? !isRegistered(milliseconds(0)) : !waitFor(isRegistered)) {
+        throw Failure(kModemUnreachable, "the library has not registered with the modem within " +
+                                             std::to_string(options.patience.count()) + " ms");
     }
     manager.refresh(PDCRefreshStatus::Complete);
 }
 
-bool Session::waitForLibrary() const {
-    if (!scenario) {
-        return modem().waitForRegisteredClient(patience);
+void Session::save() {
+    std::string error;
+    if (options.replacesState && !options.stateFile.empty() &&
+        !modem().saveState(targetOf(options.stateFile), error)) {
+        throw Failure(kCannotWrite, error);
     }
-    const auto isReady = [] {
-        return modem().waitForRegisteredClient(std::chrono::milliseconds(0));
-    };
-    letTimePass(patience, isReady);
-    return isReady();
 }
 
-void Session::settle() const {
-    if (scenario) {
+void Session::pause() {
+    if (scenario()) {
+        settle();
+    }
+}
+
+void Session::settle() {
+    if (scenario()) {
         letTimePass(kPause, [] { return false; });
     } else {
         deliver();
     }
 }
 
-void Session::letTimePass(std::chrono::milliseconds span,
-                          const std::function<bool()>& isEnough) const {
+void Session::finish() {
+    settle();
+    if (!modem().finishJournal()) {
+        throw Failure(kCannotWrite,
+                      options.journalFile + ": not all of the journal could be written");
+    }
+}
+
+void Session::mark(const std::string& text) { modem().markJournal(text); }
+
+std::vector<unsigned> Session::strikes() const {
+    std::vector<unsigned> counts;
+    for (const auto& count : struck) {
+        counts.push_back(*count);
+    }
+    return counts;
+}
+
+void Session::letTimePass(milliseconds span, const std::function<bool()>& isEnough) {
     deliver();
     const auto end = modem().now() + span;
     while (modem().now() < end && !isEnough()) {
@@ -126,18 +171,30 @@ void Session::letTimePass(std::chrono::milliseconds span,
     }
 }
 
-void Session::deliver() const {
+void Session::deliver() {
     // What the library does about it may lead to more, but not for ever: it starts nothing itself.
     constexpr int kRounds = 4;
-    for (int round = 0; round < (scenario ? kRounds : 1); ++round) {
-        if (!modem().waitForDeliveries(patience)) {
-            throw ModemUnreachable("the modem has not delivered its indications within " +
-                                   std::to_string(patience.count()) + " ms");
+    for (int round = 0; round < (scenario() ? kRounds : 1); ++round) {
+        if (!waitFor([](milliseconds span) { return modem().waitForDeliveries(span); })) {
+            throw Failure(kModemUnreachable, "the modem has not delivered its indications within " +
+                                                 std::to_string(options.patience.count()) + " ms");
         }
-        if (scenario && isLibraryStarted) {
+        if (scenario() && isLibraryStarted) {
             passThroughLibrary();
         }
     }
+}
+
+/// Waits in short spans, so that a signal is heeded soon.
+bool Session::waitFor(const std::function<bool(milliseconds)>& wait) {
+    constexpr milliseconds kSpan{100};
+    for (milliseconds left = options.patience; left.count() > 0; left -= kSpan) {
+        endIfInterrupted();
+        if (wait(std::min(left, kSpan))) {
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace kiv::kivctl

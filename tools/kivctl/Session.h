@@ -1,73 +1,82 @@
 #ifndef TOOLS_KIVCTL_SESSION_H
 #define TOOLS_KIVCTL_SESSION_H
 
+#include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "Files.h"
 #include "ModemEmulator.h"
 
 namespace kiv::kivctl {
 
-/// The modem, or the library's way to it, did not get ready in time.
-struct ModemUnreachable : std::runtime_error {
-    using std::runtime_error::runtime_error;
+/// What a session is to run on.
+struct SessionOptions {
+    int bindValue = 0;
+    std::string stateFile;       ///< the modem's profiles; empty, or of no file, for a factory's
+    bool replacesState = false;  ///< by what the modem holds in the end
+    std::optional<emulator::Scenario> scenario;
+    std::string journalFile;  ///< empty for none
+    bool showSecrets = false;
+    std::chrono::milliseconds patience = std::chrono::seconds(5);
 };
 
-/// The file with the modem's state can't be read.
-struct StateUnreadable : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-/// The emulated modem and the library on it. The library is started with the first modem and then
-/// lives through the modem's restarts, as on a phone.
+/// The emulated modem and the library on it, which commands share. The library is started with the
+/// modem, and lives as long as the process, as on a phone.
 ///
-/// With a scenario the modem runs on the virtual clock, and some time passes between any two steps.
-/// Each modem plays the scenario anew. Before each call of the library, those that its policies
-/// make included, the library comes to rest, so that each run goes the same way.
+/// With a scenario the modem runs on the virtual clock. Each fresh modem plays the scenario anew.
+///
+/// Threads: one, which uses the library too. Blocking: as the library, and as the modem's
+/// deliveries; a signal ends the waiting. Failures are thrown as Failure.
 class Session {
 public:
-    explicit Session(int bindValue, std::chrono::milliseconds patience = std::chrono::seconds(5))
-        : bindValue(bindValue), patience(patience) {}
+    explicit Session(SessionOptions chosen);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Plays a scenario from the next modem on. Before the first modem; the thread that calls this
-    /// is the one that uses the library and the session.
-    void usePlay(emulator::Scenario chosen);
+    /// Powers the modem on and has the library read its profiles, if that has not been done. A
+    /// state that is to be replaced belongs to this session from here on.
+    void open();
 
-    /// Powers the modem off and brings it back to its factory state, or to the one that the file
-    /// holds; no name, or one that no file has, is the factory state. No key may be held. Throws
-    /// ModemUnreachable and StateUnreadable.
-    void resetModem(const std::string& stateFile = {});
+    /// Puts a modem in its factory state in place of the one before, for the library to read. No
+    /// key may be held.
+    void renew();
 
-    /// Writes the modem's state into the file, unless the name is empty. Throws OutputError.
-    void saveModem(const std::string& stateFile) const;
+    /// Writes the modem's state into the file, if it is to be replaced.
+    void save();
 
-    /// Powers the modem on, and has the library find it and read its profiles. Throws
-    /// ModemUnreachable.
-    void powerOn();
+    /// Ends a step: with a scenario a second passes, and the library handles what happens in it.
+    void pause();
 
-    /// Blocks until the modem has told its clients of all changes so far, and with a scenario until
-    /// the library has handled them. Throws ModemUnreachable.
-    void settle() const;
+    /// Ends the journal.
+    void finish();
+
+    /// Puts a line into the journal.
+    void mark(const std::string& text);
+
+    bool hasScenario() const { return scenario().has_value(); }
+    /// How often each fault of the scenario struck, in its order.
+    std::vector<unsigned> strikes() const;
 
 private:
-    void deliver() const;
-    /// Blocks until the library has handled what the modem told it so far; no time passes.
-    void rest();
-    void letTimePass(std::chrono::milliseconds span, const std::function<bool()>& isEnough) const;
-    bool waitForLibrary() const;
+    /// Blocks until the modem has told its clients of all changes so far, and pauses.
+    void settle();
+    const std::optional<emulator::Scenario>& scenario() const { return options.scenario; }
+    void fill();
+    void powerOn();
+    void deliver();
+    void letTimePass(std::chrono::milliseconds span, const std::function<bool()>& isEnough);
+    bool waitFor(const std::function<bool(std::chrono::milliseconds)>& wait);
 
-    const int bindValue;
-    const std::chrono::milliseconds patience;
-    std::optional<emulator::Scenario> scenario;
+    SessionOptions options;
+    std::vector<std::shared_ptr<std::atomic<unsigned>>> struck;
+    std::optional<FileLock> lock;
     bool isLibraryStarted = false;
-    uint64_t callbacksAtRest = 0;
-    const std::function<void()> beforeCall = [this] { rest(); };
 };
 
 }  // namespace kiv::kivctl

@@ -2,51 +2,84 @@
 #define TOOLS_KIVCTL_VERIFICATION_H
 
 #include <memory>
-#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
-#include "HeldProfile.h"
 #include "IProfileKey.h"
+#include "Manager.h"
+#include "SettingList.h"
 
 namespace kiv::kivctl {
 
-/// Something that is not as it was asked for.
+/// A profile as the library reports it.
+struct Held {
+    TechType techType;
+    int id;
+    ProfileParams params;
+
+    bool isSame(const Held& other) const { return techType == other.techType && id == other.id; }
+};
+
+/// All profiles that the library reports, by technology and id.
+using Snapshot = std::vector<Held>;
+
+Snapshot readLibrary(Manager& manager = Manager::getInstance());
+
+/// Reads the library's cache without a wait for each profile: the cache's text is there at once,
+/// and only a profile whose line has not been seen before is asked for.
+class CacheReader {
+public:
+    Snapshot read();
+
+private:
+    std::unordered_map<std::string, Held> known;  ///< by line
+};
+
+/// What a second reader of the modem reads, whose cache is not the library's. For a moment when
+/// keys must live on: a refresh would take their profiles from them.
+Snapshot readAnew(int bindValue);
+
+/// Null if there is none.
+const Held* find(const Snapshot& snapshot, TechType techType, int id);
+
+/// "3GPP 5".
+std::string profileText(TechType techType, int id);
+
+/// Whether two values of a setting are equal. The library compares APN names without case.
+bool areEqual(const Setting& setting, const Json& a, const Json& b);
+
+/// Something that is not as it should be.
 struct Mismatch {
-    std::string plmn;
     std::string step;
-    std::string holder;   ///< who holds it otherwise: "modem" or "library"
-    std::string profile;  ///< as profileText; empty if it is about no one profile
+    std::string check;    ///< what was compared; see docs/kivctl.md
+    std::string profile;  ///< empty if it is about no one profile
     std::string setting;
-    std::optional<std::string> asked;
-    std::optional<std::string> held;
+    Json expected;
+    Json found;
     bool isSecret = false;
 };
 
-/// Collects the mismatches of one operator. What the modem holds is read from the emulator's
-/// tables, what the library holds through Manager.
+/// Collects the mismatches of one operator.
+///
+/// Threads: one. Blocking: never; it compares what others have read.
 class Verifier {
 public:
-    explicit Verifier(std::string plmn) : plmn(std::move(plmn)) {}
+    /// The step that is checked from now on.
+    void begin(const std::string& name) { step = name; }
 
-    /// The modem's whole table, profile by profile and setting by setting.
-    void checkModem(const std::string& step, const ModemTable& expected, const ModemTable& held);
-    /// What the library answers for one key.
-    void checkKey(const std::string& step, const ModemTable& expected,
-                  const std::shared_ptr<IProfileKey>& key);
-    /// All that the library answers.
-    void checkLibrary(const std::string& step, const ModemTable& expected);
-
-    void add(const std::string& step, const char* holder, const std::string& profile,
-             const Setting& asked, const std::optional<std::string>& held);
+    /// Setting by setting.
+    void compare(const char* check, const Snapshot& expected, const Snapshot& found);
+    /// One setting of a profile.
+    void compare(const char* check, const std::string& profile, const Setting& setting,
+                 const Json& expected, const Json& found);
+    void add(const char* check, const std::string& profile, const char* setting,
+             const Json& expected, const Json& found);
 
     const std::vector<Mismatch>& mismatches() const { return found; }
 
 private:
-    void compare(const std::string& step, const char* holder, const std::string& profile,
-                 const std::vector<Setting>& asked, const std::vector<Setting>& held);
-
-    std::string plmn;
+    std::string step;
     std::vector<Mismatch> found;
 };
 
