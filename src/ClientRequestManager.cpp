@@ -18,9 +18,8 @@ thread_local const ClientRequestManager* engineOfThisThread = nullptr;
 
 Status statusOf(bool success) { return success ? Status::Success : Status::Failure; }
 
-/// For as long as the request is there, which keeps the key: the result owns nothing.
 std::shared_ptr<ProfileKey> toProfileKey(const std::shared_ptr<IProfileKey>& key) {
-    return {std::shared_ptr<void>(), dynamic_cast<ProfileKey*>(key.get())};
+    return std::dynamic_pointer_cast<ProfileKey>(key);
 }
 
 }  // namespace
@@ -36,7 +35,6 @@ ClientRequestManager::ClientRequestManager(int bindValue)
     try {
         eventManager.addEventHandler(requestFd, handleClientRequest, this, nullptr, EPOLLIN);
     } catch (...) {
-        eventManager.stop();
         endWorker();
         throw;
     }
@@ -53,7 +51,7 @@ ClientRequestManager::~ClientRequestManager() {
 }
 
 void ClientRequestManager::endWorker() {
-    running.store(false);
+    eventManager.stop();
     eventManager.wake();
     workerThread.join();
     // What another engine's thread has put off since the worker last looked.
@@ -64,9 +62,8 @@ void ClientRequestManager::runKivThread() {
     const NoWaitScope noWait;
     engineOfThisThread = this;
     KIV_LOG(EVENT, "KIV thread started");
-    running.store(true);
-    // The destructor may have cleared the flag before this thread set it.
-    while (running.load() && !eventManager.isStopped()) {
+    // The destructor may have stopped the loop before this thread came so far.
+    while (!eventManager.isStopped()) {
         eventManager.processEvents();
     }
 }
@@ -76,6 +73,8 @@ RequestFunction ClientRequestManager::makeRequestFunction() const {
         return gate->process(request);
     };
 }
+
+const ClientRequestManager* ClientRequestManager::ofThisThread() { return engineOfThisThread; }
 
 // Client threads.
 
@@ -100,7 +99,7 @@ void ClientRequestManager::deferRelease(const std::shared_ptr<ClientRequest>& re
         KIV_LOG(INFO, "Handling %s", release->dump().c_str());
         dispatch(*release);
     });
-    if (engineOfThisThread != this) {
+    if (ofThisThread() != this) {
         // The worker finds no request, and then the release.
         signalEventFd(requestFd);
     }

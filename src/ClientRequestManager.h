@@ -1,7 +1,6 @@
 #ifndef KIVR_SRC_CLIENTREQUESTMANAGER_H
 #define KIVR_SRC_CLIENTREQUESTMANAGER_H
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -33,8 +32,6 @@ public:
     /// Throws std::system_error if the worker thread can't be started, and std::bad_alloc.
     explicit ClientRequestManager(int bindValue);
     ~ClientRequestManager();
-    ClientRequestManager(const ClientRequestManager&) = delete;
-    ClientRequestManager& operator=(const ClientRequestManager&) = delete;
 
     /// Empty if the request could not be signalled, was refused, or the engine ends. Of no
     /// request's class if there was no memory to carry it out, wholly or in part.
@@ -46,6 +43,9 @@ public:
 
     /// The same as processClientRequest for callers that may outlive the engine.
     const std::shared_ptr<RequestGate>& getGate() const { return gate.get(); }
+
+    /// The engine whose worker thread this is; null for all other threads.
+    static const ClientRequestManager* ofThisThread();
 
     /// The cache's dump. Any thread; does not wait for the worker.
     std::vector<std::string> dump() { return profileCache.dump(); }
@@ -82,7 +82,6 @@ private:
 
     // Self-synchronised.
     Mailbox mailbox;
-    std::atomic<bool> running{false};
 
     // Constant once constructed.
     std::thread workerThread;

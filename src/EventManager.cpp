@@ -213,7 +213,7 @@ void EventManager::processEvent(int fd, uint32_t flags) {
         // Meant: a hang-up counts alone, even if there is something to read.
         KIV_LOG(INFO, "file descriptor '%d' sent HUP.", fd);
         // An earlier callback of the same pass may have removed and closed fd. The number may be
-        // another owner's by now, and is then left alone.
+        // another owner's by now, and is left alone unless that owner registered it here.
         if (findHandler(fd)) {
             removeEventHandler(fd);
             close(fd);

@@ -7,8 +7,8 @@ namespace kiv {
 std::atomic<bool> forkedChild{false};
 
 void endLibraryInForkedChildren() {
-    static const int registered = pthread_atfork(nullptr, nullptr, [] { forkedChild.store(true); });
-    static_cast<void>(registered);
+    [[maybe_unused]] static const int registered =
+        pthread_atfork(nullptr, nullptr, [] { forkedChild.store(true); });
 }
 
 }  // namespace kiv

@@ -51,12 +51,13 @@ std::shared_ptr<ClientResponse> Mailbox::post(const ClientRequest& request) {
         waiting.append(turn);
         isFirst = waiting.first == &turn;
     }
+    bool takenBack = false;
     if (isFirst) {
         // Not under the lock, for which the worker would have to wait as soon as it wakes.
         signalFor(turn);
+        takenBack = !turn.isSignalled() && takeBack(turn);
     }
-    // Unsignalled, the request may have been served all the same by a worker that was awake.
-    if (turn.isSignalled() || !takeBack(turn)) {
+    if (!takenBack) {
         turn.over.wait();
     }
     if (!turn.isSignalled()) {
@@ -71,7 +72,7 @@ void Mailbox::signalFor(Turn& first) const {
     first.error = errno;
 }
 
-/// False if the turn is not the first any more, or in the worker's hand.
+/// False if a worker that was awake has served the request all the same, or is about to.
 bool Mailbox::takeBack(Turn& turn) {
     std::lock_guard lock(mutex);
     if (waiting.first != &turn || inHand == &turn) {

@@ -25,10 +25,6 @@ class ClientResponse;
 /// changes both, and runs script/model.
 class Mailbox {
 public:
-    Mailbox() = default;
-    Mailbox(const Mailbox&) = delete;
-    Mailbox& operator=(const Mailbox&) = delete;
-
     /// Before the first request. Returns the eventfd that becomes readable for each request, when
     /// the request is the first of those that wait. Aborts if the system grants none.
     int open();
@@ -36,7 +32,8 @@ public:
     /// Empty if the mailbox is closed, or if the eventfd can't be signalled, which is logged.
     std::shared_ptr<ClientResponse> post(const ClientRequest& request) KIV_EXCLUDES(mutex);
 
-    /// The request that came first, or null. The worker has it in hand until it calls finish.
+    /// The request that came first, or null. The worker has it in hand until it calls finish, and
+    /// takes no other one before.
     const ClientRequest* take() KIV_EXCLUDES(mutex);
     /// Lets the client of the request in hand return with the response. Without a response that
     /// client waits until the mailbox is closed.
@@ -68,7 +65,7 @@ private:
     std::mutex mutex;
     /// The eventfd has been signalled, or is about to be, for the first turn alone.
     Queue waiting KIV_GUARDED_BY(mutex);
-    /// Whose request the worker has. Stays the first one that waits.
+    /// The turn whose request the worker carries out. It stays the first that waits until finish.
     Turn* inHand KIV_GUARDED_BY(mutex) = nullptr;
     Queue unanswered KIV_GUARDED_BY(mutex);
     bool closed KIV_GUARDED_BY(mutex) = false;

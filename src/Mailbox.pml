@@ -66,7 +66,6 @@ byte failuresLeft = 2;
 
 /* ClientRequestManager. */
 bool alive[ENGINES];
-bool running[ENGINES];
 bool workerEnded[ENGINES];
 
 /* EventManager. The handler is looked up apart from epoll's registration. */
@@ -333,15 +332,22 @@ inline dropKeyWithoutWaiting(own) {
     fi;
     if
     :: dropped != NONE ->
-       enter(dropped, entered);
+       /* The worker of an engine needs no gate. */
        if
-       :: entered ->
+       :: dropped == own -> releaseEngine = own
+       :: else -> enter(dropped, entered)
+       fi;
+       if
+#ifndef FAULT_WORKER_SHUT_OUT
+       :: dropped == own -> atomic { assert(alive[own]); deferred[own]++ }
+#else
+       :: dropped == own && open[own] -> deferred[own]++
+       :: dropped == own && !open[own]
+#endif
+       :: dropped != own && entered ->
           atomic { assert(alive[dropped]); deferred[dropped]++; releaseEngine = dropped };
 #ifndef FAULT_RELEASE_WITHOUT_SIGNAL
-          if
-          :: dropped != own -> atomic { signalRequestFd(dropped) }
-          :: else
-          fi;
+          atomic { signalRequestFd(dropped) };
 #endif
           leave(dropped)
        :: else ->
@@ -420,12 +426,8 @@ inline finishItem(e) {
 proctype Worker(byte e) {
     bool mailboxIsReady, wakeIsReady, entered;
     byte dropped = NONE, turn;
-    running[e] = true;
     do
-    :: !running[e] -> break
-#ifndef FAULT_RUNNING_FLAG_ALONE
     :: stopped[e] -> break
-#endif
     :: else ->
 end_without_work:
        atomic {
@@ -496,8 +498,9 @@ inline destroy(e) {
 #endif
     watched[e] = false;
     handled[e] = false;
-    running[e] = false;
+#ifndef FAULT_STOPPED_IN_SILENCE
     wakeFd[e] = true;
+#endif
     workerEnded[e];  /* join */
 #ifndef FAULT_RELEASE_LEFT_BEHIND
     finishItem(e);

@@ -3,9 +3,9 @@
 
 namespace kiv {
 
-/// Marks its thread, while it lives, as one that must not wait for a worker thread: a worker
-/// thread itself, which might be waiting for its own kind, or a thread of the messaging library
-/// during a callback, for whose end a worker thread may be waiting.
+/// Marks its thread, while it lives, as one that must not wait for a worker thread: a worker thread
+/// itself, a thread that destroys an engine, since one of these could wait for another, or a thread
+/// of the messaging library during a callback, for whose end a worker thread may be waiting.
 class NoWaitScope {
 public:
     NoWaitScope() { ++depth; }

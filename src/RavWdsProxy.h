@@ -40,8 +40,8 @@ public:
 
     /// Replaces the receiver of indications.
     void registerProfileChangedInd(std::function<void(ProfileChangedInd)> cb);
-    /// Is called when an indication could not be kept, for want of memory, or some time after
-    /// readAgain, until the loss has been taken.
+    /// cb is called when there was no memory for an indication, or some time after readAgain, and
+    /// again until takeIndicationLost has been called.
     void registerIndicationLost(std::function<void()> cb);
 
     /// The requests. A failure is logged; false, empty or a short list then.
@@ -56,7 +56,7 @@ public:
     std::list<std::shared_ptr<ModemProfile>> getAllProfiles();
     /// Has everything read again after a while, as if the modem had told of a change.
     void readAgain();
-    /// Whether an indication was lost that nobody has made up for; whoever asks is to do so.
+    /// Whether an indication was lost since the last call. The caller then reads all profiles.
     bool takeIndicationLost() { return indicationLost.exchange(false); }
 
     /// One queued indication: allocated on the callback's thread, freed on the worker thread.

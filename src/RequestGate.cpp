@@ -10,6 +10,11 @@ std::shared_ptr<ClientResponse> RequestGate::process(
     if (isForkedChild()) {
         return nullptr;
     }
+    if (ClientRequestManager::ofThisThread() == &engine) {
+        // Also when the gate is closed: the engine joins its worker before it is destroyed, and a
+        // key that the item in hand drops is still released.
+        return engine.processClientRequest(request);
+    }
     std::shared_ptr<ClientResponse> response;
     if (enter()) {
         // Also if an exception leaves, for lack of memory: the destroying thread waits for it.

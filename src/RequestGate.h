@@ -22,18 +22,15 @@ class ClientResponse;
 /// Threads: any, and those of a forked child, which has no worker thread and gets the empty
 /// response at once.
 /// Ownership: shared by the engine and everyone who may post to it.
-/// Blocking: process waits for the worker thread, and while the engine is destroyed for the end of
-/// that: a listener whose key was dropped then is not called any more. waitUntilEmpty waits for
-/// everyone who is inside.
-/// Re-entrancy: no lock is held while the engine works.
+/// Blocking: process waits for the worker thread. While the engine is being destroyed, process
+/// waits until it is gone, so that no listener is called after its key was dropped. waitUntilEmpty
+/// waits for everyone who is inside. Re-entrancy: no lock is held while the engine works.
 class RequestGate {
 public:
     explicit RequestGate(ClientRequestManager& engine) : engine(engine) {}
-    RequestGate(const RequestGate&) = delete;
-    RequestGate& operator=(const RequestGate&) = delete;
 
-    /// The caller keeps the request: a key in it that is dropped with it waits for the end of an
-    /// engine that is being destroyed, which waits for this call to leave.
+    /// The caller drops the request only when this has returned: a key that is dropped with the
+    /// request may wait for the end of the engine, which waits for this call to leave.
     std::shared_ptr<ClientResponse> process(const std::shared_ptr<ClientRequest>& request)
         KIV_EXCLUDES(mutex);
 

@@ -9,8 +9,9 @@ namespace kiv {
 /// wakes no mutex to take, and unlike the standard library's it goes to sleep without spinning
 /// first, which on a phone costs power and keeps the thread that is to post from running.
 ///
-/// Threads: any. Ownership: must outlive the calls of post, which may still be under way when the
-/// wait has returned. Blocking: wait only. Re-entrancy: none to mind.
+/// Threads: any. Ownership: may be destroyed as soon as wait has returned, also while that post is
+/// still under way, since the C libraries do not touch the semaphore behind the count. Blocking:
+/// wait only. Re-entrancy: none to mind.
 class Semaphore {
 public:
     Semaphore() { sem_init(&semaphore, 0, 0); }

@@ -31,17 +31,16 @@ auto orNothing(Policy&& policy) -> decltype(policy()) {
 
 std::string dumpKey(const Key& key) { return key ? key->dump() : ""; }
 
+Key firstOf(const std::list<Key>& keys) { return keys.empty() ? nullptr : keys.front(); }
+
 /// Of several profiles that fit, the policies take the first. The event, if given, is logged if
-/// there is one.
+/// there is one, behind the release of the others.
 Key findFirst(Manager& manager, const FilterProfileParams& filter, const char* event = nullptr) {
-    const std::list<Key> keys = manager.filter(filter);
-    if (keys.empty()) {
-        return nullptr;
-    }
-    if (event != nullptr) {
+    Key first = firstOf(manager.filter(filter));
+    if (first && event != nullptr) {
         KIV_LOG(EVENT, "%s", event);
     }
-    return keys.front();
+    return first;
 }
 
 using Params = ProfileParams;

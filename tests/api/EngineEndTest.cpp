@@ -70,22 +70,29 @@ TEST_F(EngineEndTest, RequestInHandIsCarriedOut) {
     }
 }
 
-TEST_F(EngineEndTest, ReleasesThatWerePutOffAreCarriedOut) {
-    const auto trigger = add("trigger", true);
-    std::vector<std::shared_ptr<IProfileKey>> keys = {add("a"), add("b"), add("c")};
-    std::promise<void> heard;
-    log.clear();
-    trigger->registerExpirationListener([&] {
-        keys.clear();
-        heard.set_value();
-        // By then the engine's end has begun.
-        log.waitFor("EventManager::wake() EX");
-    });
-    modem().deleteProfile(WDS_PROFILE_TYPE_3GPP_V01, 1);
-    heard.get_future().wait();
-    manager.init(0, true);
-    EXPECT_THAT(table(), IsEmpty());
-    EXPECT_EQ(requestCount(RAV_WDS_DELETE_PROFILE_REQ_V01), 3U);
+TEST_F(EngineEndTest, ReleasesOfTheItemInHandAreCarriedOut) {
+    for (const bool droppedBefore : {true, false}) {
+        SCOPED_TRACE(droppedBefore ? "before the end began" : "after it began");
+        SetUp();
+        const auto trigger = add("trigger", true);
+        std::vector<std::shared_ptr<IProfileKey>> keys = {add("a"), add("b"), add("c")};
+        std::promise<void> heard;
+        log.clear();
+        trigger->registerExpirationListener([&] {
+            if (droppedBefore) {
+                keys.clear();
+            }
+            heard.set_value();
+            // By then the engine's end has begun.
+            log.waitFor("EventManager::wake() EX");
+            keys.clear();
+        });
+        modem().deleteProfile(WDS_PROFILE_TYPE_3GPP_V01, 1);
+        heard.get_future().wait();
+        manager.init(0, true);
+        EXPECT_THAT(table(), IsEmpty());
+        EXPECT_EQ(requestCount(RAV_WDS_DELETE_PROFILE_REQ_V01), 3U);
+    }
 }
 
 }  // namespace

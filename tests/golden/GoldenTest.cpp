@@ -346,6 +346,9 @@ TEST_F(GoldenTest, DataCalls) {
     STEP(emergency({"sos"}));
     STEP(emergency({"other"}));
     STEP(emergency({}));
+    STEP(k[3] = add({"more", V4, {}, {}, {}, {}, true}));
+    STEP(emergency({}));
+    STEP(emergency({"more"}));
 }
 
 TEST_F(GoldenTest, LteAttach) {

@@ -5,8 +5,13 @@
 #include <cstdlib>
 #include <future>
 #include <memory>
+#include <mutex>
+#include <regex>
+#include <set>
+#include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "Asleep.h"
 #include "ClientRequestManager.h"
@@ -40,6 +45,26 @@ size_t approvedDescriptors() {
 const FilterProfileParams kAny;
 std::atomic<bool> expired{false};
 
+/// The texts of the errors in the log, with N for each number.
+class Errors {
+public:
+    void note(int priority, std::string_view text) {
+        if (priority == ANDROID_LOG_ERROR) {
+            const OnBehalfOf test(false);
+            std::lock_guard lock(mutex);
+            texts.insert(std::regex_replace(std::string(text), std::regex("\\d+"), "N"));
+        }
+    }
+    std::set<std::string> take() {
+        std::lock_guard lock(mutex);
+        return std::exchange(texts, {});
+    }
+
+private:
+    std::mutex mutex;
+    std::set<std::string> texts;
+} errors;
+
 /// Each step of each core scenario with each call failing, one after the other.
 class TortureTest : public EngineTest {
 public:
@@ -54,7 +79,9 @@ public:
 protected:
     TortureTest() {
         // The tests' own log would be tortured too.
-        __android_log_set_logger([](const __android_logger_data*, const char*) {});
+        __android_log_set_logger([](const __android_logger_data* line, const char* text) {
+            errors.note(line->priority, text);
+        });
     }
     void SetUp() override {
         EngineTest::SetUp();
@@ -98,7 +125,8 @@ protected:
     }
 
     /// Fails the nth call in each step, for every n that there is.
-    void torture(Call call) {
+    void torture(Call call, const std::vector<std::string>& expectedErrors) {
+        errors.take();
         for (const Step& step : kSteps) {
             bool struck = true;
             for (int nth = 1; struck; ++nth) {
@@ -126,6 +154,7 @@ protected:
         }
         RecordProperty("failures", failures);
         EXPECT_GT(failures, 0);
+        EXPECT_THAT(errors.take(), testing::IsSupersetOf(expectedErrors));
     }
 
     std::shared_ptr<IProfileKey> key;
@@ -168,12 +197,22 @@ const std::vector<TortureTest::Step> TortureTest::kSteps = {
      true},
 };
 
-TEST_F(TortureTest, EpollControl) { torture(Call::EpollControl); }
-TEST_F(TortureTest, EpollWait) { torture(Call::EpollWait); }
-TEST_F(TortureTest, Read) { torture(Call::Read); }
-TEST_F(TortureTest, Write) { torture(Call::Write); }
-TEST_F(TortureTest, Thread) { torture(Call::Thread); }
-TEST_F(TortureTest, Memory) { torture(Call::Memory); }
+TEST_F(TortureTest, EpollControl) {
+    torture(Call::EpollControl, {"Cannot add event handler", "Cannot remove event handler"});
+}
+TEST_F(TortureTest, EpollWait) { torture(Call::EpollWait, {"epoll_wait error"}); }
+TEST_F(TortureTest, Read) { torture(Call::Read, {"Error while clearing the read buffer on fd N"}); }
+TEST_F(TortureTest, Write) {
+    torture(Call::Write, {"Error in writing rv: -N, error: Input/output error",
+                          "error in writing rv: -N error: Input/output error"});
+}
+TEST_F(TortureTest, Thread) { torture(Call::Thread, {}); }
+TEST_F(TortureTest, Memory) {
+    torture(Call::Memory, {"ClientRequestManager: out of memory", "Manager: out of memory",
+                           "ProfileKey: out of memory, listener is not registered",
+                           "ProfileKey: out of memory, token=N is not released",
+                           "RavWdsProxy: out of memory, indication is lost"});
+}
 
 TEST_F(TortureTest, ModemRequests) {
     const size_t approved = approvedDescriptors();
@@ -195,8 +234,11 @@ TEST_F(TortureTest, ModemRequests) {
 
 TEST_F(TortureTest, PoliciesThatLackMemorySayItOnceAndThrowNothing) {
     static std::atomic<int> complaints{0};
-    __android_log_set_logger([](const __android_logger_data*, const char* line) {
-        complaints += std::string_view(line) == "Util: out of memory" ? 1 : 0;
+    __android_log_set_logger([](const __android_logger_data* line, const char* text) {
+        complaints +=
+            line->priority == ANDROID_LOG_ERROR && std::string_view(text) == "Util: out of memory"
+                ? 1
+                : 0;
     });
     static const ProfileParams wanted = filled<ProfileParams>([](ProfileParams& params) {
         params.setApnName("a name that needs memory of its own");

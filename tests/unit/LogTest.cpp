@@ -38,7 +38,10 @@ void logAt(LogLevel level, const std::string& text) {
 
 class LogTest : public test::LoggedTest {
 protected:
-    LogTest() { buffer.flush(); }
+    LogTest() {
+        buffer.flush();
+        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
+    }
 
     LocalLogBuffer& buffer = LocalLogBuffer::getInstance();
 };

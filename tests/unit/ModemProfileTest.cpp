@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "LoggedTest.h"
 #include "Params.h"
 #include "ProfileKey.h"
 #include "Profiles.h"
@@ -15,8 +17,9 @@ namespace {
 
 using namespace test;
 using Texts = std::vector<std::string>;
+using ModemProfileTest = LoggedTest;
 
-TEST(ModemProfileTest, KeepsFoldedTypesAndReportsWhatTheClientAskedFor) {
+TEST_F(ModemProfileTest, KeepsFoldedTypesAndReportsWhatTheClientAskedFor) {
     const auto params = filled<ProfileParams>([](auto& p) {
         p.setApnName("IMS.\xC3\x84@[");
         p.setApnTypesMask(0x1840);
@@ -44,7 +47,7 @@ TEST(ModemProfileTest, KeepsFoldedTypesAndReportsWhatTheClientAskedFor) {
               "ApnName=ims.\xC3\x84@[,HomeIPType=V6,ApnTypesMask=IMS|XCAP|,IsClatEnabled=true,");
 }
 
-TEST(ModemProfileTest, DestructionCallsTheListenersOfLiveKeysInOrder) {
+TEST_F(ModemProfileTest, DestructionCallsTheListenersOfLiveKeysInOrder) {
     const RequestFunction ignore = [](const auto&) { return nullptr; };
     const auto key = std::make_shared<ProfileKey>(TechType::Tech3gpp, 1, 1, ignore);
     auto droppedByListener = std::make_shared<ProfileKey>(TechType::Tech3gpp, 1, 1, ignore);
@@ -56,10 +59,16 @@ TEST(ModemProfileTest, DestructionCallsTheListenersOfLiveKeysInOrder) {
         profile.registerExpirationListener([&] { droppedByListener.reset(); }, key);
         profile.registerExpirationListener([&] { calls.push_back("gone"); }, droppedByListener);
         profile.registerExpirationListener(nullptr, key);
+        profile.registerExpirationListener([] { throw std::bad_alloc(); }, key);
         profile.registerExpirationListener([&] { calls.push_back("last"); }, key);
         EXPECT_EQ(calls, Texts());
     }
     EXPECT_EQ(calls, Texts({"first", "last"}));
+    const std::string invoked = "DEBUG invoke callback";
+    EXPECT_EQ(takeLines(),
+              Texts({"DEBUG ~ModemProfile()", invoked, invoked, "DEBUG ~ProfileKey",
+                     "ERROR ModemProfile: skipping empty expiration listener", invoked,
+                     "ERROR ModemProfile: an expiration listener is out of memory", invoked}));
 }
 
 }  // namespace

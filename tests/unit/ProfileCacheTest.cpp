@@ -94,6 +94,11 @@ TEST_F(ProfileCacheTest, TheIndexCountsByItsLowBitsAndAnUnknownEventMeansReady) 
     modem().sendProfileChanged({k3gpp, 0x105, static_cast<wds_profile_change_enum_v01>(0)});
     serveUntil("ProfileCache: onIndication < 3GPP:5 ProfileReady");
     EXPECT_TRUE(log.contains("Refreshed Profiles:"));
+    log.clear();
+    cache->onIndication({TechType::Tech3gpp, 1, static_cast<ProfileChangeEvent>(5)});
+    EXPECT_THAT(takeLines(), testing::ElementsAre("EVENT ProfileCache: onIndication < 3GPP:1 5",
+                                                  std::string("EVENT ") + kUpdating,
+                                                  "ERROR Invalid ProfileChangedEvent"));
 }
 
 TEST_F(ProfileCacheTest, AStreamOfIndicationsLeavesTurnsToOthers) {

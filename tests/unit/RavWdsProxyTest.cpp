@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "ClientRequestManager.h"
 #include "EmulatedModem.h"
 #include "LoggedTest.h"
 #include "Params.h"
@@ -88,7 +89,7 @@ TEST_F(RavWdsProxyTest, ReadingAllProfilesOfASilentModemEndsWithTheRequestInHand
         const size_t readsBefore = requestCount(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01);
         LogWrapper::getInstance().setLogWriter(std::make_unique<StopsLoop>(loop, stoppedAt));
         EXPECT_EQ(reader.getAllProfiles().size(), reads);
-        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
+        LogWrapper::getInstance().setLogWriter(std::make_unique<LevelWriter>());
         EXPECT_EQ(requestCount(RAV_WDS_GET_PROFILE_LIST_REQ_V01) - listsBefore, lists);
         EXPECT_EQ(requestCount(RAV_WDS_GET_PROFILE_SETTINGS_REQ_V01) - readsBefore, reads);
     }
@@ -145,12 +146,44 @@ TEST_F(RavWdsProxyTest, IndicationsAreServedInOrderUntilNoneIsLeft) {
                                      "Unknown message ID 175 received", size + "0]"));
 }
 
+TEST_F(RavWdsProxyTest, CallbacksThatCannotWakeTheLoopSaySo) {
+    modem().stop();  // the service would wake it
+    log.clear();
+    RavWdsProxy deaf(events, 0);
+    for (const std::string& text : log.texts()) {
+        int fd = -1;
+        const uint64_t most = ~uint64_t{0} - 1;
+        if (sscanf(text.c_str(), "EventManager::addEventHandler(int %d", &fd) == 1) {
+            ASSERT_EQ(write(fd, &most, sizeof(most)), 8);
+        }
+    }
+    unsigned char byte = 0;
+    log.clear();
+    RavWdsProxy::ravNotifyCb(nullptr, nullptr, RAV_CLIENT_SERVICE_APPEARED, &deaf);
+    RavWdsProxy::ravErrorCb(nullptr, 0, &deaf);
+    RavWdsProxy::ravIndCb(nullptr, 0, &byte, 1, &deaf);
+    const std::string reason = "Resource temporarily unavailable";
+    EXPECT_THAT(takeLines(),
+                testing::ElementsAre("ERROR error in writing rv:-1, error:" + reason,
+                                     "DEBUG src/RavWdsProxy:160:ravErrorCb",
+                                     "ERROR error in writing rv: -1, error: " + reason,
+                                     "ERROR Error in writing rv: -1, error: " + reason));
+}
+
+TEST_F(RavWdsProxyTest, IndicationWithoutAReceiverIsLogged) {
+    modem().sendProfileChanged({k3gpp, 1, WDS_PROFILE_CHANGE_MODIFIED_V01});
+    ASSERT_TRUE(modem().waitForDeliveries(kPatience));
+    events.processEvents();
+    EXPECT_THAT(takeLines(),
+                testing::Contains("DEBUG RavWdsProxy::no profileChangedIndCb registered!"));
+}
+
 TEST_F(RavWdsProxyTest, CallbacksThatLackWhatTheyNeedOnlyLog) {
     static unsigned char bytes[3] = {};
     static OwnedFd fd(createEventFd());
     const std::string nothingToQueue = "The ind_cb_data/ind_buf is null or ind_buf_len is ";
     const struct {
-        std::string line;
+        std::string error;
         std::function<void()> call;
     } rows[] = {
         {"RavWdsProxy instance is null",
@@ -168,11 +201,12 @@ TEST_F(RavWdsProxyTest, CallbacksThatLackWhatTheyNeedOnlyLog) {
         {"arg is null", [] { RavWdsProxy::handleError(fd.get(), nullptr); }},
         {"RavWdsProxy nullptr in handleIndication",
          [] { RavWdsProxy::handleIndication(fd.get(), nullptr); }},
+        {"arg is null", [] { ClientRequestManager::handleClientRequest(fd.get(), nullptr); }},
     };
-    for (const auto& [line, call] : rows) {
+    for (const auto& [error, call] : rows) {
         log.clear();
         call();
-        EXPECT_EQ(log.count(line), 1U) << line;
+        EXPECT_EQ(takeLines().back(), "ERROR " + error);
     }
     // None of them woke the loop for anything: it handles what wakes it here alone.
     log.clear();
