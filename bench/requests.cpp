@@ -1,7 +1,6 @@
 // What a request costs on the emulated modem:
 //   request/KIND  as a client sends it, to the modem's thread and back, on the virtual clock
 //   switches      two thread switches and nothing else, in the same process
-//   work/KIND     what the data service does for it, without threads
 // The emulator's own time is the first less the second, in the column CPU, which counts all threads
 // and hardly depends on what else the machine does.
 
@@ -85,19 +84,6 @@ void requireSuccess(benchmark::State& state, const std::byte* response) {
     }
 }
 
-void measureWork(benchmark::State& state, const Kind& kind) {
-    WdsService service;
-    Session session;
-    service.installFactoryProfiles();
-    for (auto _ : state) {
-        for (const Message& message : kind.messages) {
-            const auto response = service.handleRequest(session, message.id, message.request);
-            benchmark::DoNotOptimize(service.takeChanges());
-            requireSuccess(state, response.data());
-        }
-    }
-}
-
 void measureRequest(benchmark::State& state, const Kind& kind) {
     ModemEmulator& modem = ModemEmulator::getInstance();
     modem.stop();
@@ -174,7 +160,6 @@ void measureSwitches(benchmark::State& state) {
 [[maybe_unused]] const bool kRegistered = [] {
     for (const Kind& kind : kinds()) {
         const std::string name = kind.name;
-        benchmark::RegisterBenchmark(("work/" + name).c_str(), measureWork, kind);
         benchmark::RegisterBenchmark(("request/" + name).c_str(), measureRequest, kind)
             ->MeasureProcessCPUTime()
             ->UseRealTime();

@@ -3,19 +3,14 @@
 //   roundTrip/getProfile/X        the same look-up with contender X, without a log line
 //   roundTrip/getProfile/X+lines  and with the lines that the library writes, straight to liblog
 // and so for match. The floor is what the system asks for two thread switches.
-//   apart/getProfile              the library and the floor, which take turns with every request:
-//                                 the client on one processor, both workers on another
 
 #include <android/log.h>
 #include <benchmark/benchmark.h>
-#include <sched.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cinttypes>
+#include <optional>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
 #include "LoadedLibrary.h"
 #include "contenders/Contender.h"
@@ -156,68 +151,6 @@ void measureLibrary(benchmark::State& state, bool matches) {
     }
 }
 
-double medianOf(std::vector<double> times) {
-    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
-    std::nth_element(times.begin(), middle, times.end());
-    return *middle;
-}
-
-/// The calling thread, and those that it starts.
-void stayOn(const cpu_set_t& processors) { sched_setaffinity(0, sizeof(processors), &processors); }
-
-/// Left to itself, the system now and then runs both threads on one processor, and how long a
-/// processor sleeps may change every second: the same for both here.
-void measureApart(benchmark::State& state, bool matches) {
-    cpu_set_t allowed;
-    sched_getaffinity(0, sizeof(allowed), &allowed);
-    if (CPU_COUNT(&allowed) < 2) {
-        state.SkipWithError("takes two processors");
-        return;
-    }
-    cpu_set_t first;
-    CPU_ZERO(&first);
-    for (unsigned i = 0; CPU_COUNT(&first) == 0; ++i) {
-        if (CPU_ISSET(i, &allowed)) {
-            CPU_SET(i, &first);
-        }
-    }
-    cpu_set_t others;
-    CPU_XOR(&others, &allowed, &first);
-    stayOn(others);
-    LoadedLibrary library(kProfiles);
-    const auto key = library.key(kWanted);
-    const FilterProfileParams filter = LoadedLibrary::filterFor(kWanted);
-    const auto contender = makeFloor();
-    stayOn(first);
-    const Table table;
-    std::vector<double> floor;
-    std::vector<double> floorWithLines;
-    std::vector<double> kivr;
-    const auto measure = [](std::vector<double>& times, auto once) {
-        const auto before = std::chrono::steady_clock::now();
-        once();
-        const std::chrono::duration<double, std::nano> took =
-            std::chrono::steady_clock::now() - before;
-        times.push_back(took.count());
-    };
-    for (auto _ : state) {
-        for (const bool logs : {false, true}) {
-            measure(logs ? floorWithLines : floor, [&] {
-                matches ? match(*contender, table, filter, logs)
-                        : getProfile(*contender, table, logs).has_value();
-            });
-        }
-        measure(kivr, [&] {
-            matches ? library.manager().match(filter, key)
-                    : library.manager().getProfile(key).has_value();
-        });
-    }
-    stayOn(allowed);
-    state.counters["floor"] = medianOf(floor);
-    state.counters["floor+lines"] = medianOf(floorWithLines);
-    state.counters["kivr"] = medianOf(kivr);
-}
-
 [[maybe_unused]] const bool kRegistered = [] {
     for (const bool matches : {false, true}) {
         const std::string name = matches ? "roundTrip/match/" : "roundTrip/getProfile/";
@@ -227,7 +160,6 @@ void measureApart(benchmark::State& state, bool matches) {
                 ->UseRealTime();
         };
         add(name + "kivr", measureLibrary, matches);
-        add(matches ? "apart/match" : "apart/getProfile", measureApart, matches);
         for (const NamedContender& contender : contenders()) {
             add(name + contender.name, measureContender, contender, matches, false);
             add(name + contender.name + "+lines", measureContender, contender, matches, true);

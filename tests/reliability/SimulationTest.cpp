@@ -25,17 +25,35 @@ void showValue(const Op& op, std::ostream& out) {
 
 namespace {
 
-/// How often each step is taken, in the order of the steps.
-constexpr int kWeights[static_cast<size_t>(Step::kSteps)] = {2, 3, 8, 4, 6, 5, 4, 8, 2, 1, 2, 1, 1,
-                                                             1, 4, 1, 2, 2, 2, 1, 1, 1, 1, 1, 3, 1};
-constexpr int kAllWeights = 68;
+// clang-format off
+/// How often each step is taken. The first one is what a shrunk sequence is made of.
+constexpr std::pair<Step, int> kWeights[] = {
+    {Step::Get, 2}, {Step::Match, 3}, {Step::Modify, 8}, {Step::Delete, 4}, {Step::Listen, 6},
+    {Step::Drop, 5}, {Step::Filter, 4}, {Step::Add, 8}, {Step::SetupCall, 2},
+    {Step::EmergencyCall, 1}, {Step::LteAttach, 2}, {Step::MatchLteAttach, 1},
+    {Step::ByApnClass, 1}, {Step::ByApnType, 1}, {Step::RefreshComplete, 4},
+    {Step::RefreshStart, 1}, {Step::OtherCreates, 2}, {Step::OtherModifies, 2},
+    {Step::OtherDeletes, 2}, {Step::SubscriptionChange, 1}, {Step::ProfileReady, 1},
+    {Step::RefreshConfiguration, 1}, {Step::SetCapacity, 1}, {Step::PowerOff, 1},
+    {Step::Restart, 3}, {Step::Init, 1}};
+// clang-format on
+
+constexpr int kAllWeights = [] {
+    int sum = 0;
+    for (const auto& [step, weight] : kWeights) {
+        sum += weight;
+    }
+    return sum;
+}();
 
 Step stepOf(int number) {
-    size_t step = 0;
-    for (; number >= kWeights[step]; ++step) {
-        number -= kWeights[step];
+    for (const auto& [step, weight] : kWeights) {
+        if (number < weight) {
+            return step;
+        }
+        number -= weight;
     }
-    return static_cast<Step>(step);
+    return Step::Get;
 }
 
 rc::Gen<std::vector<Op>> anyOps(int most) {
@@ -115,7 +133,7 @@ void playOnThreads(uint64_t batch, int opsOfEach, std::vector<Client>& clients, 
                 for (int n = 0; n < opsOfEach; ++n) {
                     const Op op{stepOf(upTo(kAllWeights - 1)), upTo(4), upTo(kAllFields),
                                 upTo(kAllValues), upTo(kAllExtras)};
-                    if (op.step < Step::PowerOff || (isRestless && op.step == Step::Restart)) {
+                    if (!isLoss(op.step) || (isRestless && op.step == Step::Restart)) {
                         world.play(clients[i], op);
                     }
                 }

@@ -2,6 +2,8 @@
 
 #include <android/log.h>
 
+#include <algorithm>
+
 #include "Manager.h"
 #include "Util.h"
 
@@ -129,39 +131,78 @@ struct Turn {
     const TechType tech;
     Util util{};
 };
-/// In the order of the steps, before those of others.
-constexpr void (*kTurns[])(Turn&) = {
-    [](Turn& t) { manager().getProfile(t.slot.key); },
-    [](Turn& t) { manager().match(filterOf(t.op), t.slot.key); },
-    [](Turn& t) { manager().modifyProfile(ModifyProfileParams(t.params), t.slot.key); },
-    [](Turn& t) { manager().deleteProfile(t.slot.key); },
-    [](Turn& t) { t.world.listen(t.slot); },
-    [](Turn& t) { t.world.drop(t.slot); },
-    [](Turn& t) {
-        for (const auto& key : manager().filter(filterOf(t.op))) {
-            t.slot.key = key;
-        }
-    },
-    [](Turn& t) {
-        const int extra = t.op.extra;
-        t.slot.key = manager().addProfile({t.params, extra % 3 == 0, t.tech, extra % 5 == 0});
-    },
-    [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForSetupDataCall(t.tech, t.params); },
-    [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForEmergencyDataCall(t.params); },
-    [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForLteAttach(t.params); },
-    [](Turn& t) { t.util.matchLteAttachProfileId(t.op.extra % 6, t.params); },
-    [](Turn& t) { t.util.updateModemProfileByApnClass({t.params}, {t.params}); },
-    [](Turn& t) { t.util.updateAPNTypeBitmaskOnModemProfile({t.params}); },
-    [](Turn& t) { t.world.refresh(false); },
-    [](Turn& t) { t.world.refresh(true); },
+/// What a client's step does with the key of its slot. The requests of policies look alike.
+enum class Use { TakesKey, MakesKey, IsPolicy, HasNone };
+struct Own {
+    Use use;
+    void (*carryOut)(Turn&);
 };
+const std::map<Step, Own>& ownSteps() {
+    static const auto& steps = *new std::map<Step, Own>{
+        {Step::Get, {Use::TakesKey, [](Turn& t) { manager().getProfile(t.slot.key); }}},
+        {Step::Match,
+         {Use::TakesKey, [](Turn& t) { manager().match(filterOf(t.op), t.slot.key); }}},
+        {Step::Modify,
+         {Use::TakesKey,
+          [](Turn& t) { manager().modifyProfile(ModifyProfileParams(t.params), t.slot.key); }}},
+        {Step::Delete, {Use::TakesKey, [](Turn& t) { manager().deleteProfile(t.slot.key); }}},
+        {Step::Listen, {Use::TakesKey, [](Turn& t) { t.world.listen(t.slot); }}},
+        {Step::Drop, {Use::TakesKey, [](Turn& t) { t.world.drop(t.slot); }}},
+        {Step::Filter,
+         {Use::MakesKey,
+          [](Turn& t) {
+              for (const auto& key : manager().filter(filterOf(t.op))) {
+                  t.slot.key = key;
+              }
+          }}},
+        {Step::Add,
+         {Use::MakesKey,
+          [](Turn& t) {
+              const int extra = t.op.extra;
+              t.slot.key = manager().addProfile({t.params, extra % 3 == 0, t.tech, extra % 5 == 0});
+          }}},
+        {Step::SetupCall,
+         {Use::IsPolicy,
+          [](Turn& t) {
+              t.slot.key = t.util.findOrCreateProfileForSetupDataCall(t.tech, t.params);
+          }}},
+        {Step::EmergencyCall,
+         {Use::IsPolicy,
+          [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForEmergencyDataCall(t.params); }}},
+        {Step::LteAttach,
+         {Use::IsPolicy,
+          [](Turn& t) { t.slot.key = t.util.findOrCreateProfileForLteAttach(t.params); }}},
+        {Step::MatchLteAttach,
+         {Use::IsPolicy,
+          [](Turn& t) { t.util.matchLteAttachProfileId(t.op.extra % 6, t.params); }}},
+        {Step::ByApnClass,
+         {Use::IsPolicy,
+          [](Turn& t) { t.util.updateModemProfileByApnClass({t.params}, {t.params}); }}},
+        {Step::ByApnType,
+         {Use::IsPolicy, [](Turn& t) { t.util.updateAPNTypeBitmaskOnModemProfile({t.params}); }}},
+        {Step::RefreshComplete, {Use::HasNone, [](Turn& t) { t.world.refresh(false); }}},
+        {Step::RefreshStart, {Use::HasNone, [](Turn& t) { t.world.refresh(true); }}},
+    };
+    return steps;
+}
+
+/// What another party does, or the modem itself.
+constexpr std::pair<Step, Action::Kind> kOthersSteps[] = {
+    {Step::OtherCreates, Action::Kind::CreateProfile},
+    {Step::OtherModifies, Action::Kind::ModifyProfile},
+    {Step::OtherDeletes, Action::Kind::DeleteProfile},
+    {Step::SubscriptionChange, Action::Kind::SubscriptionChange},
+    {Step::ProfileReady, Action::Kind::ProfileReady},
+    {Step::RefreshConfiguration, Action::Kind::RefreshConfiguration},
+    {Step::SetCapacity, Action::Kind::SetCapacity},
+    {Step::PowerOff, Action::Kind::PowerOff}};
 
 /// What goes wrong with a request of the operation; nothing for most numbers.
 std::optional<Fault> faultOf(const Op& op) {
     const Action off{
         .silent = op.extra % 2 == 1,
         .comesBackAfter = op.extra % 4 < 2 ? std::optional(milliseconds(300)) : std::nullopt};
-    const Action other{.kind = static_cast<Action::Kind>(2 + op.values % 6), .index = 1};
+    const Action other{.kind = kOthersSteps[op.values % 6].second, .index = 1};
     std::vector<Fault> faults = {{},
                                  {.error = WDS_ERR_INTERNAL_V01},
                                  {.transportResult = RAV_CLIENT_ERR_NO_MEMORY},
@@ -171,15 +212,24 @@ std::optional<Fault> faultOf(const Op& op) {
                                  {.order = emulator::IndicationOrder::Before},
                                  {.order = emulator::IndicationOrder::After},
                                  {.probability = 0.5, .drop = true}};
-    for (int kind = 1; kind <= 5; ++kind) {
-        faults.push_back({.indications = static_cast<emulator::IndicationFault>(kind)});
-        faults.push_back({.lie = static_cast<emulator::Lie>(kind % 5)});
+    using emulator::IndicationFault;
+    using emulator::Lie;
+    static constexpr std::pair<IndicationFault, Lie> kWrong[] = {
+        {IndicationFault::Malformed, Lie::CountTooLarge},
+        {IndicationFault::UnknownId, Lie::UnterminatedText},
+        {IndicationFault::Duplicated, Lie::IndexOutOfRange},
+        {IndicationFault::Reordered, Lie::UnknownEnums},
+        {IndicationFault::Withheld, Lie::None}};
+    for (const auto& [indications, lie] : kWrong) {
+        faults.push_back({.indications = indications});
+        faults.push_back({.lie = lie});
     }
-    for (int moment = 0; moment < 4; ++moment) {
-        faults.push_back({.consequences = {{static_cast<Moment>(moment), off}}});
+    for (const Moment moment :
+         {Moment::BeforeDelivery, Moment::BeforeReply, Moment::AfterReply, Moment::Idle}) {
+        faults.push_back({.consequences = {{moment, off}}});
         // More at once than the worker takes in one turn, or just one.
         faults.push_back({.consequences = std::vector<emulator::Consequence>(
-                              op.extra % 2 == 1 ? 6 : 1, {static_cast<Moment>(moment), other})});
+                              op.extra % 2 == 1 ? 6 : 1, {moment, other})});
     }
     static const std::map<Step, unsigned> kMessages = {
         {Step::Add, RAV_WDS_CREATE_PROFILE_REQ_V01},
@@ -299,17 +349,21 @@ void World::play(Client& client, const Op& op) {
     Turn turn{*this, slot, op, paramsOf<ProfileParams>(op, op.fields),
               static_cast<TechType>(op.extra % 4 == 3)};
     turn.util.setProfileUpdateAllowed(op.extra % 2 == 1);
-    if (op.step >= Step::Filter && op.step <= Step::ByApnType) {
-        drop(slot);
-    }
-    if (op.step >= Step::OtherCreates) {
+    const auto own = ownSteps().find(op.step);
+    if (own == ownSteps().end()) {
         interfere(op, turn.params);
-    } else if (slot.key || op.step >= Step::Filter) {
+    } else {
+        const Use use = own->second.use;
+        if (use == Use::MakesKey || use == Use::IsPolicy) {
+            drop(slot);
+        }
         std::unique_lock lock(policies, std::defer_lock);
-        if (op.step >= Step::SetupCall && op.step <= Step::ByApnType) {
+        if (use == Use::IsPolicy) {
             lock.lock();
         }
-        kTurns[static_cast<size_t>(op.step)](turn);
+        if (slot.key || use != Use::TakesKey) {
+            own->second.carryOut(turn);
+        }
     }
     hint = {};
     if (isSeeded("slowCall")) {
@@ -327,7 +381,7 @@ void World::playAlone(Client& client, const Op& op) {
     const auto other = fault && !fault->consequences.empty()
                            ? std::optional(fault->consequences[0].action.kind)
                            : std::nullopt;
-    const bool isLost = op.step >= Step::PowerOff || other == Action::Kind::PowerOff;
+    const bool isLost = isLoss(op.step) || other == Action::Kind::PowerOff;
     const bool isHeard = other ? other != Action::Kind::DeleteProfile : op.fault <= kFaithfulFaults;
     model.isSteady = !isLost && modem().waitForRegisteredClient(milliseconds(0));
     isFaithful = isFaithful && model.isSteady && (!fault || (isHeard && fault->messageId != 0));
@@ -364,11 +418,10 @@ void World::letUndecodedGo() {
 /// What is not the doing of the library's clients.
 void World::interfere(const Op& op, const ProfileParams& params) {
     const bool is3gpp = op.values % 4 != 3;
-    if (op.step <= Step::PowerOff) {
-        const int kind = static_cast<int>(op.step) - static_cast<int>(Step::OtherCreates) +
-                         static_cast<int>(Action::Kind::CreateProfile);
-        const bool isOff = op.step == Step::PowerOff;
-        modem().perform({.kind = isOff ? Action::Kind::PowerOff : static_cast<Action::Kind>(kind),
+    const auto* const act = std::find_if(std::begin(kOthersSteps), std::end(kOthersSteps),
+                                         [&](const auto& one) { return one.first == op.step; });
+    if (act != std::end(kOthersSteps)) {
+        modem().perform({.kind = act->second,
                          .silent = op.extra % 2 == 1,
                          .type = is3gpp ? WDS_PROFILE_TYPE_3GPP_V01 : WDS_PROFILE_TYPE_3GPP2_V01,
                          .index = static_cast<uint8_t>(op.extra % 6),

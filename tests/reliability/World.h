@@ -19,10 +19,13 @@ enum class Step {
     Filter, Add, SetupCall, EmergencyCall, LteAttach, MatchLteAttach, ByApnClass, ByApnType,
     RefreshComplete, RefreshStart,
     OtherCreates, OtherModifies, OtherDeletes, SubscriptionChange, ProfileReady,
-    RefreshConfiguration, SetCapacity, PowerOff, Restart, Init,
-    kSteps
+    RefreshConfiguration, SetCapacity, PowerOff, Restart, Init
 };
 // clang-format on
+/// Whether the modem or the engine goes, with all that it knows.
+constexpr bool isLoss(Step step) {
+    return step == Step::PowerOff || step == Step::Restart || step == Step::Init;
+}
 
 /// One operation, as numbers that shrink well: 0 is the least that can be asked.
 struct Op {
