@@ -17,5 +17,7 @@ function(kivr_add_headers target folder)
     target_compile_options(${target} INTERFACE
         "$<BUILD_INTERFACE:${bare}>"
         $<INSTALL_INTERFACE:-idirafter$<INSTALL_PREFIX>/${CMAKE_INSTALL_INCLUDEDIR}/${folder}>)
-    install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder})
+    if(KIVR_INSTALL)
+        install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder})
+    endif()
 endfunction()
