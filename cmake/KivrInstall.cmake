@@ -15,22 +15,10 @@ if(NOT CMAKE_CROSSCOMPILING)
     endforeach()
 endif()
 
-target_compile_features(kivr INTERFACE cxx_std_17)
 install(TARGETS kivr EXPORT kivr LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/inc/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr
-        FILES_MATCHING PATTERN "*.h")
-
 if(TARGET kivr_emulator)
     set_target_properties(kivr_emulator PROPERTIES EXPORT_NAME emulator)
-    target_compile_features(kivr_emulator INTERFACE cxx_std_17)
-    install(TARGETS kivr_emulator EXPORT kivr LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-            INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr_emulator)
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/
-            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr_emulator FILES_MATCHING PATTERN "*.h")
-    install(FILES ${PROJECT_SOURCE_DIR}/emulator/ModemEmulator.h
-            ${PROJECT_SOURCE_DIR}/emulator/Scenario.h
-            ${PROJECT_SOURCE_DIR}/emulator/ScenarioFile.h
-            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kivr_emulator)
+    install(TARGETS kivr_emulator EXPORT kivr LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
 if(TARGET kivctl)
     install(TARGETS kivctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -43,7 +31,19 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/kivrConfigVersion.cmake
     COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/kivrConfig.cmake ${PROJECT_BINARY_DIR}/kivrConfigVersion.cmake
         DESTINATION ${KIVR_PACKAGE_DIR})
+
 file(RELATIVE_PATH KIVR_PREFIX_FROM_PC
      ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
-configure_file(${PROJECT_SOURCE_DIR}/cmake/kivr.pc.in ${PROJECT_BINARY_DIR}/kivr.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/kivr.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# kivr_install_pc(target name description folder): the pkg-config file of the target, whose headers
+# are in that folder.
+function(kivr_install_pc target KIVR_PC_NAME KIVR_PC_DESCRIPTION KIVR_PC_FOLDER)
+    set(file ${PROJECT_BINARY_DIR}/${KIVR_PC_NAME}.pc)
+    set(KIVR_PC_LIBRARY ${target})
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/kivr.pc.in ${file} @ONLY)
+    install(FILES ${file} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+kivr_install_pc(kivr kivr "Manages the data-connection profiles of a phone's modem" kivr)
+if(TARGET kivr_emulator)
+    kivr_install_pc(kivr_emulator kivr-emulator "The modem that libkivr runs on without a phone"
+                    kivr_emulator)
+endif()

@@ -1,26 +1,24 @@
+#include <kivr/Manager.h>
+#include <kivr/Util.h>
+#include <kivr_emulator/ModemEmulator.h>
+
 #include <chrono>
-#include <cstdio>
 #include <future>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "Manager.h"
-#include "ModemEmulator.h"
 #include "Util.h"
 
 static_assert(__cplusplus == 201703L, "the headers are for clients of the oldest standard too");
+
+bool firstProfileIsRead();
 
 namespace {
 
 constexpr std::chrono::minutes kPatience{1};
 
 kiv::emulator::ModemEmulator& modem() { return kiv::emulator::ModemEmulator::getInstance(); }
-
-int require(bool condition, const char* what) {
-    std::printf("%s: %s\n", condition ? "ok" : "FAILED", what);
-    return condition ? 0 : 1;
-}
 
 // What a data call asks of the library.
 kiv::ProfileParams internet() {
@@ -45,16 +43,17 @@ int run(kiv::Manager& manager) {
 
     refuseNextProfile();
     auto key = util.findOrCreateProfileForSetupDataCall(kiv::TechType::Tech3gpp, internet());
-    failures += require(!key, "no profile while the modem refuses");
+    failures += client::require(!key, "no profile while the modem refuses");
 
     key = util.findOrCreateProfileForSetupDataCall(kiv::TechType::Tech3gpp, internet());
     if (!key) {
-        return failures + require(false, "a profile for the data call");
+        return failures + client::require(false, "a profile for the data call");
     }
     const auto index = static_cast<uint8_t>(key->getProfileId());
     const auto held = modem().profile(WDS_PROFILE_TYPE_3GPP_V01, index);
-    failures += require(held && held->settings.apn_name == std::string("internet"),
-                        "the modem holds the data call's profile");
+    failures += client::require(held && held->settings.apn_name == std::string("internet"),
+                                "the modem holds the data call's profile");
+    failures += client::require(firstProfileIsRead(), "and the library reads it");
 
     auto expired = std::make_shared<std::promise<void>>();
     auto changed = expired->get_future();
@@ -62,11 +61,12 @@ int run(kiv::Manager& manager) {
     wds_profile_settings_type_v01 settings{};
     settings.apn_disabled_valid = settings.apn_disabled = 1;
     modem().modifyProfile(WDS_PROFILE_TYPE_3GPP_V01, index, settings);
-    failures += require(changed.wait_for(kPatience) == std::future_status::ready,
-                        "the network's change is told");
+    failures += client::require(changed.wait_for(kPatience) == std::future_status::ready,
+                                "the network's change is told");
 
     const auto params = manager.getProfile(key);
-    failures += require(params && params->getIsApnDisabled(), "and the new settings are read");
+    failures +=
+        client::require(params && params->getIsApnDisabled(), "and the new settings are read");
     return failures;
 }
 
@@ -77,7 +77,7 @@ int main() {
     auto& manager = kiv::Manager::getInstance();
     manager.init(0, true);
     if (!modem().waitForRegisteredClient(kPatience)) {
-        return require(false, "the library finds the modem");
+        return client::require(false, "the library finds the modem");
     }
     manager.refresh(kiv::PDCRefreshStatus::Complete);
     return run(manager);
