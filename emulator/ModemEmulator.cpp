@@ -250,7 +250,7 @@ bool ModemEmulator::startJournal(const std::string& path, bool showSecrets) {
 
 void ModemEmulator::markJournal(const std::string& what) {
     std::lock_guard lock(modem.mutex);
-    modem.journal.addEvent(kProgram, 0, what);
+    modem.journal.addEvent("program", 0, what);
 }
 
 bool ModemEmulator::finishJournal() {
