@@ -226,16 +226,16 @@ void Modem::afterCallbacks(const TransactionPointer& request,
 }
 
 void Modem::runHook(std::unique_lock<std::mutex>& lock, Transaction& request) {
-    auto running = hook;
-    if (!running) {
+    auto called = hook;
+    if (!called) {
         return;
     }
     runsHook = true;
     const bool isAnswered = request.state == State::Answering;
     lock.unlock();
-    (*running)(request.record, isAnswered ? request.answer.data() : nullptr,
-               isAnswered ? request.answer.size() : 0);
-    running = nullptr;  // the hook may be destroyed here, with no lock held
+    (*called)(request.record, isAnswered ? request.answer.data() : nullptr,
+              isAnswered ? request.answer.size() : 0);
+    called = nullptr;  // the hook may be destroyed here, with no lock held
     lock.lock();
     runsHook = false;
     hookEnded.notify_all();
