@@ -22,7 +22,7 @@ enum class Step {
     RefreshConfiguration, SetCapacity, PowerOff, Restart, Init
 };
 // clang-format on
-/// Whether the modem or the engine goes, with all that it knows.
+/// Whether the step takes the modem or the engine away.
 constexpr bool isLoss(Step step) {
     return step == Step::PowerOff || step == Step::Restart || step == Step::Init;
 }
