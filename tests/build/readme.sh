@@ -42,7 +42,7 @@ done < <(grep --recursive --only-matching --with-filename --include='*.md' --exc
 names() { grep --only-matching --no-filename -E "$1" ./*.md docs/*.md | sort -u; }
 while read -r script; do
     [[ -x $script ]] || { echo "no $script"; failed=1; }
-done < <(names '\bscript/[a-z]+\b' | grep -v packages)
+done < <(names '\bscript/[a-z-]+\b' | grep -v packages)
 while read -r -a targets; do
     for target in "${targets[@]:2}"; do
         [[ -d fuzz/corpus/$target ]] || { echo "no fuzz target $target"; failed=1; }
