@@ -75,10 +75,10 @@ public:
         printer.add(kTotal, {operators, entries, created, mismatches},
                     mismatches > 0 ? Tone::bad : Tone::good);
         const bool isIdle = reportFaults(session);
-        return mismatches > 0 || isUnserved ? kFailed
-               : isLeftOut                  ? kUnreadableEntries
-               : isIdle                     ? kNoFaultStruck
-                                            : kOk;
+        return mismatches > 0 ? kFailed
+               : isLeftOut    ? kUnreadableEntries
+               : isIdle       ? kNoFaultStruck
+                              : kOk;
     }
 
 private:
@@ -232,7 +232,6 @@ private:
     CacheReader cache;
     std::set<const ApnEntry*> told;
     bool isLeftOut = false;
-    bool isUnserved = false;
     size_t operators = 0;
     size_t entries = 0;
     size_t created = 0;
