@@ -14,3 +14,16 @@ nm --dynamic --defined-only --format=posix "$place/libport_modem.so" | sed 's/ .
 grep -ohE '\b(rav_client|wds_get|Diag_LSM|msg)_[A-Za-z0-9_]+\(' platform/*.h | tr -d '(' | sort -u |
     diff - "$place/defined"
 timeout 120 "$place/smoke" 2>"$place/log" || { tail -n 50 "$place/log"; exit 1; }
+
+# The run is worth nothing if it passes on any modem at all.
+cp -r examples/port "$place/faulty"
+while IFS='|' read -r fault edit; do
+    sed "$edit" examples/port/service.c >"$place/faulty/service.c"
+    ! cmp -s examples/port/service.c "$place/faulty/service.c" || { echo "not seeded: $fault"; exit 1; }
+    cc -shared -fPIC -Iplatform "$place"/faulty/*.c -o "$place/libport_modem.so"
+    ! timeout 120 "$place/smoke" >"$place/log" 2>&1 || { echo "not noticed: $fault"; exit 1; }
+done <<'TABLE'
+settings are lost|s/memcpy(to + .*);/;/
+a deleted profile stays|s/profile->exists = 0;/;/
+the answer names another profile|s/profile_index = (uint8_t)index;/profile_index = 200;/
+TABLE
