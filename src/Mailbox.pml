@@ -237,7 +237,9 @@ inline post(e, id, answer) {
     atomic {
         assert(alive[e]);
         if
+#ifndef FAULT_CLOSED_LETS_IN
         :: closed[e] -> answer = NONE
+#endif
         :: else -> append(e, id)
         fi
     };

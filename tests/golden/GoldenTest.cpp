@@ -365,6 +365,7 @@ TEST_F(GoldenTest, LteAttach) {
     STEP(attach({"ia", V4V6, V4, 0x100, {}, "user"}));
     STEP(attach({"ia", V4V6, V4}));
     STEP(attach({"ia", V6}));
+    STEP(util.findOrCreateProfileForLteAttach(everything()));
     STEP(k[0] = add({"call", V4}));
     STEP(attach({"call", V4}));
     STEP(create("modem", WDS_PDP_TYPE_IPV4V6_V01));
