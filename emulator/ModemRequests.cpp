@@ -54,7 +54,7 @@ int Modem::sendRequest(rav_client_type handle, const Message& message,
 
 Modem::TransactionPointer Modem::putRequest(rav_client_type handle, const Client& client,
                                             std::chrono::milliseconds timeout) {
-    const auto request = std::make_shared<Transaction>();
+    auto request = std::make_shared<Transaction>();
     request->client = handle;
     request->clientNumber = client.number;
     request->timeout = timeout;

@@ -130,7 +130,7 @@ void Modem::reportChangesOf(const Fault& fault) {
             bytes.resize(bytes.size() / 2);
         }
         for (const auto& entry : clients) {
-            const rav_client_type handle = entry.first;
+            auto* const handle = entry.first;
             for (int i = 0; entry.second.session.isReported(change) && i < copies; ++i) {
                 heldIndications.push_back([=, this] {
                     if (const Client* const one = findClient(handle, false)) {

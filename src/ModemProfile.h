@@ -24,12 +24,14 @@ namespace kiv {
 inline constexpr const char* kKivIAProfileName = "kiv_profile_ia";
 inline constexpr const char* kKivProfileName = "kiv_profile";
 
+// NOLINTBEGIN(bugprone-macro-parentheses): types and names
 /// getX, setX and hasX of an optional setting. get returns the stored value (empty, 0 or false if
 /// absent), set stores a value as it is.
 #define KIV_SETTING(Value, X, field)                         \
     Value get##X() const { return field.value_or(Value{}); } \
     void set##X(Value value) { field = std::move(value); }   \
     bool has##X() const { return field.has_value(); }
+// NOLINTEND(bugprone-macro-parentheses)
 
 /// The library's copy of one data-connection profile of the modem: its settings, how many client
 /// keys hold it, and who wants to know when it goes. An absent setting is one that the modem

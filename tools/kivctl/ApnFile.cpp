@@ -105,9 +105,10 @@ private:
     }
 
     void onDeclaration(const char* encoding) const {
-        const std::string name = lowered(encoding == nullptr ? "utf-8" : encoding);
+        const std::string given = encoding == nullptr ? "utf-8" : encoding;
+        const std::string name = lowered(given);
         if (name != "utf-8" && name != "utf-16" && name != "utf-16le" && name != "utf-16be") {
-            refuse("the encoding is " + quote(encoding) + ", neither UTF-8 nor UTF-16");
+            refuse("the encoding is " + quote(given) + ", neither UTF-8 nor UTF-16");
         }
     }
 

@@ -75,7 +75,8 @@ ModemTable readModem() {
 bool areEqual(const ModemTable& a, const ModemTable& b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& one, const auto& two) {
         return one.type == two.type && one.index == two.index && one.persistent == two.persistent &&
-               std::memcmp(&one.settings, &two.settings, sizeof one.settings) == 0;
+               std::memcmp(static_cast<const void*>(&one.settings),
+                           static_cast<const void*>(&two.settings), sizeof one.settings) == 0;
     });
 }
 
