@@ -112,10 +112,10 @@ bool areEqual(const Setting& setting, const Json& a, const Json& b) {
     return isName ? lowered(a.get<std::string>()) == lowered(b.get<std::string>()) : a == b;
 }
 
-void Verifier::compare(const char* check, const Snapshot& expected, const Snapshot& found) {
+void Verifier::compare(const char* check, const Snapshot& expected, const Snapshot& actual) {
     for (const Held& one : expected) {
         const std::string profile = profileText(one.techType, one.id);
-        const Held* const other = find(found, one.techType, one.id);
+        const Held* const other = find(actual, one.techType, one.id);
         if (other == nullptr) {
             add(check, profile, "profile", kPresent, nullptr);
         } else if (one.params.dump() != other->params.dump()) {
@@ -125,7 +125,7 @@ void Verifier::compare(const char* check, const Snapshot& expected, const Snapsh
             }
         }
     }
-    for (const Held& one : found) {
+    for (const Held& one : actual) {
         if (find(expected, one.techType, one.id) == nullptr) {
             add(check, profileText(one.techType, one.id), "profile", nullptr, kPresent);
         }

@@ -69,7 +69,7 @@ public:
     void begin(const std::string& name) { step = name; }
 
     /// Setting by setting.
-    void compare(const char* check, const Snapshot& expected, const Snapshot& found);
+    void compare(const char* check, const Snapshot& expected, const Snapshot& actual);
     /// One setting of a profile.
     void compare(const char* check, const std::string& profile, const Setting& setting,
                  const Json& expected, const Json& found);
